@@ -1,0 +1,66 @@
+#ifndef WQZ_YUV_STREAM_H
+#define WQZ_YUV_STREAM_H
+
+#include <stdint.h>
+
+#include "data_typedef/data_typedef.h"
+#include "Stream/frame_buffer.h"
+#include "Stream/YUV/yuv_decode.h"
+
+/// The header of a 24-bit BMP file as it lies in the file (little-endian, packed); the pixels follow it.
+/// Sizes in bytes, width and height in pixels.
+struct __attribute__((packed)) bmp_header_t {
+    char file_type[2];  ///< "BM"
+    uint32_t file_size;
+    uint16_t reserved1;
+    uint16_t reserved2;
+    uint32_t offset;     ///< of the pixels: 54
+    uint32_t head_size;  ///< of the information header: 40
+    uint32_t width;
+    uint32_t height;  ///< positive although the first row is on top: meant so, viewers show the picture upside down
+    uint16_t bit_planes;
+    uint16_t bits_per_pixel;
+    uint32_t compression;
+    uint32_t image_size;
+    uint32_t h_res;
+    uint32_t v_res;
+    uint32_t color_palette;
+    uint32_t vip_color;
+};
+
+/// Turns uncompressed frames into 24-bit BMP images. Rows are not padded, so widths that are not a multiple of 4 make
+/// files that few viewers take.
+class WQZ_USBCAM_EXPORT YUV_Stream {
+public:
+    virtual ~YUV_Stream();
+
+    /// Turns a YUYV frame into a BMP image in place: pMem (array new) is replaced, bytesused and buff_Length become
+    /// bytesused * 3 / 2 + 54. The header follows PixFormat, whatever bytesused says. A frame so large that bytesused *
+    /// 3 does not fit 32 bits is left as it is.
+    /// @return null
+    static PVOID Frame_buffer_Deal_With(Frame_Buffer_Data* p_Frame_buffer);
+
+    /// The same as Save_Frame_buffer(Dir_Path, pFrame_Buffer).
+    static int32_t Frame_buffer_Deal_With(char* Dir_Path, Frame_Buffer* pFrame_Buffer);
+
+    /// Writes a raw Bayer frame (BGGR, 16 bits per sample) as "<Dir_Path>/<seconds>_<microseconds>.bmp", named by its
+    /// Frame_Time. Missing samples are black; a frame without width, or too large for 32 bits, is not written.
+    /// @param Dir_Path  null for the fixed debugging directory
+    /// @return 0, whatever happened; a file that cannot be opened is skipped silently
+    static int32_t Save_Frame_buffer(char* Dir_Path, Frame_Buffer* p_Frame_buffer);
+
+    /// Writes w * h pixels of YUYV as "Test.bmp" in the fixed debugging directory.
+    /// @param p_Data  w * h * 2 bytes
+    /// @return 0, whatever happened
+    static int32_t Save_Frame_buffer(uint8_t* p_Data, uint32_t w, uint32_t h);
+
+    /// Repacks a frame of 10-bit samples in place; the 12-bit variant does the same, meant so.
+    /// @return null
+    static PVOID Frame_buffer_Deal_With_Raw10(Frame_Buffer* p_Frame_buffer);
+    static PVOID Frame_buffer_Deal_With_Raw12(Frame_Buffer* p_Frame_buffer);
+
+    /// The tables of the library, built when it is loaded, read-only from then on.
+    static YUV_Decode YUV_Decode_Table;
+};
+
+#endif  // WQZ_YUV_STREAM_H

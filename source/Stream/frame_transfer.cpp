@@ -1,0 +1,107 @@
+#include "Stream/frame_transfer.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <limits>
+
+namespace {
+
+constexpr uint32_t Frame_Slack_Bytes = 256;  // room for decoders that read ahead
+
+const Frame_Buffer_Data& Mapped_Buffer(const std::list<Frame_Buffer>& buffers, uint32_t index)
+{
+    auto position = buffers.begin();
+    if (index < buffers.size()) {
+        std::advance(position, index);
+    }
+    return position->sBuf;
+}
+
+// buff_Length holds the last length asked for, not the block's true size: a kept block is asked for less.
+void Size_Memory(Frame_Buffer_Data& frame, uint32_t length)
+{
+    if (frame.pMem != nullptr && frame.buff_Length <= length) {
+        delete[] static_cast<uint8_t*>(frame.pMem);
+        frame.pMem = nullptr;
+    }
+    if (frame.pMem == nullptr) {
+        frame.pMem = new uint8_t[length];
+    }
+    frame.buff_Length = length;
+    frame.buff_Offset = 0;
+}
+
+// A driver's word is not trusted beyond the mapping; a recorded length of 0 is an unknown one.
+uint32_t Readable_Bytes(const Frame_Buffer_Data& source, uint32_t used)
+{
+    if (source.pMem == nullptr || source.pMem == MAP_FAILED) {
+        return 0;
+    }
+    return source.buff_Length == 0 ? used : std::min(used, source.buff_Length);
+}
+
+int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
+{
+    const uint32_t used = frame.buffer.bytesused;
+    if (used > std::numeric_limits<uint32_t>::max() - Frame_Slack_Bytes) {
+        frame.buffer.bytesused = 0;  // whoever reads the record must find the bytes that it names
+        return -1;
+    }
+    Size_Memory(frame, used + Frame_Slack_Bytes);
+    const uint32_t readable = Readable_Bytes(source, used);
+    auto* bytes = static_cast<uint8_t*>(frame.pMem);
+    if (readable > 0) {
+        std::memcpy(bytes, source.pMem, readable);
+    }
+    std::memset(bytes + readable, 0, used - readable);
+    return source.pMem == nullptr || source.pMem == MAP_FAILED ? -1 : 0;
+}
+
+}  // namespace
+
+v4l2_buffer Capture_Buffer(uint32_t index)
+{
+    v4l2_buffer buffer{};
+    buffer.index = index;
+    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buffer.memory = V4L2_MEMORY_MMAP;
+    return buffer;
+}
+
+std::optional<int32_t> Dequeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request)
+{
+    const int32_t result = request(fd, VIDIOC_DQBUF, &buffer);
+    if (result < -1) {
+        fprintf(stderr, "%s \n", "NULL");
+        return std::nullopt;
+    }
+    return result;
+}
+
+int32_t Requeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request, int32_t result)
+{
+    return result | request(fd, VIDIOC_QBUF, &buffer);
+}
+
+std::optional<int32_t> Transfer_Frame(int32_t fd, const std::list<Frame_Buffer>& buffers, Frame_Buffer_Data& frame,
+                                      Ioctl_Rule request)
+{
+    v4l2_buffer buffer = Capture_Buffer(0);
+    const std::optional<int32_t> dequeued = Dequeue(fd, buffer, request);
+    if (!dequeued) {
+        return std::nullopt;
+    }
+    frame.buffer = buffer;
+    int32_t result = *dequeued;
+    try {
+        result |= Copy_Frame(Mapped_Buffer(buffers, buffer.index), frame);
+    } catch (...) {
+        (void)Requeue(fd, buffer, request, 0);
+        throw;
+    }
+    return Requeue(fd, buffer, request, result);
+}
