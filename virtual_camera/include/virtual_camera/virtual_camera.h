@@ -1,0 +1,105 @@
+// Scripting interface of the virtual camera, for programs that link it.
+//
+// Every function may be called from any thread at any time. A camera is named by the path of one of its nodes; a path
+// that no camera has throws std::invalid_argument. Requests are named by their VIDIOC_ code or a Call_ code.
+#pragma once
+
+#include <virtual_camera/description.h>
+#include <cerrno>
+#include <cstddef>
+#include <functional>
+
+namespace virtual_camera {
+
+/// Plugs a camera in. Empty node paths are numbered: the first free /dev/videoN.
+void Add_Camera(Camera_Description description);
+
+/// Takes a camera away: select says ready at once from then on, requests fail with ENODEV, open with ENOENT.
+void Unplug(const std::string& node);
+
+/// Unplugs every camera, forgets all scripts, and empties and stops the log.
+void Reset();
+
+constexpr int Always = -1;
+
+struct Fault {
+    int error = EIO;       ///< errno, left alone when 0
+    int result = -1;       ///< what the call returns
+    int times = 1;         ///< how many calls, or Always
+    int skip = 0;          ///< calls answered normally before that
+    bool perform = false;  ///< the driver answers too, only the result is replaced
+};
+
+/// Lets the next calls of `request` fail, or return an odd result. Faults of one request follow one another.
+/// A failing Call_Mmap returns MAP_FAILED whatever `result` is; a Call_Close always closes.
+void Fail(const std::string& node, uint32_t request, Fault fault);
+
+/// Changes what the driver has answered: `change` gets the argument of a request that succeeded.
+/// Example: Alter(node, VIDIOC_DQBUF, [](void* a) { static_cast<v4l2_buffer*>(a)->index = 9; }).
+void Alter(const std::string& node, uint32_t request, std::function<void(void*)> change, int times = 1, int skip = 0);
+
+/// The next select calls that wait for one of the camera's descriptors to become readable return at once:
+/// with `result` 0 as a time-out, -1 with `error`, 1 with the descriptor marked.
+void Script_Select(const std::string& node, int result, int error = 0, int times = 1, int skip = 0);
+
+/// No frame is due any more until Deliver_Frames or Resume_Frames; the numbering stands still meanwhile.
+void Hold_Frames(const std::string& node);
+
+/// While frames are held: the next `count` frames are due at once, each as soon as a buffer is queued for it.
+void Deliver_Frames(const std::string& node, uint32_t count);
+
+/// Ends Hold_Frames: the next frame is due one interval from now.
+void Resume_Frames(const std::string& node);
+
+/// The next frame, and all after it, come later by `milliseconds`.
+void Delay_Frames(const std::string& node, uint32_t milliseconds);
+
+/// The next frame carries these bytes; frames handed in are delivered in order. Cut at the buffer's length.
+void Push_Frame(const std::string& node, std::vector<uint8_t> bytes);
+
+/// Descriptors of the camera opened from now on are numbered `minimum` or higher.
+void Set_Descriptor_Minimum(const std::string& node, int minimum);
+
+/// The bytes that the camera delivers as frame `sequence` in its present mode.
+std::vector<uint8_t> Frame_Bytes(const std::string& node, uint32_t sequence);
+
+/// Reads the frame number back.
+/// @return the sequence number, or nothing when the bytes carry none
+std::optional<uint32_t> Sequence_In_Frame(uint32_t fourcc, const void* bytes, size_t length);
+
+/// One call as the program made it and as it was answered.
+struct Log_Entry {
+    uint32_t request = 0;  ///< VIDIOC_ or Call_ code
+    std::string name;      ///< "VIDIOC_QBUF", "open", ...
+    std::string node;
+    int fd = -1;
+    int result = 0;
+    int error = 0;  ///< errno of a failed call, else 0
+    // Fields of the argument after the call; those that the request lacks are 0.
+    uint32_t type = 0;          ///< buffer type
+    uint32_t index = 0;         ///< of a buffer or an enumeration
+    uint32_t count = 0;         ///< REQBUFS
+    uint32_t memory = 0;        ///< REQBUFS and buffers
+    uint32_t id = 0;            ///< of a control
+    int32_t value = 0;          ///< of a control, flags of open, nfds of select
+    uint32_t pixel_format = 0;  ///< formats and enumerations
+    uint32_t width = 0;
+    uint32_t height = 0;
+    v4l2_fract interval = {0, 0};
+    uint32_t bytes_used = 0;
+    uint32_t sequence = 0;
+    uint64_t offset = 0;  ///< of a buffer or mmap
+    uint64_t length = 0;  ///< of a buffer or a mapping
+    const void* address = nullptr;
+    int64_t timeout_us = -1;  ///< of select; -1: none
+};
+
+/// Starts recording calls on all cameras, with an empty log.
+void Start_Log();
+std::vector<Log_Entry> Log();
+void Clear_Log();
+
+/// The names of the recorded calls in order, separated by blanks.
+std::string Log_Names();
+
+}  // namespace virtual_camera
