@@ -1,0 +1,36 @@
+#ifndef WQZ_TOOL_CAPTURE_THREAD_H
+#define WQZ_TOOL_CAPTURE_THREAD_H
+
+#include <chrono>
+#include <cstdint>
+#include <future>
+#include <thread>
+
+#include "USBCam_API/USBCam_API.h"
+
+/// The library's capture loop on a thread of its own.
+/// Running from construction until Stop succeeds. When a camera stops delivering the loop waits in its dequeue for
+/// ever; then nothing but the end of the process ends this thread.
+class Capture_Thread {
+public:
+    Capture_Thread(void* camera_handle, Pix_Format request);
+    Capture_Thread(const Capture_Thread&) = delete;
+    Capture_Thread& operator=(const Capture_Thread&) = delete;
+    /// Stops the loop, and ends the process when that does not work.
+    ~Capture_Thread();
+
+    /// @return whether the loop has returned without being told to
+    bool Has_Ended() const;
+
+    /// Tells the loop to stop and waits for it.
+    /// @return whether it returned in time; the handle may be used for other things only then
+    bool Stop(std::chrono::milliseconds patience);
+
+private:
+    void* handle;
+    std::packaged_task<int32_t()> loop;
+    std::future<int32_t> result;
+    std::thread thread;
+};
+
+#endif  // WQZ_TOOL_CAPTURE_THREAD_H

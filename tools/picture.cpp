@@ -1,0 +1,197 @@
+#include "picture.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <span>
+
+#include "bitmap.h"
+#include "Stream/frame_buffer.h"
+#include "Stream/video_stream.h"
+#include "tool_error.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* Name_Start = "frame-";
+// The dump cuts its path at 255 characters; its longest file name is 10 digits, '_', 6 digits and ".raw".
+constexpr size_t Longest_Raw_Folder = 255 - 22;
+
+[[noreturn]] void Throw_Write_Failure(const std::string& path, int error)
+{
+    const bool is_full = error == ENOSPC || error == EDQUOT || error == EFBIG;
+    throw Tool_Error(path + ": cannot be written: " + std::strerror(error) + (is_full ? "; make room, or" : ";") +
+                     " choose another directory with -o");
+}
+
+bool Write_All(int descriptor, std::span<const uint8_t> bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes = bytes.subspan(static_cast<size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return true;
+}
+
+/// Under another name first, so that a file with a picture's name is a whole one.
+void Write_File(const std::string& path, std::span<const uint8_t> bytes)
+{
+    const std::string part = path + ".part";
+    const int descriptor = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        Throw_Write_Failure(path, errno);
+    }
+    int error = Write_All(descriptor, bytes) ? 0 : errno;
+    if (close(descriptor) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error == 0 && std::rename(part.c_str(), path.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        (void)unlink(part.c_str());
+        Throw_Write_Failure(path, error);
+    }
+}
+
+uint32_t Highest_Number(const std::string& folder, const std::string& ending)
+{
+    uint32_t highest = 0;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(Name_Start) || !name.ends_with(ending)) {
+            continue;
+        }
+        uint32_t number = 0;
+        (void)std::from_chars(name.data() + std::strlen(Name_Start), name.data() + name.size(), number);
+        highest = std::max(highest, number);
+    }
+    return highest;
+}
+
+std::string Numbered_Name(uint32_t number, const std::string& ending)
+{
+    std::array<char, 16> digits{};
+    (void)std::snprintf(digits.data(), digits.size(), "%06u", number);
+    return Name_Start + std::string(digits.data()) + ending;
+}
+
+bool Is_Jpeg(const Frame_Buffer_Data& frame)
+{
+    return frame.PixFormat.u_PixFormat == 0;
+}
+
+}  // namespace
+
+bool Is_Damaged(const Frame_Buffer_Data& frame)
+{
+    if (frame.pMem == nullptr || (frame.buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) {
+        return true;
+    }
+    if (!Is_Jpeg(frame)) {
+        return frame.buffer.bytesused != Library_Bitmap_Bytes(frame.PixFormat);
+    }
+    v4l2_buffer buffer = frame.buffer;
+    return Frame_Buffer::MJPEG_Length(static_cast<uint8_t*>(frame.pMem), &buffer) < 0;
+}
+
+bool Is_Empty(const Frame_Buffer_Data& frame)
+{
+    const size_t header_bytes = Is_Jpeg(frame) ? 0 : Library_Bitmap_Bytes({});
+    return frame.pMem == nullptr || frame.buffer.bytesused <= header_bytes;
+}
+
+Picture_Folder::Picture_Folder(const std::string& folder_path, Kind file_kind) : folder(folder_path), kind(file_kind)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (!fs::is_directory(folder)) {
+        throw Tool_Error(folder + ": cannot be made: " + (error ? error.message() : "it is not a directory") +
+                         "; choose another directory with -o");
+    }
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        Throw_Write_Failure(folder, errno);
+    }
+    if (kind == Kind::Raw && folder.size() > Longest_Raw_Folder) {
+        throw Tool_Error(folder + ": the path is too long for raw files; up to " + std::to_string(Longest_Raw_Folder) +
+                         " characters work");
+    }
+}
+
+uint64_t Picture_Folder::Save(const Frame_Buffer_Data& frame)
+{
+    const std::string path = Next_Path(frame);
+    uint64_t bytes = frame.buffer.bytesused;
+    if (kind == Kind::Raw) {
+        Write_Raw(path, frame);
+    } else {
+        bytes = Write_Picture(path, frame);
+        ++next_number;
+    }
+    first_file = saved == 0 ? path : first_file;
+    last_file = path;
+    ++saved;
+    return bytes;
+}
+
+std::string Picture_Folder::Next_Path(const Frame_Buffer_Data& frame)
+{
+    if (kind == Kind::Raw) {
+        const timeval& time = frame.Frame_Time;
+        return fs::path(folder) / (std::to_string(time.tv_sec) + "_" + std::to_string(time.tv_usec) + ".raw");
+    }
+    const std::string ending = Is_Jpeg(frame) ? ".jpg" : ".bmp";
+    if (next_number == 0) {
+        next_number = Highest_Number(folder, ending) + 1;
+    }
+    return fs::path(folder) / Numbered_Name(next_number, ending);
+}
+
+void Picture_Folder::Write_Raw(const std::string& path, const Frame_Buffer_Data& frame)
+{
+    Frame_Buffer buffer;
+    buffer.sBuf = frame;
+    errno = 0;
+    (void)Video_Stream::Save_Frame_buffer(folder.data(), &buffer);
+    const int error = errno == 0 ? EIO : errno;
+    // The dump returns nothing of use, so its file tells.
+    std::error_code missing;
+    const uint64_t written = fs::file_size(path, missing);
+    if (missing || written != frame.buffer.bytesused) {
+        (void)unlink(path.c_str());
+        Throw_Write_Failure(path, error);
+    }
+}
+
+uint64_t Picture_Folder::Write_Picture(const std::string& path, const Frame_Buffer_Data& frame)
+{
+    std::span<const uint8_t> bytes(static_cast<const uint8_t*>(frame.pMem), frame.buffer.bytesused);
+    if (!Is_Jpeg(frame)) {
+        Render_Bitmap(frame, rendering);
+        bytes = rendering;
+    }
+    Write_File(path, bytes);
+    return bytes.size();
+}
+
+std::string Picture_Folder::Summary() const
+{
+    if (saved == 0) {
+        return "no files";
+    }
+    if (saved == 1) {
+        return "1 file, " + first_file;
+    }
+    return std::to_string(saved) + " files, " + first_file + " to " + last_file;
+}
