@@ -1,0 +1,252 @@
+// Dequeue, copy, requeue: on a streaming virtual camera whose answers are bent.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+
+#include "support/camera_fixture.h"
+#include "Video/Video_Device.h"
+
+namespace {
+
+std::atomic<int> array_allocations{0};
+
+}  // namespace
+
+// Counts how often frame memory is made; frame memory is the array family's.
+void* operator new[](std::size_t length)
+{
+    ++array_allocations;
+    if (void* block = std::malloc(length)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete[](void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete[](void* block, std::size_t) noexcept
+{
+    std::free(block);
+}
+
+namespace {
+
+using namespace virtual_camera;
+
+constexpr uint32_t Payload = 320 * 240 * 2;
+
+class Reading : public Camera_Fixture {
+protected:
+    Reading() : record(Camera_Record()), device(&record)
+    {
+        device.Video_Open();
+        device.Video_Stream_Set_Format(V4L2_PIX_FMT_YUYV, 320, 240);
+        device.Video_Stream_Set_Frame_Buff(4);
+        Hold_Frames(Node);
+        device.Video_Stream_Start_Stream();
+        Clear_Log();
+    }
+    ~Reading() override
+    {
+        delete[] static_cast<uint8_t*>(frame.pMem);
+        device.Video_Exe_End();
+    }
+
+    // Reads the next frame; without one the request would wait.
+    int32_t Read()
+    {
+        Deliver_Frames(Node, 1);
+        return Frame_Buffer::read_buff(static_cast<uint32_t>(device.Video_Device_FD), device.LC_Buffer_List, &frame);
+    }
+
+    void Alter_Dequeued(void (*change)(v4l2_buffer&))
+    {
+        Alter(Node, VIDIOC_DQBUF, [change](void* argument) { change(*static_cast<v4l2_buffer*>(argument)); });
+    }
+
+    const uint8_t* Bytes() const { return static_cast<const uint8_t*>(frame.pMem); }
+
+    // The bytes of the mapped buffer at a position.
+    const uint8_t* Mapped(uint32_t position)
+    {
+        return static_cast<const uint8_t*>(std::next(device.LC_Buffer_List.begin(), position)->sBuf.pMem);
+    }
+
+    v4l2_dev_sys_data_t record;
+    Video_Device device;
+    Frame_Buffer_Data frame{};
+};
+
+TEST_F(Reading, CopiesTheFrameAndGivesTheBufferBack)
+{
+    frame.buff_Offset = 9;
+    frame.index = 77;
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+    EXPECT_EQ(frame.buffer.bytesused, Payload);
+    EXPECT_EQ(frame.buff_Length, Payload + 256);
+    EXPECT_EQ(frame.buff_Offset, 0U);
+    EXPECT_EQ(frame.index, 77U) << "not the reader's field";
+    EXPECT_EQ(Log().back().index, frame.buffer.index);
+    const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
+    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), Bytes()));
+}
+
+TEST_F(Reading, TheBlockIsKeptOnlyForASmallerFrame)
+{
+    struct Step {
+        std::size_t bytes;
+        int allocations;
+    };
+    for (const Step step : {Step{1000, 1}, Step{999, 0}, Step{999, 1}, Step{500, 0}, Step{999, 1}, Step{2000, 1}}) {
+        Push_Frame(Node, std::vector<uint8_t>(step.bytes, 3));
+        const int before = array_allocations;
+        ASSERT_EQ(Read(), 0);
+        EXPECT_EQ(array_allocations - before, step.allocations) << step.bytes;
+        EXPECT_EQ(frame.buff_Length, step.bytes + 256) << "the length last asked for, not the block's";
+        EXPECT_EQ(Bytes()[step.bytes - 1], 3);
+    }
+}
+
+TEST_F(Reading, AnIndexBeyondTheBuffersReadsTheFirst)
+{
+    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.index = 4; });
+    Captured_Stderr printed;
+    Read();
+    EXPECT_EQ(frame.buffer.index, 4U);
+    EXPECT_EQ(std::memcmp(Bytes(), Mapped(0), Payload), 0);
+}
+
+TEST_F(Reading, ALengthBeyondTheMappingReadsAsZeroBehindIt)
+{
+    const uint32_t mapped = device.LC_Buffer_List.front().sBuf.buff_Length;
+    Alter(Node, VIDIOC_DQBUF, [=](void* buffer) { static_cast<v4l2_buffer*>(buffer)->bytesused = mapped + 5000; });
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(frame.buff_Length, mapped + 5256);
+    EXPECT_EQ(std::memcmp(Bytes(), Mapped(frame.buffer.index), mapped), 0);
+    EXPECT_TRUE(std::all_of(Bytes() + mapped, Bytes() + mapped + 5000, [](uint8_t byte) { return byte == 0; }));
+
+    // An unknown length: the driver's word holds.
+    for (Frame_Buffer& buffer : device.LC_Buffer_List) {
+        buffer.sBuf.buff_Length = 0;
+    }
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(std::memcmp(Bytes(), Mapped(frame.buffer.index), Payload), 0);
+    for (Frame_Buffer& buffer : device.LC_Buffer_List) {
+        buffer.sBuf.buff_Length = mapped;
+    }
+}
+
+TEST_F(Reading, AnImpossibleLengthIsRefusedAfterTheRequeue)
+{
+    for (uint32_t over : {0xFFFFFF00U, 0xFFFFFFFFU}) {
+        Clear_Log();
+        Alter(Node, VIDIOC_DQBUF, [=](void* buffer) { static_cast<v4l2_buffer*>(buffer)->bytesused = over; });
+        EXPECT_EQ(Read(), -1);
+        EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+        EXPECT_EQ(frame.pMem, nullptr);
+        EXPECT_EQ(frame.buffer.bytesused, 0U) << "no reader may follow the length";
+    }
+}
+
+TEST_F(Reading, ABufferThatIsNotMappedReadsAsZero)
+{
+    for (void* no_mapping : {static_cast<void*>(nullptr), MAP_FAILED}) {
+        Clear_Log();
+        Frame_Buffer& next = *std::next(device.LC_Buffer_List.begin(), no_mapping == nullptr ? 0 : 1);
+        std::swap(next.sBuf.pMem, no_mapping);
+        EXPECT_EQ(Read(), -1);
+        std::swap(next.sBuf.pMem, no_mapping);
+        EXPECT_EQ(frame.buffer.bytesused, Payload);
+        EXPECT_EQ(frame.buff_Length, Payload + 256);
+        EXPECT_TRUE(std::all_of(Bytes(), Bytes() + Payload, [](uint8_t byte) { return byte == 0; }));
+        EXPECT_EQ(Requests(VIDIOC_QBUF), 1);
+    }
+}
+
+TEST_F(Reading, ARefusedDequeueStillCopiesAnEmptyRecordAndQueues)
+{
+    Fail_With(VIDIOC_DQBUF, {EIO});
+    Fail_With(VIDIOC_QBUF, {EINVAL});
+    EXPECT_EQ(Read(), -1);
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+    EXPECT_EQ(frame.buffer.bytesused, 0U);
+    EXPECT_EQ(frame.buff_Length, 256U);
+    EXPECT_NE(frame.pMem, nullptr);
+}
+
+TEST_F(Reading, AnOddDequeueResultLeavesTheRecordAlone)
+{
+    Fail(Node, VIDIOC_DQBUF, {EIO, -2});
+    Captured_Stderr printed;
+    EXPECT_EQ(Read(), -1);
+    EXPECT_EQ(printed.Text(), "NULL \n");
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF");
+    EXPECT_EQ(frame.pMem, nullptr);
+    EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[read_buff] END!"), std::string::npos);
+}
+
+TEST_F(Reading, AFailedRequeueShowsInTheResult)
+{
+    Fail_With(VIDIOC_QBUF, {EINVAL});
+    EXPECT_EQ(Read(), -1);
+    EXPECT_EQ(frame.buffer.bytesused, Payload);
+}
+
+TEST_F(Reading, WithoutMappedBuffersNothingIsAskedFor)
+{
+    std::list<Frame_Buffer> none;
+    EXPECT_EQ(Frame_Buffer::read_buff(static_cast<uint32_t>(device.Video_Device_FD), none, &frame), -1);
+    EXPECT_EQ(Log_Names(), "");
+}
+
+TEST_F(Reading, TheVariantWithoutADestinationPrintsANameAndRequeues)
+{
+    Captured_Stderr printed;
+    Deliver_Frames(Node, 1);
+    EXPECT_EQ(Frame_Buffer::read_buff(static_cast<uint32_t>(device.Video_Device_FD), device.LC_Buffer_List), 0);
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+    long seconds = 0;
+    long microseconds = 0;
+    int end = 0;
+    const std::string text = printed.Text();
+    EXPECT_EQ(std::sscanf(text.c_str(), "/mnt/hgfs/Work_Linux_SDK/DEBUG_SAVE/%ld_%ld.jpg \n%n", &seconds, &microseconds,
+                          &end),
+              2);
+    EXPECT_EQ(text.size(), static_cast<std::size_t>(end));
+    EXPECT_LE(std::abs(seconds - time(nullptr)), 5);
+}
+
+TEST_F(Reading, UnmappingLeavesItsEndMarkOnlyWhenItWorked)
+{
+    Frame_Buffer never_mapped;
+    EXPECT_EQ(never_mapped.unmap_buff(), -1);
+    EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[unmap_buff] START!"), std::string::npos);
+    Frame_Buffer& first = device.LC_Buffer_List.front();
+    const void* where = first.sBuf.pMem;
+    EXPECT_EQ(first.unmap_buff(), 0);
+    EXPECT_EQ(first.sBuf.pMem, where);
+    EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[unmap_buff] END!"), std::string::npos);
+    device.LC_Buffer_List.pop_front();
+}
+
+TEST_F(Reading, AFailedQueryMapsNothing)
+{
+    Frame_Buffer buffer;
+    buffer.sBuf.index = 9;
+    EXPECT_EQ(buffer.query_buff(static_cast<uint32_t>(device.Video_Device_FD)), -1);
+    EXPECT_EQ(buffer.sBuf.pMem, nullptr);
+    EXPECT_EQ(buffer.queue_buff(static_cast<uint32_t>(device.Video_Device_FD)), -1);
+    EXPECT_EQ(Log_Names(), "VIDIOC_QUERYBUF VIDIOC_QBUF");
+}
+
+}  // namespace

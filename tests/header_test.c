@@ -1,0 +1,78 @@
+/* The flat header in a C99 program: layout of the records and linkage of every function. */
+#include <stddef.h>
+#include <stdio.h>
+
+#include "USBCam_API/USBCam_API.h"
+
+static int failures = 0;
+
+static void check(int holds, const char* what)
+{
+    if (!holds) {
+        printf("FAILED: %s\n", what);
+        ++failures;
+    }
+}
+
+#define CHECK(condition) check((condition), #condition)
+
+static void check_records(void)
+{
+    CHECK(offsetof(v4l2_dev_sys_data_t, device) == 0);
+    CHECK(offsetof(v4l2_dev_sys_data_t, location) == 24);
+    CHECK(offsetof(v4l2_dev_sys_data_t, vendor) == 32);
+    CHECK(offsetof(v4l2_dev_sys_data_t, valid) == 40);
+    CHECK(offsetof(v4l2_dev_sys_data_t, busnum) == 48);
+    CHECK(offsetof(v4l2_dev_sys_data_t, devnum) == 56);
+    CHECK(offsetof(v4l2_dev_sys_data_t, Vid) == 64);
+    CHECK(offsetof(v4l2_dev_sys_data_t, Bcd) == 68);
+    CHECK(offsetof(v4l2_dev_sys_data_t, iManufacturer) == 70);
+    CHECK(offsetof(v4l2_dev_sys_data_t, iProduct) == 326);
+    CHECK(offsetof(v4l2_dev_sys_data_t, iSerialNumber) == 582);
+    CHECK(offsetof(v4l2_dev_sys_data_t, Device_Path) == 838);
+    CHECK(sizeof(v4l2_dev_sys_data_t) == 1096);
+    CHECK(sizeof(Pix_Format) == 16);
+    CHECK(offsetof(Pix_Format, u_Fps) == 12);
+    CHECK(sizeof(struct v4l2_buffer) == 88);
+    CHECK(offsetof(Frame_Buffer_Data, PixFormat) == 88);
+    CHECK(offsetof(Frame_Buffer_Data, Frame_Time) == 104);
+    CHECK(offsetof(Frame_Buffer_Data, fd) == 120);
+    CHECK(offsetof(Frame_Buffer_Data, device_path) == 124);
+    CHECK(offsetof(Frame_Buffer_Data, pMem) == 384);
+    CHECK(offsetof(Frame_Buffer_Data, buff_Length) == 392);
+    CHECK(offsetof(Frame_Buffer_Data, buff_Offset) == 396);
+    CHECK(offsetof(Frame_Buffer_Data, index) == 400);
+    CHECK(sizeof(Frame_Buffer_Data) == 408);
+    CHECK(sizeof GLOG == 4097);
+}
+
+/* A null handle is answered and leaves the trace alone. */
+static void check_null_handles(void)
+{
+    Pix_Format mode = {0, 640, 480, 30};
+    int32_t value = 7;
+    CHECK(WQZ_USBCam_DEVICE_FIND_ID(NULL, 0xFFFF, 0xFFFF) == -2);
+    CHECK(WQZ_USBCam_Video_DEAL_WITH_INIT(NULL, 0) == -2);
+    CHECK(WQZ_USBCam_Get_Format_List_Size(NULL) == -2);
+    CHECK(WQZ_USBCam_Get_Format_List(NULL, &mode) == -2);
+    CHECK(WQZ_USBCam_PU_Get(NULL, V4L2_CID_BRIGHTNESS, &value) == -2 && value == 7);
+    CHECK(WQZ_USBCam_PU_Set(NULL, V4L2_CID_BRIGHTNESS, 1) == -2);
+    CHECK(WQZ_USBCam_Video_DEAL_WITH(NULL, mode) == -2);
+    CHECK(WQZ_USBCam_Video_STREAM_STATUS(NULL, true) == -2);
+    CHECK(WQZ_USBCam_Clear_Frame_Buff(NULL) == -2);
+    CHECK(WQZ_USBCam_GET_FRAME_BUFF(NULL, true) == NULL);
+    WQZ_USBCam_Video_DEAL_WITH_UNINIT(NULL);
+    WQZ_USBCam_EVENT_LoopMode(NULL, 0);
+    WQZ_USBCam_SAVE_FRAME_RES(NULL, NULL);
+    WQZ_USBCam_DELETE_DEVICE_POINT(NULL);
+    WQZ_USBCam_DEVICE_FREE(NULL, 3);
+    CHECK(WQZ_USBCam_Log() == GLOG && WQZ_USBCam_Get_Cache() == GLOG);
+    CHECK(GLOG[0] == '\0');
+}
+
+int main(void)
+{
+    check_records();
+    check_null_handles();
+    return failures == 0 ? 0 : 1;
+}

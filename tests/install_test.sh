@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# Installs a build into a temporary prefix and uses it the ways that users do.
+# usage: install_test.sh SOURCE_DIR BUILD_DIR
+set -euo pipefail
+source_dir=$1
+build_dir=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build_dir" --prefix "$prefix" > "$work/install.log"
+library=$(find "$prefix" -name libWQZ_USBCam.so.1)
+libdir=$(dirname "$library")
+
+echo "-- a CMake project over the installed package"
+cmake -S "$source_dir/tests/consumer" -B "$work/package" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$work/log"
+cmake --build "$work/package" > "$work/log" || { cat "$work/log"; exit 1; }
+"$work/package/consumer_c"
+"$work/package/consumer_cpp"
+
+echo "-- a compiler with pkg-config, after the tree was moved"
+mv "$prefix" "$work/moved"
+libdir=${libdir/#$prefix/$work/moved}
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+cc -std=c99 -Wall -Wextra -Wpedantic -Werror "$source_dir/tests/consumer/consumer.c" \
+  $(pkg-config --cflags --libs wqz-usbcam) -Wl,-rpath,"$libdir" -o "$work/with_pc"
+"$work/with_pc"
+
+echo "-- a CMake project over the sources"
+cmake -S "$source_dir/tests/consumer" -B "$work/subdirectory" -G Ninja -DWQZ_SOURCE_DIR="$source_dir" > "$work/log"
+cmake --build "$work/subdirectory" -j2 > "$work/log" || { cat "$work/log"; exit 1; }
+"$work/subdirectory/consumer_c"
+"$work/subdirectory/consumer_cpp"
+
+echo "-- every header by itself: the flat one as C99, all as C++11"
+include=$work/moved/include
+cc -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" -x c "$include/USBCam_API/USBCam_API.h"
+for compiler in g++ clang++; do
+  (cd "$include" && find . -name '*.h' -not -path './virtual_camera/*') | while read -r header; do
+    echo "#include \"${header#./}\"" > "$work/one.cpp"
+    "$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" "$work/one.cpp"
+  done
+done
+
+echo "-- what the library needs and exports"
+needed=$(readelf -d "$libdir/libWQZ_USBCam.so.1" | sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' | sort | tr '\n' ' ')
+if [ "$needed" != "libc.so.6 libgcc_s.so.1 libstdc++.so.6 libudev.so.1 " ]; then
+  echo "needs: $needed"
+  exit 1
+fi
+classes='Format_Info|Format_Info_Base_Class|Frame_Buffer|Mutex_Class|Mutex_Lock_Class|Resolution_Info|'
+classes+='Resolution_Info_Base_Class|USBCam|USBDev_Message|USB_Video_Enum|V4L2_Video_Control_Pu|Video_Device|'
+classes+='Video_Device_Base_Class|Video_Stream|Video_Stream_EXE_Base_Class|YUV_Decode|YUV_Stream'
+allowed="^(WQZ_USBCam_[A-Za-z_]+|GLOG|creater_Video_Device_Base_Class|delete_Video_Device_Base_Class"
+allowed+="|(vtable for |typeinfo for |typeinfo name for |non-virtual thunk to )?($classes)(::.*)?)$"
+exported=$(nm -DC --defined-only "$libdir/libWQZ_USBCam.so.1" | sed -E 's/^[0-9a-f]* *[A-Za-z] //')
+if grep -vE "$allowed" <<< "$exported"; then
+  echo "is exported but does not belong to the interface"
+  exit 1
+fi
+flat=$(grep -oE 'WQZ_USBCam_[A-Za-z_]+\(' "$include/USBCam_API/USBCam_API.h" | tr -d '(' | sort -u)
+for name in $flat GLOG creater_Video_Device_Base_Class delete_Video_Device_Base_Class; do
+  grep -qx "$name" <<< "$exported" || { echo "$name is not exported"; exit 1; }
+done

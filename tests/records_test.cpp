@@ -1,0 +1,91 @@
+// The layouts that callers of the class-level interface rely on, and the trace buffer.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
+#include "Stream/video_stream.h"
+#include "Stream/YUV/yuv_stream.h"
+#include "USBCam/USBCam.h"
+#include "USBCam_API/trace.h"
+#include "Video/usb_video_enum.h"
+
+namespace {
+
+// Members must lie in ascending order; `address` is that of each member of one object.
+template <typename... Member>
+void Expect_Ascending(const Member&... member)
+{
+    const void* addresses[] = {static_cast<const void*>(&member)...};
+    for (std::size_t i = 1; i < sizeof...(member); ++i) {
+        EXPECT_LT(addresses[i - 1], addresses[i]) << "member " << i;
+    }
+}
+
+TEST(Records, MembersLieInTheirOrder)
+{
+    v4l2_dev_sys_data_t camera{};
+    USBCam s(&camera);
+    Expect_Ascending(s.S_Dev_Message, s.C_V4L2_VC_Pu, s.LC_Format_List, s.u_VideoStream_Queue_buff, s.LC_Buffer_List,
+                     s.C_PixFormat, s.Video_Device_FD, s.MJPEG_Task, s.YUV_Task, s.Unusual_Task, s.Yuv_mode_select,
+                     s.cFrame_Buffer, s.cFrame_RES, s.cMutex, s.iFd, s.iLoopMode, s.tv_b, s.fps_i);
+    const YUV_Decode& tables = YUV_Stream::YUV_Decode_Table;
+    Expect_Ascending(tables.R_Matrix, tables.G_UV_Matrix, tables.G_Matrix, tables.B_Matrix);
+    EXPECT_EQ(sizeof(YUV_Decode), 384U * 1024U);
+    EXPECT_EQ(sizeof(v4l2_device_list_t), 40U);
+    EXPECT_EQ(sizeof(Frame_Buffer), sizeof(Frame_Buffer_Data));
+    EXPECT_FALSE(std::is_polymorphic_v<Frame_Buffer>);
+    EXPECT_EQ(sizeof(Video_Stream_EXE_Base_Class::YUV_MODE), 4U);
+}
+
+TEST(Records, ANewSessionIsClosedAndEndless)
+{
+    v4l2_dev_sys_data_t camera{};
+    std::strcpy(camera.Device_Path, "/dev/video7");
+    USBCam session(&camera);
+    EXPECT_STREQ(session.S_Dev_Message.Device_Path, "/dev/video7");
+    EXPECT_EQ(session.Get_Video_Device_FD(), 0);
+    EXPECT_EQ(session.iLoopMode, -1);
+    EXPECT_EQ(session.fps_i, 0);
+    EXPECT_TRUE(session.cFrame_RES.empty() && session.cFrame_Buffer.empty());
+    int32_t value = 5;
+    EXPECT_EQ(session.C_V4L2_VC_Pu.V4L2_Static_Pu_Get_Control(V4L2_CID_BRIGHTNESS, &value), -1);
+    EXPECT_EQ(value, 5);
+    EXPECT_EQ(session.Index_At_Format_Info(3), nullptr);
+}
+
+TEST(Records, TheFactoryStoresWhatItReturns)
+{
+    v4l2_dev_sys_data_t camera{};
+    PVOID stored = nullptr;
+    Video_Device_Base_Class* device = creater_Video_Device_Base_Class(&camera, &stored);
+    EXPECT_EQ(stored, static_cast<void*>(device));
+    EXPECT_NE(dynamic_cast<Video_Stream_EXE_Base_Class*>(device), nullptr);
+    delete_Video_Device_Base_Class(device);
+    delete_Video_Device_Base_Class(nullptr);
+}
+
+TEST(Trace, WritesTheLineAndItsTerminatorOnly)
+{
+    std::memset(GLOG, 'x', 200);
+    Trace<"source//Folder/file", 1207, "Some_Function", Mark::Start>();
+    const char line[] = "\t File:[source//Folder/file] line:[1207] Fun:[Some_Function] START!\r\n";
+    EXPECT_STREQ(WQZ_USBCam_Log(), line);
+    EXPECT_EQ(GLOG[sizeof line], 'x');
+    Trace<"f", 7, "g", Mark::End>();
+    EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] END!\r\n");
+    Trace<"f", 7, "g", Mark::Plain>();
+    EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] !\r\n");
+}
+
+TEST(Trace, SetLogCopiesJustTheGivenBytes)
+{
+    std::strcpy(WQZ_USBCam_Get_Cache(), "xyz rest");
+    WQZ_USBCam_Set_Log("abc", 2);
+    EXPECT_STREQ(WQZ_USBCam_Log(), "abz rest");
+    WQZ_USBCam_Set_Log(nullptr, 0);
+    EXPECT_STREQ(WQZ_USBCam_Log(), "abz rest");
+}
+
+}  // namespace

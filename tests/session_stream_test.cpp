@@ -1,0 +1,431 @@
+// The session's reader and capture loop on the virtual camera.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "Stream/YUV/yuv_stream.h"
+#include "support/camera_fixture.h"
+#include "USBCam/USBCam.h"
+
+namespace {
+
+using namespace virtual_camera;
+using Clock = std::chrono::steady_clock;
+
+constexpr Pix_Format Mjpeg{0, 320, 240, 30};
+constexpr Pix_Format Yuyv{1, 320, 240, 30};
+const std::string Set_Up =
+    "VIDIOC_S_FMT VIDIOC_G_PARM VIDIOC_S_PARM VIDIOC_REQBUFS "
+    "VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF mmap "
+    "VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_STREAMON";
+const std::string Quitting =
+    "QUIT SELECT EVENT!\r\nQUIT SELECT EVENT! Video_Stream_Stop_Stream\r\nQUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n";
+
+bool Eventually(const std::function<bool()>& holds)
+{
+    for (const auto end = Clock::now() + std::chrono::seconds(20); Clock::now() < end;) {
+        if (holds()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return false;
+}
+
+class Stream : public Camera_Fixture {
+protected:
+    Stream() : record(Camera_Record()), session(&record)
+    {
+        EXPECT_EQ(session.Video_DEAL_WITH_INIT(17), 0);
+        EXPECT_EQ(session.iFd, 17);
+        Hold_Frames(Node);
+        Clear_Log();
+    }
+    ~Stream() override
+    {
+        Stop();
+        session.Video_Exe_End();
+        session.CLEAR_FRAME_BUFF();
+    }
+
+    // Runs the loop on a thread of its own.
+    void Capture(const Pix_Format& mode)
+    {
+        loop = std::thread([this, mode] {
+            Pix_Format request = mode;
+            result = session.Video_DEAL_WITH(&request);
+        });
+    }
+
+    void Stop()
+    {
+        if (loop.joinable()) {
+            session.EVENT_LoopMode(0);
+            loop.join();
+        }
+    }
+
+    // Runs the loop here until its budget is spent.
+    int32_t Capture_Counted(Pix_Format mode, int32_t budget)
+    {
+        session.EVENT_LoopMode(budget);
+        return session.Video_DEAL_WITH(&mode);
+    }
+
+    v4l2_dev_sys_data_t record;
+    USBCam session;
+    std::thread loop;
+    int32_t result = 99;
+};
+
+// The reader ----------------------------------------------------------------------------------------------------------
+
+class Reader : public Stream {
+protected:
+    Reader()
+    {
+        session.Video_Stream_Set_Format(V4L2_PIX_FMT_YUYV, 320, 240);
+        session.Video_Stream_Set_Frame_Buff(4);
+        session.Video_Stream_Start_Stream();
+        Deliver_Frames(Node, 100);
+        Clear_Log();
+    }
+    ~Reader() override { delete[] static_cast<uint8_t*>(frame.pMem); }
+
+    Frame_Buffer_Data frame{};
+};
+
+TEST_F(Reader, ReadsAFrameAndLeavesItsMarks)
+{
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
+    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[639] Fun:[Read_Frame_BUFF] END!\r\n");
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+    const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
+    EXPECT_EQ(frame.buff_Length, sent.size() + 256);
+    EXPECT_EQ(std::memcmp(frame.pMem, sent.data(), sent.size()), 0);
+}
+
+TEST_F(Reader, ARefusedRequestIsRepeatedSilentlyEveryElevenMilliseconds)
+{
+    Fail_With(VIDIOC_DQBUF, {EIO, EINVAL, ENODEV});
+    Fail_With(VIDIOC_QBUF, {EIO});
+    Captured_Stderr printed;
+    const auto start = Clock::now();
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(4 * 11 + 2));
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 4);
+    EXPECT_EQ(Requests(VIDIOC_QBUF), 2);
+    EXPECT_EQ(printed.Text(), "");
+}
+
+TEST_F(Reader, OddResultsAreRetriedOnlyWhileTheErrorMayPass)
+{
+    Fail(Node, VIDIOC_DQBUF, {EAGAIN, 1, 2, 0, true});
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 3);
+
+    Clear_Log();
+    Fail(Node, VIDIOC_DQBUF, {EIO, 5, 1, 0, true});
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 5) << "a positive result is delivered";
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+
+    Fail(Node, VIDIOC_DQBUF, {EIO, -2});
+    Captured_Stderr printed;
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
+    EXPECT_EQ(printed.Text(), "NULL \n");
+    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[580] Fun:[Read_Frame_BUFF] END!\r\n");
+}
+
+TEST_F(Reader, WithoutMappedBuffersNothingIsAskedFor)
+{
+    std::list<Frame_Buffer> aside;
+    aside.swap(session.LC_Buffer_List);
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
+    EXPECT_EQ(Log_Names(), "");
+    aside.swap(session.LC_Buffer_List);
+}
+
+// The loop ------------------------------------------------------------------------------------------------------------
+
+TEST_F(Stream, AClosedCameraIsRefusedAndNothingIsTouched)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[544] Fun:[Video_DEAL_WITH_UNINIT] END!\r\n");
+    Clear_Log();
+    EXPECT_EQ(Capture_Counted(Mjpeg, -1), -1);
+    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[691] Fun:[Video_DEAL_WITH] END!\r\n");
+    EXPECT_EQ(session.cFrame_RES.size(), 8U);
+    EXPECT_EQ(Log_Names(), "");
+}
+
+TEST_F(Stream, AFailedOpenPassesAndShowsLater)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Fail_With(Call_Open, {EBUSY});
+    Captured_Stderr printed;
+    EXPECT_EQ(session.Video_DEAL_WITH_INIT(0), 0) << "only a descriptor of 0 counts as not open";
+    EXPECT_EQ(Capture_Counted(Mjpeg, -1), -1);
+}
+
+TEST_F(Stream, AWholeRunMakesTheseRequestsInThisOrder)
+{
+    Deliver_Frames(Node, 2);
+    Captured_Stderr printed;
+    EXPECT_EQ(Capture_Counted(Mjpeg, 2), 0);
+    EXPECT_EQ(printed.Text(), Quitting);
+    EXPECT_EQ(Log_Names(),
+              Set_Up + " select VIDIOC_DQBUF VIDIOC_QBUF select VIDIOC_DQBUF VIDIOC_QBUF VIDIOC_STREAMOFF");
+    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[922] Fun:[Video_DEAL_WITH] END!\r\n");
+    const std::vector<Log_Entry> log = Log();
+    EXPECT_EQ(log[0].pixel_format, V4L2_PIX_FMT_MJPEG);
+    EXPECT_EQ(log[2].interval.denominator, 30U);
+    EXPECT_EQ(log[3].count, 4U);
+    EXPECT_EQ(log[17].timeout_us, 1'002'000);
+    EXPECT_TRUE(session.cFrame_Buffer.empty() && session.cFrame_RES.empty());
+    EXPECT_EQ(session.iLoopMode, 0);
+}
+
+TEST_F(Stream, AnEarlierStopEndsTheRunBeforeItsFirstWait)
+{
+    Captured_Stderr printed;
+    EXPECT_EQ(Capture_Counted({7, 320, 240, 30}, 0), 0);
+    EXPECT_EQ(Log_Names(), Set_Up + " VIDIOC_STREAMOFF");
+    EXPECT_EQ(Log()[0].pixel_format, V4L2_PIX_FMT_YUYV) << "whatever is not 0 asks for YUYV";
+    EXPECT_EQ(printed.Text(), Quitting);
+    EXPECT_EQ(session.iLoopMode, 0);
+}
+
+TEST_F(Stream, ABudgetCountsWaitsWhateverTheirOutcome)
+{
+    Deliver_Frames(Node, 1);
+    Script_Select(Node, 0);
+    Script_Select(Node, -1, EINTR);
+    Script_Select(Node, -1, ENOMEM);
+    Captured_Stderr printed;
+    EXPECT_EQ(Capture_Counted(Mjpeg, 4), 0);
+    EXPECT_EQ(Requests(Call_Select), 4);
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 1);
+    EXPECT_EQ(printed.Text(), "select Timeout\nFail to select: Cannot allocate memory\n" + Quitting);
+    session.CLEAR_FRAME_BUFF();
+    session.Video_Stream_Clear_Frame_Buff();
+    Captured_Stderr again;
+    EXPECT_EQ(Capture_Counted(Mjpeg, -3), 0) << "any other negative budget stops at once";
+}
+
+TEST_F(Stream, AStopDuringACountDownIsNeverLost)
+{
+    Script_Select(Node, -1, EINTR, Always);
+    Captured_Stderr printed;
+    constexpr int32_t budget = 200000;
+    for (int round = 0; round < 60; ++round) {
+        Clear_Log();
+        session.EVENT_LoopMode(budget);
+        Capture(Mjpeg);
+        std::this_thread::sleep_for(std::chrono::microseconds(300 + 37 * round));
+        Stop();
+        EXPECT_LT(Requests(Call_Select), budget) << "the stop was overwritten";
+        EXPECT_EQ(session.iLoopMode, 0);
+        session.Video_Stream_Clear_Frame_Buff();
+    }
+}
+
+TEST_F(Stream, FramesAreStampedNumberedAndConverted)
+{
+    Captured_Stderr printed;
+    session.tv_b.tv_sec -= 10;
+    session.fps_i = 5;
+    Capture(Yuyv);
+    Deliver_Frames(Node, 3);
+    ASSERT_TRUE(Eventually([&] { return session.Video_STREAM_STATUS(false) == 3; }));
+    for (uint32_t i = 0; i < 3; ++i) {
+        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false);
+        EXPECT_EQ(frame->index, i);
+        EXPECT_EQ(frame->PixFormat.u_PixFormat, 1U);
+        EXPECT_EQ(frame->PixFormat.u_Width, 320U);
+        EXPECT_EQ(frame->PixFormat.u_Height, 240U);
+        EXPECT_EQ(frame->fd, session.Video_Device_FD);
+        EXPECT_STREQ(frame->device_path, Node);
+        EXPECT_LE(std::abs(frame->Frame_Time.tv_sec - time(nullptr)), 5);
+        if (i == 0) {
+            EXPECT_EQ(frame->PixFormat.u_Fps, 6U) << "the first frame of a second closes the count of the one before";
+        }
+        std::vector<uint8_t> sent = Frame_Bytes(Node, frame->buffer.sequence);
+        std::vector<uint8_t> bgr(sent.size() / 2 * 3);
+        YUV_Stream::YUV_Decode_Table.YUYV_Decode(sent.data(), static_cast<uint32_t>(sent.size()), bgr.data(), 0);
+        ASSERT_EQ(frame->buffer.bytesused, bgr.size() + 54);
+        EXPECT_EQ(std::memcmp(static_cast<uint8_t*>(frame->pMem) + 54, bgr.data(), bgr.size()), 0);
+        session.SAVE_FRAME_RES(frame);
+    }
+}
+
+TEST_F(Stream, WithoutAConsumerTheLatestFramesAreKept)
+{
+    Captured_Stderr printed;
+    Capture(Mjpeg);
+    Deliver_Frames(Node, 20);
+    ASSERT_TRUE(Eventually([&] {
+        const Mutex_Lock_Class lock(session.cMutex);
+        return session.cFrame_Buffer.size() == 7 && session.cFrame_Buffer.back()->index == 19;
+    })) << "eight records: seven wait, the loop holds one";
+    for (uint32_t i = 13; i < 20; ++i) {
+        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false);
+        ASSERT_NE(frame, nullptr);
+        EXPECT_EQ(frame->index, i);
+        const auto sent = Frame_Bytes(Node, frame->buffer.sequence);
+        EXPECT_EQ(frame->buffer.bytesused, sent.size());
+        EXPECT_EQ(std::memcmp(frame->pMem, sent.data(), sent.size()), 0);
+        session.SAVE_FRAME_RES(frame);
+    }
+}
+
+TEST_F(Stream, ASlowConsumerNeverBlocksTheLoopAndSeesAscendingNumbers)
+{
+    Captured_Stderr printed;
+    Capture(Mjpeg);
+    Deliver_Frames(Node, 100);
+    int64_t last = -1;
+    while (last < 99) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(true);
+        if (frame != nullptr) {
+            EXPECT_GT(frame->index, last);
+            last = frame->index;
+            session.SAVE_FRAME_RES(frame);
+        }
+    }
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 100);
+}
+
+// Takes all eight records before the loop can.
+class Greedy : public USBCam {
+public:
+    using USBCam::USBCam;
+    int32_t Video_Stream_Start_Stream() override
+    {
+        for (Frame_Buffer_Data*& record : held) {
+            record = GET_FRAME_RES();
+        }
+        return USBCam::Video_Stream_Start_Stream();
+    }
+    Frame_Buffer_Data* held[8] = {};
+};
+
+TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Greedy greedy(&record);
+    greedy.Video_DEAL_WITH_INIT(0);
+    Deliver_Frames(Node, 5);
+    Clear_Log();
+    Captured_Stderr printed;
+    greedy.EVENT_LoopMode(2);
+    std::thread capture([&] {
+        Pix_Format mode = Mjpeg;
+        greedy.Video_DEAL_WITH(&mode);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(Requests(Call_Select), 0);
+    greedy.SAVE_FRAME_RES(greedy.held[0]);
+    capture.join();
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 2) << "the two waits of the budget came after the record";
+    for (int i = 1; i < 8; ++i) {
+        greedy.SAVE_FRAME_RES(greedy.held[i]);
+    }
+    greedy.CLEAR_FRAME_BUFF();
+
+    greedy.EVENT_LoopMode(-1);
+    capture = std::thread([&] {
+        Pix_Format mode = Mjpeg;
+        greedy.Video_DEAL_WITH(&mode);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    greedy.EVENT_LoopMode(0);
+    capture.join();
+    for (Frame_Buffer_Data* frame : greedy.held) {
+        greedy.SAVE_FRAME_RES(frame);
+    }
+    greedy.CLEAR_FRAME_BUFF();
+    greedy.Video_Exe_End();
+}
+
+// A device that says it delivers what the loop does not know.
+class Grey : public USBCam {
+public:
+    using USBCam::USBCam;
+    Pix_Format Get_Current_PixFormat() override { return {V4L2_PIX_FMT_GREY, 1, 1, 1}; }
+};
+
+TEST_F(Stream, AnUnknownFormatIsCountedReportedAndNotQueued)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Grey grey(&record);
+    grey.Video_DEAL_WITH_INIT(0);
+    Deliver_Frames(Node, 3);
+    grey.EVENT_LoopMode(3);
+    Captured_Stderr printed;
+    Pix_Format mode = Yuyv;
+    grey.Video_DEAL_WITH(&mode);
+    EXPECT_EQ(printed.Text(), "format Error\nformat Error\nformat Error\n" + Quitting);
+    EXPECT_EQ(grey.fps_i, 3);
+    grey.Video_Exe_End();
+}
+
+TEST_F(Stream, ADescriptorBeyondTheFixedSetsWorks)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 2048) {
+        limit.rlim_cur = 2048;
+        limit.rlim_max = std::max<rlim_t>(limit.rlim_max, 2048);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    }
+    session.Video_DEAL_WITH_UNINIT();
+    Set_Descriptor_Minimum(Node, 1500);
+    session.Video_DEAL_WITH_INIT(0);
+    ASSERT_GE(session.Video_Device_FD, 1500);
+    Deliver_Frames(Node, 2);
+    Clear_Log();
+    Captured_Stderr printed;
+    EXPECT_EQ(Capture_Counted(Mjpeg, 2), 0);
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 2);
+    EXPECT_EQ(printed.Text(), Quitting);
+}
+
+TEST_F(Stream, ARecordOfAnOddReadStaysSafe)
+{
+    Deliver_Frames(Node, 6);
+    Fail(Node, VIDIOC_DQBUF, {EIO, -2});
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->bytesused = 0xFFFFFFFF; });
+    Captured_Stderr printed;
+    EXPECT_EQ(Capture_Counted(Yuyv, 3), 0);
+    EXPECT_EQ(printed.Text(), "NULL \nRaw Not Vail!\nRaw Not Vail!\n" + Quitting);
+}
+
+// What waits for ever on purpose, in a process that ends itself.
+TEST_F(Stream, RefusedSettingsLeaveTheLoopInItsReadBeyondAnyStop)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            USBCam lonely(&record);
+            lonely.Video_DEAL_WITH_INIT(0);
+            Fail(Node, VIDIOC_STREAMON, {ENOSPC, -1, Always});
+            std::thread([&] {
+                Pix_Format mode = Mjpeg;
+                lonely.Video_DEAL_WITH(&mode);
+                _exit(1);
+            }).detach();
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            lonely.EVENT_LoopMode(0);
+            std::this_thread::sleep_for(std::chrono::milliseconds(700));
+            _exit(Requests(VIDIOC_DQBUF) > 10 ? 0 : 2);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace

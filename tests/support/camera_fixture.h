@@ -1,0 +1,62 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <virtual_camera/virtual_camera.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "USBCam_API/USBCam_API.h"
+
+/// One frame size with its discrete intervals.
+inline virtual_camera::Frame_Size Discrete_Size(uint32_t width, uint32_t height, std::vector<v4l2_fract> intervals)
+{
+    return {width, height, width, height, 0, 0, std::move(intervals), false};
+}
+
+/// One virtual USB camera at Node, freshly plugged in, its requests recorded.
+class Camera_Fixture : public testing::Test {
+protected:
+    static constexpr const char* Node = "/dev/video0";
+
+    Camera_Fixture();
+    ~Camera_Fixture() override;
+
+    /// The record that discovery would make.
+    static v4l2_dev_sys_data_t Camera_Record(const std::string& node = Node);
+
+    /// Lets the next calls of a request fail with each of the errors in turn.
+    static void Fail_With(uint32_t request, const std::vector<int>& errors);
+
+    /// How often a request was made since the log began.
+    static int Requests(uint32_t request);
+
+    /// @return how the retrying request's last words read
+    static std::string Giving_Up(uint32_t request, int error);
+};
+
+/// Takes what the process prints while it lives.
+class Captured_Stderr {
+public:
+    Captured_Stderr() { testing::internal::CaptureStderr(); }
+    ~Captured_Stderr()
+    {
+        if (!taken) {
+            (void)testing::internal::GetCapturedStderr();
+        }
+    }
+    Captured_Stderr(const Captured_Stderr&) = delete;
+    Captured_Stderr& operator=(const Captured_Stderr&) = delete;
+
+    /// Once.
+    std::string Text()
+    {
+        taken = true;
+        return testing::internal::GetCapturedStderr();
+    }
+
+private:
+    bool taken = false;
+};

@@ -1,0 +1,20 @@
+// What the runtimes of the sanitizers are asked to overlook, by function or name: each is meant.
+
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions();
+
+// Discovery keeps each libudev device with what it was asked for; its record's strings belong to the caller, and those
+// of nodes that were merged or filtered out to nobody. A session that ends without a capture leaves its records.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:udev_device_new_from_syspath\n"
+           "leak:udev_device_get_\n"
+           "leak:Describe_Node\n"
+           "leak:USBCam::INIT_FRAME_RES\n";
+}
+
+// The trace buffer has no lock.
+extern "C" const char* __tsan_default_suppressions()
+{
+    return "race:GLOG\n";
+}

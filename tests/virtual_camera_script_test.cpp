@@ -1,0 +1,427 @@
+// The virtual camera's scripting interface: what is laid down happens, once and in order.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <virtual_camera/virtual_camera.h>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace vc = virtual_camera;
+
+namespace {
+
+const std::string Node = "/dev/video0";
+
+v4l2_buffer Buffer(uint32_t index = 0)
+{
+    v4l2_buffer buffer{};
+    buffer.index = index;
+    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buffer.memory = V4L2_MEMORY_MMAP;
+    return buffer;
+}
+
+bool Is_Ready(int fd, long milliseconds = 0)
+{
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    timeval timeout{milliseconds / 1000, milliseconds % 1000 * 1000};
+    return select(fd + 1, &set, nullptr, nullptr, &timeout) == 1;
+}
+
+}  // namespace
+
+class Scripted_Camera : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        vc::Reset();
+        vc::Add_Camera(vc::Usb_Camera());
+        fd = open(Node.c_str(), O_RDWR);
+        ASSERT_GE(fd, 0);
+    }
+
+    void TearDown() override
+    {
+        for (void* memory : mapped) {
+            munmap(memory, length);
+        }
+        close(fd);
+        vc::Reset();
+    }
+
+    void Start(uint32_t fourcc = V4L2_PIX_FMT_YUYV, uint32_t width = 640, uint32_t height = 480, uint32_t buffers = 4)
+    {
+        v4l2_format format{};
+        format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        format.fmt.pix.pixelformat = fourcc;
+        format.fmt.pix.width = width;
+        format.fmt.pix.height = height;
+        ASSERT_EQ(ioctl(fd, VIDIOC_S_FMT, &format), 0);
+        v4l2_requestbuffers request{};
+        request.count = buffers;
+        request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        request.memory = V4L2_MEMORY_MMAP;
+        ASSERT_EQ(ioctl(fd, VIDIOC_REQBUFS, &request), 0);
+        for (uint32_t i = 0; i < buffers; i++) {
+            v4l2_buffer buffer = Buffer(i);
+            ASSERT_EQ(ioctl(fd, VIDIOC_QUERYBUF, &buffer), 0);
+            length = buffer.length;
+            mapped.push_back(mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, buffer.m.offset));
+            ASSERT_NE(mapped.back(), MAP_FAILED);
+            ASSERT_EQ(ioctl(fd, VIDIOC_QBUF, &buffer), 0);
+        }
+        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        ASSERT_EQ(ioctl(fd, VIDIOC_STREAMON, &type), 0);
+    }
+
+    int Request(unsigned long request, void* argument = nullptr)
+    {
+        v4l2_capability scratch{};
+        return ioctl(fd, request, argument ? argument : &scratch) >= 0 ? 0 : errno;
+    }
+
+    std::vector<uint8_t> Bytes(const v4l2_buffer& buffer)
+    {
+        const auto* bytes = static_cast<const uint8_t*>(mapped[buffer.index]);
+        return {bytes, bytes + buffer.bytesused};
+    }
+
+    int fd = -1;
+    size_t length = 0;
+    std::vector<void*> mapped;
+};
+
+TEST_F(Scripted_Camera, Faults_Hit_The_Calls_They_Are_Meant_For)
+{
+    vc::Fail(Node, VIDIOC_QUERYCAP, {.error = EBUSY, .times = 2, .skip = 1});
+    vc::Fail(Node, VIDIOC_QUERYCAP, {.error = EAGAIN, .result = -2});
+    EXPECT_EQ(Request(VIDIOC_QUERYCAP), 0);
+    EXPECT_EQ(Request(VIDIOC_QUERYCAP), EBUSY);
+    EXPECT_EQ(Request(VIDIOC_QUERYCAP), EBUSY);
+    v4l2_capability capability{};
+    EXPECT_EQ(ioctl(fd, VIDIOC_QUERYCAP, &capability), -2);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(capability.version, 0U) << "the driver was not reached";
+
+    vc::Fail(Node, VIDIOC_QUERYCAP, {.error = 0, .result = 1, .perform = true});
+    errno = 7;
+    EXPECT_EQ(ioctl(fd, VIDIOC_QUERYCAP, &capability), 1);
+    EXPECT_EQ(errno, 7);
+    EXPECT_NE(capability.version, 0U);
+
+    vc::Fail(Node, vc::Call_Open, {.error = EACCES});
+    EXPECT_EQ(open(Node.c_str(), O_RDWR), -1);
+    EXPECT_EQ(errno, EACCES);
+    vc::Fail(Node, VIDIOC_G_INPUT, {.error = EIO, .times = vc::Always});
+    for (int i = 0; i < 10; i++) {
+        EXPECT_EQ(Request(VIDIOC_G_INPUT), EIO);
+    }
+}
+
+TEST_F(Scripted_Camera, Codes_Handed_Over_As_Int_And_Raw_System_Calls_Reach_It)
+{
+    v4l2_capability capability{};
+    const auto code = int32_t(VIDIOC_QUERYCAP);
+    EXPECT_EQ(ioctl(fd, static_cast<unsigned long>(code), &capability), 0);
+    EXPECT_EQ(ioctl(fd, static_cast<unsigned>(code), &capability), 0);
+    const long raw = syscall(SYS_openat, AT_FDCWD, Node.c_str(), O_RDWR);
+    ASSERT_GE(raw, 0);
+    capability = {};
+    EXPECT_EQ(syscall(SYS_ioctl, raw, VIDIOC_QUERYCAP, &capability), 0);
+    EXPECT_STREQ(reinterpret_cast<char*>(capability.driver), "uvcvideo");
+    EXPECT_EQ(syscall(SYS_close, raw), 0);
+    int (*volatile plain_open)(const char*, int, ...) = open;  // not declared to refuse null
+    EXPECT_EQ(plain_open(nullptr, O_RDWR), -1);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_EQ(close(-1), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(Scripted_Camera, Answers_Are_Altered)
+{
+    Start();
+    vc::Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->index = 9; });
+    vc::Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->bytesused = 0xfffffff0; });
+    vc::Alter(Node, VIDIOC_QUERYBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->length = 5; });
+    v4l2_buffer buffer = Buffer();
+    ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+    EXPECT_EQ(buffer.index, 9U);
+    ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+    EXPECT_EQ(buffer.bytesused, 0xfffffff0U);
+    buffer = Buffer();
+    ASSERT_EQ(Request(VIDIOC_QUERYBUF, &buffer), 0);
+    EXPECT_EQ(buffer.length, 5U);
+    vc::Fail(Node, vc::Call_Mmap, {.error = ENOMEM});
+    EXPECT_EQ(mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, 0), MAP_FAILED);
+    EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST_F(Scripted_Camera, Select_Is_Scripted_And_Otherwise_Waits)
+{
+    Start();
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    vc::Script_Select(Node, -1, EINTR);
+    vc::Script_Select(Node, 0, 0, 2);
+    timeval timeout{100, 0};
+    EXPECT_EQ(select(fd + 1, &set, nullptr, nullptr, &timeout), -1);
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_FALSE(Is_Ready(fd, 100000));
+    EXPECT_FALSE(Is_Ready(fd, 100000));
+    EXPECT_TRUE(Is_Ready(fd, 5000)) << "the frame";
+    vc::Hold_Frames(Node);
+    vc::Script_Select(Node, 1);
+    v4l2_buffer buffer = Buffer();
+    ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+    EXPECT_TRUE(Is_Ready(fd)) << "scripted";
+    EXPECT_FALSE(Is_Ready(fd));
+}
+
+TEST_F(Scripted_Camera, Frames_Are_Held_And_Delivered_By_Number)
+{
+    vc::Hold_Frames(Node);
+    Start();
+    EXPECT_FALSE(Is_Ready(fd, 100));
+    vc::Deliver_Frames(Node, 2);
+    for (uint32_t i = 0; i < 2; i++) {
+        EXPECT_TRUE(Is_Ready(fd));
+        v4l2_buffer buffer = Buffer();
+        ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+        EXPECT_EQ(buffer.sequence, i);
+        ASSERT_EQ(Request(VIDIOC_QBUF, &buffer), 0);
+    }
+    EXPECT_FALSE(Is_Ready(fd, 100));
+    vc::Resume_Frames(Node);
+    v4l2_buffer buffer = Buffer();
+    ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+    EXPECT_EQ(buffer.sequence, 2U);
+    vc::Delay_Frames(Node, 200);
+    EXPECT_FALSE(Is_Ready(fd, 150));
+    EXPECT_TRUE(Is_Ready(fd, 5000));
+}
+
+TEST_F(Scripted_Camera, Every_Format_Carries_Its_Number_And_The_Bytes_That_Are_Foretold)
+{
+    for (const uint32_t fourcc : {V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_GREY}) {
+        vc::Hold_Frames(Node);
+        Start(fourcc, 320, 240);
+        vc::Push_Frame(Node, {1, 2, 3});
+        vc::Deliver_Frames(Node, 4);
+        for (uint32_t i = 0; i < 4; i++) {
+            v4l2_buffer buffer = Buffer();
+            ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+            const std::vector<uint8_t> bytes = Bytes(buffer);
+            if (i == 0) {
+                EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 2, 3}));
+                continue;
+            }
+            EXPECT_EQ(vc::Sequence_In_Frame(fourcc, bytes.data(), bytes.size()), i);
+            EXPECT_TRUE(bytes == vc::Frame_Bytes(Node, i));
+            EXPECT_FALSE(bytes == vc::Frame_Bytes(Node, i + 1));
+        }
+        TearDown();
+        mapped.clear();
+        SetUp();
+    }
+}
+
+TEST_F(Scripted_Camera, An_Unplugged_Camera_Is_Ready_And_Gone)
+{
+    vc::Hold_Frames(Node);
+    Start();
+    std::thread unplugger([] {
+        usleep(50000);
+        vc::Unplug(Node);
+    });
+    v4l2_buffer buffer = Buffer();
+    EXPECT_EQ(Request(VIDIOC_DQBUF, &buffer), 0) << "the wait ends with a failed buffer";
+    EXPECT_NE(buffer.flags & V4L2_BUF_FLAG_ERROR, 0U);
+    unplugger.join();
+    for (int i = 0; i < 3; i++) {
+        EXPECT_TRUE(Is_Ready(fd));
+        EXPECT_EQ(Request(VIDIOC_DQBUF, &buffer), ENODEV);
+        EXPECT_EQ(Request(VIDIOC_QUERYCAP), ENODEV);
+    }
+    EXPECT_EQ(open(Node.c_str(), O_RDWR), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, 0), MAP_FAILED);
+    EXPECT_EQ(errno, ENODEV);
+    const int copy = dup(fd);
+    EXPECT_EQ(close(copy), 0);
+}
+
+TEST_F(Scripted_Camera, The_Log_Tells_What_Was_Called)
+{
+    vc::Start_Log();
+    const int other = open("/dev/video1", O_RDWR);
+    close(other);
+    Start(V4L2_PIX_FMT_GREY, 640, 480, 1);
+    EXPECT_TRUE(Is_Ready(fd, 2000));
+    v4l2_buffer buffer = Buffer();
+    ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+    buffer.index = 99;
+    EXPECT_EQ(Request(VIDIOC_QBUF, &buffer), EINVAL);
+    munmap(mapped[0], length);
+    mapped.clear();
+    EXPECT_EQ(vc::Log_Names(),
+              "open close VIDIOC_S_FMT VIDIOC_REQBUFS VIDIOC_QUERYBUF mmap VIDIOC_QBUF VIDIOC_STREAMON select "
+              "VIDIOC_DQBUF VIDIOC_QBUF munmap");
+    const auto log = vc::Log();
+    ASSERT_EQ(log.size(), 12U);
+    EXPECT_EQ(log[0].node, "/dev/video1");
+    EXPECT_EQ(log[2].pixel_format, uint32_t(V4L2_PIX_FMT_GREY));
+    EXPECT_EQ(log[2].width, 640U);
+    EXPECT_EQ(log[3].count, 1U);
+    EXPECT_EQ(log[5].length, length);
+    EXPECT_EQ(log[8].timeout_us, 2000000);
+    EXPECT_EQ(log[8].value, fd + 1);
+    EXPECT_EQ(log[9].bytes_used, 640U * 480U);
+    EXPECT_EQ(log[10].error, EINVAL);
+    vc::Clear_Log();
+    EXPECT_EQ(vc::Log_Names(), "");
+}
+
+TEST_F(Scripted_Camera, Threads_Share_A_Camera)
+{
+    Start();
+    std::atomic<int> requests{0};
+    std::atomic<bool> over{false};
+    std::thread asker([&] {
+        while (!over) {
+            v4l2_control control{V4L2_CID_BRIGHTNESS, requests % 255};
+            EXPECT_EQ(ioctl(fd, VIDIOC_S_CTRL, &control), 0);
+            requests++;
+            usleep(100);  // a lock that is asked for without a break starves the other thread
+        }
+    });
+    uint32_t expected = 0;
+    for (int i = 0; i < 15; i++) {
+        v4l2_buffer buffer = Buffer();
+        ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+        EXPECT_EQ(buffer.sequence, expected++);
+        ASSERT_EQ(Request(VIDIOC_QBUF, &buffer), 0);
+    }
+    over = true;
+    asker.join();
+    EXPECT_GT(requests, 0);
+}
+
+TEST_F(Scripted_Camera, A_Forked_Child_Does_Not_Disturb_Its_Parent)
+{
+    Start();
+    const pid_t child = fork();
+    if (child == 0) {
+        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        const bool stopped = ioctl(fd, VIDIOC_STREAMOFF, &type) == 0;
+        _exit(stopped && close(fd) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    for (int i = 0; i < 8; i++) {
+        ASSERT_TRUE(Is_Ready(fd, 5000));
+        v4l2_buffer buffer = Buffer();
+        ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
+        ASSERT_EQ(Request(VIDIOC_QBUF, &buffer), 0);
+    }
+}
+
+TEST_F(Scripted_Camera, Duplicates_And_High_Descriptors_Count)
+{
+    vc::Set_Descriptor_Minimum(Node, 700);
+    const int high = open(Node.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_GE(high, 700);
+    close(high);
+    vc::Hold_Frames(Node);
+    Start();
+    vc::Deliver_Frames(Node, 1);
+    const int copy = dup(fd);
+    close(fd);
+    fd = copy;
+    v4l2_buffer buffer = Buffer();
+    EXPECT_EQ(Request(VIDIOC_DQBUF, &buffer), 0) << "the stream goes on";
+    EXPECT_FALSE(Is_Ready(fd));
+    vc::Deliver_Frames(Node, 1);
+    EXPECT_TRUE(Is_Ready(fd));
+}
+
+TEST(Virtual_Camera, As_Fast_As_Asked_Delivers_Each_Number_With_Its_Picture)
+{
+    vc::Reset();
+    vc::Camera_Description description = vc::Usb_Camera();
+    description.max_rate = true;
+    vc::Add_Camera(description);
+    const int fd = open(Node.c_str(), O_RDWR);
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
+    format.fmt.pix.width = 320;
+    format.fmt.pix.height = 240;
+    ASSERT_EQ(ioctl(fd, VIDIOC_S_FMT, &format), 0);
+    v4l2_requestbuffers request{};
+    request.count = 1;
+    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    request.memory = V4L2_MEMORY_MMAP;
+    ASSERT_EQ(ioctl(fd, VIDIOC_REQBUFS, &request), 0);
+    const size_t length = format.fmt.pix.sizeimage;
+    void* memory = mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    ASSERT_EQ(ioctl(fd, VIDIOC_STREAMON, &type), 0);
+    for (uint32_t i = 0; i < 200; i++) {
+        v4l2_buffer buffer = Buffer();
+        ASSERT_EQ(ioctl(fd, VIDIOC_QBUF, &buffer), 0);
+        EXPECT_TRUE(Is_Ready(fd));
+        ASSERT_EQ(ioctl(fd, VIDIOC_DQBUF, &buffer), 0);
+        EXPECT_EQ(buffer.sequence, i);
+        EXPECT_FALSE(Is_Ready(fd));
+        const std::vector<uint8_t> whole = vc::Frame_Bytes(Node, i);
+        ASSERT_EQ(std::memcmp(memory, whole.data(), length), 0) << "patched as if painted afresh";
+    }
+    munmap(memory, length);
+    close(fd);
+    vc::Reset();
+}
+
+TEST(Virtual_Camera, Descriptions_Are_Read_And_Refused_By_Line)
+{
+    const auto cameras = vc::Parse_Description(
+        "refuse QBUF EIO 3\ncamera Left Camera\nusb 046d:0825\nserial\nformat YUYV\nsize 320x240 7.5 30\n"
+        "size 16x16-640x480/2x4 from 1/60 to 1 step 1/60\ncamera\nusb none\nbus-info platform:isp\ncapture "
+        "/dev/video9\n");
+    ASSERT_EQ(cameras.size(), 2U);
+    EXPECT_EQ(cameras[0].card, "Left Camera");
+    EXPECT_EQ(cameras[0].usb->product_id, 0x0825);
+    EXPECT_EQ(cameras[0].metadata_node, "/dev/video1");
+    ASSERT_EQ(cameras[0].formats.size(), 1U);
+    EXPECT_EQ(cameras[0].formats[0].sizes[0].intervals.front().denominator, 30U);
+    EXPECT_EQ(cameras[0].formats[0].sizes[1].step_height, 4U);
+    EXPECT_TRUE(cameras[0].formats[0].sizes[1].stepwise_intervals);
+    EXPECT_EQ(cameras[1].refusals.at(0).times, 3);
+    EXPECT_EQ(cameras[1].bus_info, "platform:isp");
+    const std::string tree = vc::Umockdev_Description(cameras);
+    EXPECT_NE(tree.find("A: idProduct=0825\n"), std::string::npos);
+    EXPECT_EQ(tree.find("A: serial="), std::string::npos);
+
+    for (const char* wrong : {"size 1x1 30", "format LONGER", "usb 1234", "rate fast", "control none more words x y z",
+                              "refuse QBUF EWHAT", "capture /dev/null", "nonsense", "jpeg-padding 0"}) {
+        try {
+            (void)vc::Parse_Description("camera\n" + std::string(wrong));
+            ADD_FAILURE() << "accepted: " << wrong;
+        } catch (const vc::Description_Error& error) {
+            EXPECT_EQ(std::string(error.what()).rfind("line 2: ", 0), 0U) << error.what();
+        }
+    }
+    EXPECT_THROW((void)vc::Parse_Description("camera\ncapture /dev/video3\ncamera\ncapture /dev/video3\n"),
+                 vc::Description_Error);
+}

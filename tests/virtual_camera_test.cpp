@@ -1,0 +1,462 @@
+// What a program may rely on from a capture node: the state rules of the kernel's drivers. It runs on the virtual
+// camera that is linked in, and on real nodes: set WQZ_CONTRACT_NODE to the path of one.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t Capture = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+
+std::string Node_Path()
+{
+    if (const char* node = std::getenv("WQZ_CONTRACT_NODE")) {
+        return node;
+    }
+    setenv("WQZ_VIRTUAL_CAMERA", "camera", 1);  // read when the first node is opened
+    return "/dev/video0";
+}
+
+/// 0, or the errno of a failed request.
+template <typename Argument>
+int Ask(int fd, unsigned long request, Argument& argument)
+{
+    return ioctl(fd, request, &argument) == 0 ? 0 : errno;
+}
+
+double Seconds_Now()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
+class Node {
+public:
+    explicit Node(int flags = 0) : fd(open(Node_Path().c_str(), O_RDWR | flags)) {}
+    ~Node() { Close(); }
+    Node(const Node&) = delete;
+    Node& operator=(const Node&) = delete;
+
+    void Close()
+    {
+        if (fd >= 0) {
+            close(fd);
+        }
+        fd = -1;
+    }
+
+    /// Sets a format anew, as a program does that wants to capture.
+    int Set_Format() const
+    {
+        v4l2_format format{};
+        format.type = Capture;
+        const int error = Ask(fd, VIDIOC_G_FMT, format);
+        return error ? error : Ask(fd, VIDIOC_S_FMT, format);
+    }
+
+    int Request_Buffers(uint32_t count) const
+    {
+        v4l2_requestbuffers buffers{};
+        buffers.count = count;
+        buffers.type = Capture;
+        buffers.memory = V4L2_MEMORY_MMAP;
+        return Ask(fd, VIDIOC_REQBUFS, buffers);
+    }
+
+    static v4l2_buffer Buffer(uint32_t index)
+    {
+        v4l2_buffer buffer{};
+        buffer.index = index;
+        buffer.type = Capture;
+        buffer.memory = V4L2_MEMORY_MMAP;
+        return buffer;
+    }
+
+    int Query(v4l2_buffer& buffer) const { return Ask(fd, VIDIOC_QUERYBUF, buffer); }
+
+    int Queue(uint32_t index) const
+    {
+        v4l2_buffer buffer = Buffer(index);
+        return Ask(fd, VIDIOC_QBUF, buffer);
+    }
+
+    int Dequeue(v4l2_buffer& buffer) const
+    {
+        buffer = Buffer(0);
+        return Ask(fd, VIDIOC_DQBUF, buffer);
+    }
+
+    int Dequeue() const
+    {
+        v4l2_buffer buffer{};
+        return Dequeue(buffer);
+    }
+
+    int Stream(bool on) const
+    {
+        int type = int(Capture);
+        return Ask(fd, on ? VIDIOC_STREAMON : VIDIOC_STREAMOFF, type);
+    }
+
+    bool Is_Ready(double seconds) const
+    {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(fd, &set);
+        timeval timeout{time_t(seconds), suseconds_t((seconds - double(time_t(seconds))) * 1e6)};
+        return select(fd + 1, &set, nullptr, nullptr, &timeout) == 1;
+    }
+
+    /// Format, four buffers queued, streaming.
+    void Start() const
+    {
+        ASSERT_EQ(Set_Format(), 0);
+        ASSERT_EQ(Request_Buffers(4), 0);
+        for (uint32_t i = 0; i < 4; i++) {
+            ASSERT_EQ(Queue(i), 0);
+        }
+        ASSERT_EQ(Stream(true), 0);
+    }
+
+    std::string Driver() const
+    {
+        v4l2_capability capability{};
+        EXPECT_EQ(Ask(fd, VIDIOC_QUERYCAP, capability), 0);
+        return reinterpret_cast<const char*>(capability.driver);
+    }
+
+    double Interval() const
+    {
+        v4l2_streamparm parameters{};
+        parameters.type = Capture;
+        EXPECT_EQ(Ask(fd, VIDIOC_G_PARM, parameters), 0);
+        const v4l2_fract interval = parameters.parm.capture.timeperframe;
+        return double(interval.numerator) / interval.denominator;
+    }
+
+    int fd;
+};
+
+}  // namespace
+
+TEST(Capture_Node, Settings_Are_Locked_While_It_Streams)
+{
+    Node node;
+    ASSERT_GE(node.fd, 0);
+    EXPECT_NE(node.Stream(true), 0) << "without buffers";
+    node.Start();
+    EXPECT_EQ(node.Set_Format(), EBUSY);
+    EXPECT_EQ(node.Request_Buffers(4), EBUSY);
+    EXPECT_EQ(node.Request_Buffers(0), EBUSY);
+    EXPECT_EQ(node.Stream(true), 0) << "again";
+    v4l2_buffer buffer{};
+    ASSERT_EQ(node.Dequeue(buffer), 0);
+    EXPECT_EQ(node.Queue(buffer.index), 0);
+    EXPECT_EQ(node.Queue(buffer.index), EINVAL) << "already queued";
+    EXPECT_EQ(node.Stream(false), 0);
+}
+
+TEST(Capture_Node, A_Stopped_Stream_Holds_Its_Format_Until_The_Buffers_Are_Given_Back)
+{
+    Node node;
+    node.Start();
+    ASSERT_EQ(node.Dequeue(), 0);
+    ASSERT_EQ(node.Stream(false), 0);
+    EXPECT_EQ(node.Dequeue(), EINVAL);
+    EXPECT_TRUE(node.Is_Ready(0));
+    EXPECT_EQ(node.Set_Format(), EBUSY);
+    EXPECT_EQ(node.Request_Buffers(4), 0);
+    EXPECT_EQ(node.Set_Format(), EBUSY);
+    EXPECT_EQ(node.Queue(0), 0) << "the stop gave every buffer back";
+    EXPECT_EQ(node.Request_Buffers(0), 0);
+    EXPECT_EQ(node.Set_Format(), 0);
+}
+
+TEST(Capture_Node, A_Mapping_Keeps_The_Camera_Busy_After_Close)
+{
+    Node first;
+    ASSERT_EQ(first.Set_Format(), 0);
+    ASSERT_EQ(first.Request_Buffers(2), 0);
+    v4l2_buffer buffer = Node::Buffer(0);
+    ASSERT_EQ(first.Query(buffer), 0);
+    void* memory = mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, first.fd, buffer.m.offset);
+    ASSERT_NE(memory, MAP_FAILED);
+    buffer = Node::Buffer(0);
+    ASSERT_EQ(first.Query(buffer), 0);
+    EXPECT_NE(buffer.flags & V4L2_BUF_FLAG_MAPPED, 0U);
+    first.Close();
+
+    Node second;
+    EXPECT_EQ(second.Set_Format(), EBUSY);
+    EXPECT_EQ(second.Request_Buffers(4), EBUSY);
+    EXPECT_EQ(munmap(memory, buffer.length), 0);
+    EXPECT_EQ(second.Set_Format(), 0);
+    EXPECT_EQ(second.Request_Buffers(4), 0);
+}
+
+TEST(Capture_Node, Buffers_Given_Back_While_Mapped_Stay_Readable)
+{
+    Node node;
+    ASSERT_EQ(node.Set_Format(), 0);
+    ASSERT_EQ(node.Request_Buffers(2), 0);
+    v4l2_buffer buffer = Node::Buffer(1);
+    ASSERT_EQ(node.Query(buffer), 0);
+    void* memory = mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, node.fd, buffer.m.offset);
+    ASSERT_NE(memory, MAP_FAILED);
+    std::memset(memory, 0x5a, buffer.length);
+    EXPECT_EQ(node.Request_Buffers(0), 0);
+    EXPECT_EQ(node.Set_Format(), 0);
+    EXPECT_EQ(node.Request_Buffers(4), 0);
+    EXPECT_EQ(static_cast<uint8_t*>(memory)[buffer.length - 1], 0x5a);
+    EXPECT_EQ(munmap(memory, buffer.length), 0);
+    buffer = Node::Buffer(1);
+    ASSERT_EQ(node.Query(buffer), 0);
+    EXPECT_EQ(buffer.flags & V4L2_BUF_FLAG_MAPPED, 0U) << "the mapping was of the earlier buffers";
+}
+
+TEST(Capture_Node, The_First_Descriptor_Owns_The_Buffers)
+{
+    Node first, second;
+    first.Start();
+    EXPECT_EQ(second.Set_Format(), EBUSY);
+    EXPECT_EQ(second.Request_Buffers(4), EBUSY);
+    EXPECT_EQ(second.Queue(0), EBUSY);
+    EXPECT_EQ(second.Dequeue(), EBUSY);
+    EXPECT_EQ(second.Stream(true), EBUSY);
+    EXPECT_EQ(second.Stream(false), EBUSY);
+    v4l2_format format{};
+    format.type = Capture;
+    EXPECT_EQ(Ask(second.fd, VIDIOC_G_FMT, format), 0);
+    EXPECT_EQ(Ask(second.fd, VIDIOC_TRY_FMT, format), 0);
+    EXPECT_EQ(first.Dequeue(), 0);
+    first.Close();
+    second.Start();
+    EXPECT_EQ(second.Dequeue(), 0);
+}
+
+TEST(Capture_Node, Frames_Come_In_Order_With_Their_Descriptions)
+{
+    Node node;
+    node.Start();
+    constexpr int Frames = 20;
+    double last_time = Seconds_Now() - 0.5;  // a driver may stamp the beginning of a frame that is on its way
+    uint32_t last_sequence = 0;
+    const double start = Seconds_Now();
+    for (int i = 0; i < Frames; i++) {
+        ASSERT_TRUE(node.Is_Ready(5));
+        v4l2_buffer buffer{};
+        ASSERT_EQ(node.Dequeue(buffer), 0);
+        const double time = double(buffer.timestamp.tv_sec) + double(buffer.timestamp.tv_usec) * 1e-6;
+        EXPECT_GT(time, last_time);
+        EXPECT_LE(time, Seconds_Now());
+        EXPECT_TRUE(i == 0 || buffer.sequence > last_sequence);
+        EXPECT_LT(buffer.index, 4U);
+        EXPECT_GT(buffer.bytesused, 0U);
+        EXPECT_LE(buffer.bytesused, buffer.length);
+        EXPECT_EQ(buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK, unsigned(V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC));
+        EXPECT_EQ(buffer.flags & (V4L2_BUF_FLAG_QUEUED | V4L2_BUF_FLAG_DONE | V4L2_BUF_FLAG_ERROR), 0U);
+        last_time = time;
+        last_sequence = buffer.sequence;
+        ASSERT_EQ(node.Queue(buffer.index), 0);
+        v4l2_buffer queued = Node::Buffer(buffer.index);
+        ASSERT_EQ(node.Query(queued), 0);
+        EXPECT_NE(queued.flags & (V4L2_BUF_FLAG_QUEUED | V4L2_BUF_FLAG_DONE), 0U);
+    }
+    EXPECT_GT(Seconds_Now() - start, (Frames - 3) * node.Interval() * 0.8) << "no faster than asked";
+}
+
+TEST(Capture_Node, Numbers_Of_Frames_Without_A_Buffer_Are_Skipped)
+{
+    Node node(O_NONBLOCK);
+    node.Start();
+    v4l2_buffer buffer{};
+    for (int i = 0; i < 4; i++) {
+        ASSERT_TRUE(node.Is_Ready(5));
+        ASSERT_EQ(node.Dequeue(buffer), 0);
+    }
+    const uint32_t last = buffer.sequence;
+    EXPECT_EQ(node.Dequeue(), EAGAIN);
+    EXPECT_FALSE(node.Is_Ready(std::max(0.1, 6 * node.Interval()))) << "nothing is queued";
+    ASSERT_EQ(node.Queue(2), 0);
+    ASSERT_TRUE(node.Is_Ready(5));
+    ASSERT_EQ(node.Dequeue(buffer), 0);
+    EXPECT_EQ(buffer.index, 2U);
+    EXPECT_GT(buffer.sequence, last + 3);
+}
+
+TEST(Capture_Node, Dequeue_Blocks_And_Select_Waits)
+{
+    Node node;
+    ASSERT_EQ(node.Set_Format(), 0);
+    ASSERT_EQ(node.Request_Buffers(4), 0);
+    ASSERT_EQ(node.Stream(true), 0);
+    EXPECT_TRUE(node.Is_Ready(0)) << "an error state until a buffer was queued";
+    ASSERT_EQ(node.Queue(3), 0);
+    v4l2_buffer buffer{};
+    EXPECT_EQ(node.Dequeue(buffer), 0) << "waited for the frame";
+    EXPECT_EQ(buffer.index, 3U);
+    EXPECT_FALSE(node.Is_Ready(0));
+}
+
+TEST(Capture_Node, Mapping_Follows_The_Rules)
+{
+    Node node;
+    ASSERT_EQ(node.Set_Format(), 0);
+    ASSERT_EQ(node.Request_Buffers(2), 0);
+    v4l2_buffer buffer = Node::Buffer(1);
+    ASSERT_EQ(node.Query(buffer), 0);
+    const auto error_of = [&](size_t length, int protection, int flags, off_t offset) {
+        void* memory = mmap(nullptr, length, protection, flags, node.fd, offset);
+        return memory != MAP_FAILED ? munmap(memory, length) : errno;
+    };
+    const size_t page = size_t(sysconf(_SC_PAGESIZE)), length = buffer.length;
+    const off_t offset = buffer.m.offset;
+    EXPECT_EQ(error_of(length, PROT_READ, MAP_SHARED, offset), 0);
+    EXPECT_EQ(error_of(100, PROT_READ | PROT_WRITE, MAP_SHARED, offset), 0);
+    EXPECT_EQ(error_of(length, PROT_READ, MAP_PRIVATE, offset), EINVAL);
+    EXPECT_EQ(error_of(length, PROT_WRITE, MAP_SHARED, offset), EINVAL);
+    EXPECT_EQ(error_of(length, PROT_READ, MAP_SHARED, offset + off_t(page)), EINVAL);
+    EXPECT_EQ(error_of(length + page, PROT_READ, MAP_SHARED, offset), EINVAL);
+    EXPECT_EQ(error_of(0, PROT_READ, MAP_SHARED, offset), EINVAL);
+}
+
+TEST(Capture_Node, Nonsense_Is_Refused)
+{
+    Node node;
+    EXPECT_EQ(ioctl(node.fd, VIDIOC_QUERYCAP, nullptr), -1);
+    EXPECT_EQ(errno, EFAULT);
+    int argument = 0;
+    EXPECT_EQ(Ask(node.fd, _IOWR('V', 250, int), argument), ENOTTY);
+    ASSERT_EQ(node.Set_Format(), 0);
+    ASSERT_EQ(node.Request_Buffers(2), 0);
+    v4l2_buffer buffer = Node::Buffer(2);
+    EXPECT_EQ(node.Query(buffer), EINVAL);
+    EXPECT_EQ(node.Queue(2), EINVAL);
+    EXPECT_EQ(node.Dequeue(), EINVAL) << "not streaming";
+    buffer = Node::Buffer(0);
+    buffer.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+    EXPECT_EQ(Ask(node.fd, VIDIOC_QBUF, buffer), EINVAL);
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+    EXPECT_EQ(Ask(node.fd, VIDIOC_G_FMT, format), EINVAL);
+    v4l2_requestbuffers many{};
+    many.count = 1000;
+    many.type = Capture;
+    many.memory = V4L2_MEMORY_MMAP;
+    EXPECT_EQ(Ask(node.fd, VIDIOC_REQBUFS, many), 0);
+    EXPECT_LE(many.count, unsigned(VIDEO_MAX_FRAME));
+    EXPECT_GT(many.count, 2U);
+}
+
+TEST(Capture_Node, A_Mode_That_Is_Missing_Becomes_One_That_Exists)
+{
+    Node node;
+    std::vector<uint32_t> formats;
+    v4l2_fmtdesc description{};
+    for (description.type = Capture; Ask(node.fd, VIDIOC_ENUM_FMT, description) == 0; description.index++) {
+        formats.push_back(description.pixelformat);
+    }
+    EXPECT_EQ(errno, EINVAL) << "behind the last one";
+    ASSERT_FALSE(formats.empty());
+
+    v4l2_format format{};
+    format.type = Capture;
+    format.fmt.pix.pixelformat = v4l2_fourcc('n', 'o', 'n', 'e');
+    format.fmt.pix.width = 333;
+    format.fmt.pix.height = 77;
+    ASSERT_EQ(Ask(node.fd, VIDIOC_S_FMT, format), 0);
+    const v4l2_pix_format set = format.fmt.pix;
+    EXPECT_EQ(std::count(formats.begin(), formats.end(), set.pixelformat), 1);
+    EXPECT_GE(set.sizeimage, 1U);
+    ASSERT_EQ(Ask(node.fd, VIDIOC_G_FMT, format), 0);
+    EXPECT_EQ(format.fmt.pix.width, set.width);
+    EXPECT_EQ(format.fmt.pix.pixelformat, set.pixelformat);
+    ASSERT_EQ(node.Request_Buffers(2), 0);
+    v4l2_buffer buffer = Node::Buffer(0);
+    ASSERT_EQ(node.Query(buffer), 0);
+    EXPECT_GE(buffer.length, set.sizeimage);
+
+    v4l2_frmivalenum interval{};
+    interval.pixel_format = set.pixelformat;
+    interval.width = set.width;
+    interval.height = set.height;
+    ASSERT_EQ(Ask(node.fd, VIDIOC_ENUM_FRAMEINTERVALS, interval), 0) << "the size exists";
+    v4l2_streamparm parameters{};
+    parameters.type = Capture;
+    parameters.parm.capture.timeperframe = {1, 1000000};
+    ASSERT_EQ(Ask(node.fd, VIDIOC_S_PARM, parameters), 0);
+    const v4l2_fract fastest = parameters.parm.capture.timeperframe;
+    parameters.parm.capture.timeperframe = {1000, 1};
+    ASSERT_EQ(Ask(node.fd, VIDIOC_S_PARM, parameters), 0);
+    const v4l2_fract slowest = parameters.parm.capture.timeperframe;
+    EXPECT_LE(double(fastest.numerator) / fastest.denominator, double(slowest.numerator) / slowest.denominator);
+    EXPECT_LT(double(slowest.numerator) / slowest.denominator, 1000.0);
+}
+
+TEST(Capture_Node, Controls_Are_Enumerated_And_Kept_In_Range)
+{
+    Node node;
+    uint32_t last = 0;
+    v4l2_queryctrl query{};
+    for (query.id = V4L2_CTRL_FLAG_NEXT_CTRL; Ask(node.fd, VIDIOC_QUERYCTRL, query) == 0;
+         query.id = last | V4L2_CTRL_FLAG_NEXT_CTRL) {
+        ASSERT_GT(query.id, last);
+        last = query.id;
+        v4l2_control control{query.id, query.maximum};
+        if (query.flags & V4L2_CTRL_FLAG_INACTIVE && node.Driver() == "uvcvideo") {
+            EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), EACCES) << query.name;
+        }
+    }
+    EXPECT_EQ(errno, EINVAL);
+
+    query.id = V4L2_CID_BRIGHTNESS;
+    ASSERT_EQ(Ask(node.fd, VIDIOC_QUERYCTRL, query), 0);
+    v4l2_control control{V4L2_CID_BRIGHTNESS, query.maximum + 1000};
+    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), 0);
+    EXPECT_EQ(Ask(node.fd, VIDIOC_G_CTRL, control), 0);
+    EXPECT_EQ(control.value, query.maximum);
+    control.value = query.default_value;
+    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), 0);
+    control.id = V4L2_CID_BRIGHTNESS + 0x8000;
+    EXPECT_EQ(Ask(node.fd, VIDIOC_G_CTRL, control), EINVAL);
+    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), EINVAL);
+}
+
+TEST(Capture_Node, Capture_And_Metadata_Nodes_Differ_In_Device_Capabilities_Only)
+{
+    Node node;
+    v4l2_capability capture{};
+    ASSERT_EQ(Ask(node.fd, VIDIOC_QUERYCAP, capture), 0);
+    EXPECT_NE(capture.device_caps & V4L2_CAP_VIDEO_CAPTURE, 0U);
+    EXPECT_EQ(capture.device_caps & V4L2_CAP_META_CAPTURE, 0U);
+    EXPECT_NE(capture.capabilities & V4L2_CAP_DEVICE_CAPS, 0U);
+    if ((capture.capabilities & V4L2_CAP_META_CAPTURE) == 0) {
+        return;  // a camera of one node
+    }
+    std::string path = Node_Path();
+    path = "/dev/video" + std::to_string(std::stoi(path.substr(path.find_first_of("0123456789"))) + 1);
+    const int fd = open(path.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    v4l2_capability metadata{};
+    EXPECT_EQ(Ask(fd, VIDIOC_QUERYCAP, metadata), 0);
+    EXPECT_EQ(metadata.capabilities, capture.capabilities);
+    EXPECT_NE(metadata.device_caps & V4L2_CAP_META_CAPTURE, 0U);
+    EXPECT_EQ(metadata.device_caps & V4L2_CAP_VIDEO_CAPTURE, 0U);
+    EXPECT_STREQ(reinterpret_cast<char*>(metadata.bus_info), reinterpret_cast<char*>(capture.bus_info));
+    v4l2_fmtdesc description{};
+    description.type = Capture;
+    EXPECT_EQ(Ask(fd, VIDIOC_ENUM_FMT, description), EINVAL);
+    close(fd);
+}

@@ -1,0 +1,353 @@
+#include "Stream/YUV/yuv_decode.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Stream/YUV/yuyv_bgr_simd.h"
+
+// The AVX-512 kernel once more, on emulated instructions: it is checked on processors that lack them, too.
+#define SIMDE_ENABLE_NATIVE_ALIASES
+#include <simde/x86/avx512.h>
+#undef _mm512_madd_epi16  // simde 0.7 gives it the arguments of the masked one
+#define _mm512_madd_epi16(a, b) simde_mm512_madd_epi16(a, b)
+#define WQZ_TARGET_VBMI
+#include "Stream/YUV/yuyv_bgr_vbmi.h"
+
+namespace {
+
+using yuyv_bgr::Path;
+using Bytes = std::vector<uint8_t>;
+
+#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+constexpr bool Slow_Build = false;
+#else
+constexpr bool Slow_Build = true;
+#endif
+
+YUV_Decode& Tables()
+{
+    static const auto tables = std::make_unique<YUV_Decode>();
+    return *tables;
+}
+
+int Clamped(int value)
+{
+    return std::clamp(value, 0, 255);
+}
+
+/// One way to convert; any of them must give what the tables hold.
+struct Way {
+    std::string name;
+    unsigned step_of_v;  ///< not every V where it would take minutes
+    std::function<void(uint8_t* yuyv, size_t size, uint8_t* bgr)> convert;
+};
+
+void Convert_By_Path(Path path, uint8_t* yuyv, size_t size, uint8_t* bgr)
+{
+    ASSERT_TRUE(yuyv_bgr::Force_Path(path));
+    Tables().YUYV_Decode(yuyv, static_cast<uint32_t>(size), bgr, 0);
+}
+
+void Convert_By_Emulation(uint8_t* yuyv, size_t size, uint8_t* bgr)
+{
+    const size_t done = yuyv_bgr::Convert_Vbmi(yuyv, size / 4, bgr);
+    ASSERT_EQ(done, size / 4 / 32 * 32);
+    Convert_By_Path(Path::Tables, yuyv + done * 4, size - done * 4, bgr + done * 6);
+}
+
+std::vector<Way> Ways()
+{
+    std::vector<Way> ways;
+    const std::pair<Path, const char*> paths[] = {
+        {Path::Tables, "tables"}, {Path::Ssse3, "ssse3"}, {Path::Avx2, "avx2"}, {Path::Avx512_Vbmi, "vbmi"}};
+    for (const auto& [path, name] : paths) {
+        if (yuyv_bgr::Path_Available(path)) {
+            ways.push_back({name, 1, [path = path](uint8_t* yuyv, size_t size, uint8_t* bgr) {
+                                Convert_By_Path(path, yuyv, size, bgr);
+                            }});
+        }
+    }
+    ways.push_back({"emulated vbmi", Slow_Build ? 15U : 1U, Convert_By_Emulation});
+    return ways;
+}
+
+/// What the definition says, without tables.
+Bytes Expected_Pixels(const Bytes& yuyv)
+{
+    Bytes bgr(yuyv.size() / 4 * 6);
+    uint8_t* out = bgr.data();
+    for (size_t i = 0; i + 4 <= yuyv.size(); i += 4) {
+        const int u = yuyv[i + 1] - 128;
+        const int v = yuyv[i + 3] - 128;
+        for (const int luma : {yuyv[i], yuyv[i + 2]}) {
+            *out++ = static_cast<uint8_t>(Clamped(luma + ((7287 * u) >> 12)));
+            *out++ = static_cast<uint8_t>(Clamped(luma - ((1415 * u + 2936 * v) >> 12)));
+            *out++ = static_cast<uint8_t>(Clamped(luma + ((5765 * v) >> 12)));
+        }
+    }
+    return bgr;
+}
+
+Bytes Random_Bytes(size_t size)
+{
+    static std::mt19937 random(7);
+    Bytes bytes(size);
+    std::generate(bytes.begin(), bytes.end(), [] { return static_cast<uint8_t>(random() >> 24); });
+    return bytes;
+}
+
+/// Memory between two pages that may not be touched.
+class Guarded_Memory {
+public:
+    Guarded_Memory()
+    {
+        base_ =
+            static_cast<uint8_t*>(mmap(nullptr, 3 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        EXPECT_NE(base_, MAP_FAILED);
+        EXPECT_EQ(mprotect(base_, page_, PROT_NONE), 0);
+        EXPECT_EQ(mprotect(base_ + 2 * page_, page_, PROT_NONE), 0);
+    }
+    ~Guarded_Memory() { munmap(base_, 3 * page_); }
+    Guarded_Memory(const Guarded_Memory&) = delete;
+    Guarded_Memory& operator=(const Guarded_Memory&) = delete;
+    uint8_t* First() { return base_ + page_; }
+    uint8_t* Last(size_t size) { return base_ + 2 * page_ - size; }
+
+private:
+    size_t page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    uint8_t* base_;
+};
+
+/// Leaves the choice of path as it was found.
+class Yuyv : public testing::Test {
+protected:
+    ~Yuyv() override { yuyv_bgr::Force_Path(before_); }
+
+private:
+    Path before_ = yuyv_bgr::Chosen_Path();
+};
+
+TEST(Tables, Match_The_Formulas)
+{
+    const YUV_Decode& tables = Tables();
+    for (int first = 0; first < 256; ++first) {
+        for (int second = 0; second < 256; ++second) {
+            const int index = first << 8 | second;
+            ASSERT_EQ(tables.B_Matrix[index], Clamped(first + ((7287 * (second - 128)) >> 12))) << index;
+            ASSERT_EQ(tables.R_Matrix[index], Clamped(first + ((5765 * (second - 128)) >> 12))) << index;
+            ASSERT_EQ(tables.G_UV_Matrix[index], ((1415 * (first - 128) + 2936 * (second - 128)) >> 12) + 256) << index;
+        }
+        for (int g = 0; g < 512; ++g) {
+            ASSERT_EQ(tables.G_Matrix[first << 9 | g], Clamped(first + 256 - g)) << first << " " << g;
+        }
+    }
+}
+
+TEST(Tables, Red_Is_Printed_In_Rows_Of_Sixteen)
+{
+    testing::internal::CaptureStdout();
+    Tables().Matrix_Debug();
+    const std::string text = testing::internal::GetCapturedStdout();
+    constexpr size_t row = 12 + 16 * 3;
+    ASSERT_EQ(text.size(), 4096 * row);
+    EXPECT_EQ(text.substr(0x808 * row, row),
+              "0x00008080:\n80\t81\t82\t84\t85\t87\t88\t89\t8B\t8C\t8E\t8F\t90\t92\t93\t95\t");
+    EXPECT_EQ(text.substr(0xFFF * row, row),
+              "0x0000FFF0:\nFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\t");
+}
+
+TEST_F(Yuyv, Paths_Follow_The_Processor)
+{
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(cpuinfo, line) && line.rfind("flags", 0) != 0) {
+    }
+    line += ' ';
+    const auto has = [&line](const char* flag) {
+        return line.find(std::string(" ") + flag + " ") != std::string::npos;
+    };
+    EXPECT_EQ(yuyv_bgr::Path_Available(Path::Ssse3), has("ssse3"));
+    EXPECT_EQ(yuyv_bgr::Path_Available(Path::Avx2), has("avx2"));
+    EXPECT_EQ(yuyv_bgr::Path_Available(Path::Avx512_Vbmi), has("avx512bw") && has("avx512vbmi"));
+
+    const Path widest = has("avx512bw") && has("avx512vbmi") ? Path::Avx512_Vbmi
+                        : has("avx2")                        ? Path::Avx2
+                        : has("ssse3")                       ? Path::Ssse3
+                                                             : Path::Tables;
+    EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
+    if (!yuyv_bgr::Path_Available(Path::Avx512_Vbmi)) {
+        EXPECT_FALSE(yuyv_bgr::Force_Path(Path::Avx512_Vbmi));
+        EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
+    }
+    for (const Way& way : Ways()) {
+        printf("[ paths    ] %s\n", way.name.c_str());
+    }
+}
+
+// 2 to the 24th groups; with the second luma running against the first, both pixels see every (Y, U, V).
+TEST_F(Yuyv, Every_Input_Gives_The_Defined_Pixel)
+{
+    Bytes in(256 * 256 * 4);
+    Bytes out(256 * 256 * 6);
+    const std::vector<Way> ways = Ways();
+    for (unsigned v = 0; v < 256; ++v) {
+        for (unsigned i = 0; i < 256 * 256; ++i) {
+            const auto luma = static_cast<uint8_t>(i);
+            const uint8_t group[] = {luma, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(255 - luma),
+                                     static_cast<uint8_t>(v)};
+            std::copy_n(group, 4, in.begin() + i * 4);
+        }
+        const Bytes expected = Expected_Pixels(in);
+        for (const Way& way : ways) {
+            if (v % way.step_of_v != 0) {
+                continue;
+            }
+            std::fill(out.begin(), out.end(), uint8_t{0x55});
+            way.convert(in.data(), in.size(), out.data());
+            ASSERT_TRUE(out == expected) << way.name << ", V " << v;
+        }
+    }
+}
+
+// Lengths that are no multiple of 4 also put the groups at every alignment.
+TEST_F(Yuyv, Every_Length_Stays_Within_Its_Bytes)
+{
+    Guarded_Memory in;
+    Guarded_Memory out;
+    for (const Way& way : Ways()) {
+        for (size_t size = 0; size <= 200; ++size) {
+            const Bytes bytes = Random_Bytes(size);
+            const Bytes expected = Expected_Pixels(bytes);
+            for (const bool at_the_end : {false, true}) {
+                uint8_t* const source = at_the_end ? in.Last(size) : in.First();
+                uint8_t* const target = at_the_end ? out.Last(expected.size()) : out.First();
+                std::copy(bytes.begin(), bytes.end(), source);
+                // What lies outside but on the same page must stay too.
+                uint8_t* const neighbour = at_the_end ? target - 64 : target + expected.size();
+                std::fill_n(neighbour, 64, uint8_t{0x55});
+                way.convert(source, size, target);
+                ASSERT_TRUE(std::equal(expected.begin(), expected.end(), target)) << way.name << ", " << size;
+                ASSERT_EQ(std::count(neighbour, neighbour + 64, 0x55), 64) << way.name << ", " << size;
+            }
+        }
+    }
+}
+
+TEST_F(Yuyv, Source_And_Target_Need_No_Alignment)
+{
+    constexpr size_t size = 2 * 128 + 4 * 31;
+    Bytes in(size + 64);
+    Bytes out(size / 4 * 6 + 64);
+    for (const Way& way : Ways()) {
+        for (size_t offset = 0; offset < 64; ++offset) {
+            const Bytes bytes = Random_Bytes(size);
+            std::copy(bytes.begin(), bytes.end(), in.begin() + static_cast<ptrdiff_t>(offset));
+            uint8_t* const target = out.data() + 63 - offset;
+            way.convert(in.data() + offset, size, target);
+            const Bytes expected = Expected_Pixels(bytes);
+            ASSERT_TRUE(std::equal(expected.begin(), expected.end(), target)) << way.name << ", " << offset;
+        }
+    }
+}
+
+// A mosaic in words: the colours of even and odd columns, in even and odd rows.
+struct Mosaic {
+    bool (YUV_Decode::*decode)(uint8_t*, uint32_t, uint32_t, uint8_t*, uint32_t);
+    const char* rows[2];
+};
+
+constexpr Mosaic Mosaics[] = {
+    {&YUV_Decode::RAW0_Decode, {"GR", "BG"}},
+    {&YUV_Decode::RAW1_Decode, {"RG", "GB"}},
+    {&YUV_Decode::RAW2_Decode, {"BG", "GR"}},
+    {&YUV_Decode::RAW3_Decode, {"GB", "RR"}},
+};
+
+struct Raw_Shape {
+    size_t width;
+    size_t whole_rows;
+    size_t further_bytes;
+};
+
+/// Pixels of an even number of rows, on a ground of 0x55 that nothing may touch.
+Bytes Expected_Mosaic(const Mosaic& mosaic, const Raw_Shape& shape, const Bytes& raw, size_t room)
+{
+    Bytes bgr(room, 0x55);
+    const size_t rows = (shape.whole_rows + 1) / 2 * 2;
+    for (size_t y = 0; y < rows; ++y) {
+        for (size_t x = 0; x < shape.width / 2 * 2; ++x) {
+            uint8_t* const pixel = bgr.data() + (y * shape.width + x) * 3;
+            memset(pixel, 0, 3);
+            const char colour = mosaic.rows[y % 2][x % 2];
+            pixel[colour == 'B' ? 0 : colour == 'G' ? 1 : 2] = raw[(y * shape.width + x) * 2];
+        }
+    }
+    return bgr;
+}
+
+TEST(Raw, Every_Sample_Lands_In_Its_Colour)
+{
+    const Raw_Shape shapes[] = {
+        {2, 2, 0},   {16, 6, 0},  {642, 4, 0},
+        {16, 3, 0},  {16, 1, 31},  // the last pair takes one row more than there are
+        {16, 4, 31},               // a partial row is dropped
+        {5, 2, 0},   {5, 3, 9},    // the odd column is left out
+        {1, 2, 0},
+    };
+    for (const Mosaic& mosaic : Mosaics) {
+        for (const Raw_Shape& shape : shapes) {
+            const size_t even_rows = (shape.whole_rows + 1) / 2 * 2;
+            Bytes raw = Random_Bytes((even_rows + 1) * shape.width * 2);
+            Bytes bgr((even_rows + 1) * shape.width * 3, 0x55);
+            const auto size = static_cast<uint32_t>(shape.whole_rows * shape.width * 2 + shape.further_bytes);
+            EXPECT_TRUE((Tables().*mosaic.decode)(raw.data(), size, static_cast<uint32_t>(shape.width), bgr.data(), 0));
+            EXPECT_TRUE(bgr == Expected_Mosaic(mosaic, shape, raw, bgr.size()))
+                << mosaic.rows[0] << " " << shape.width << "x" << shape.whole_rows;
+        }
+    }
+}
+
+TEST(Raw, Less_Than_A_Row_Is_Refused)
+{
+    uint8_t raw[32] = {};
+    uint8_t bgr[48];
+    memset(bgr, 0x55, sizeof bgr);
+    for (const Mosaic& mosaic : Mosaics) {
+        EXPECT_FALSE((Tables().*mosaic.decode)(raw, 31, 16, bgr, 48));
+        EXPECT_FALSE((Tables().*mosaic.decode)(raw, 32, 0, bgr, 48));
+        EXPECT_FALSE((Tables().*mosaic.decode)(raw, 32, 0x80000000, bgr, 48));
+        EXPECT_FALSE((Tables().*mosaic.decode)(nullptr, 0, 16, nullptr, 0));
+    }
+    EXPECT_EQ(std::count(bgr, bgr + sizeof bgr, 0x55), 48);
+}
+
+TEST(Raw, Ten_And_Twelve_Bits_Are_Repacked_Alike)
+{
+    // All samples at an odd address, then a lone byte.
+    Bytes ten(1 + 65536 * 2 + 1, 0x77);
+    for (size_t sample = 0; sample < 65536; ++sample) {
+        ten[1 + sample * 2] = static_cast<uint8_t>(sample);
+        ten[2 + sample * 2] = static_cast<uint8_t>(sample >> 8);
+    }
+    Bytes twelve = ten;
+    Tables().RAW10_Decode(ten.data() + 1, static_cast<uint32_t>(ten.size() - 1));
+    Tables().RAW12_Decode(twelve.data() + 1, static_cast<uint32_t>(twelve.size() - 1));
+    EXPECT_TRUE(ten == twelve);
+    EXPECT_EQ(ten.front(), 0x77);
+    EXPECT_EQ(ten.back(), 0x77);
+    for (size_t sample = 0; sample < 65536; ++sample) {
+        const size_t repacked = ten[1 + sample * 2] + ten[2 + sample * 2] * size_t{256};
+        ASSERT_EQ(repacked, (sample & 0xFF) * 4 + (sample >> 8) % 4) << sample;
+    }
+}
+
+}  // namespace
