@@ -7,7 +7,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "USBCam_API/USBCam_API.h"
@@ -230,22 +229,6 @@ TEST_F(Discovery, NodesThatDoNotAnswerAreSkippedAndEveryDescriptorIsClosed)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(Log_Names(), "open open VIDIOC_QUERYCAP close open VIDIOC_QUERYCAP close");
     EXPECT_EQ(Log()[1].value, O_RDWR | O_NONBLOCK);
-}
-
-TEST_F(Discovery, RunsOnSeveralThreadsAtOnce)
-{
-    Plug_In({Described(0, "/dev/video0", "usb-0"), Described(1, "/dev/video2", "usb-1")});
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
-            for (int round = 0; round < 20; ++round) {
-                EXPECT_EQ(Nodes(Find()), "/dev/video0 /dev/video2 ");
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 }  // namespace

@@ -327,6 +327,7 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
         Pix_Format mode = Mjpeg;
         greedy.Video_DEAL_WITH(&mode);
     });
+    ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     EXPECT_EQ(Requests(Call_Select), 0);
     greedy.SAVE_FRAME_RES(greedy.held[0]);
@@ -342,6 +343,7 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
         Pix_Format mode = Mjpeg;
         greedy.Video_DEAL_WITH(&mode);
     });
+    ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 2; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     greedy.EVENT_LoopMode(0);
     capture.join();
