@@ -244,7 +244,8 @@ bool Is_Program(const std::string& name)
     const char* path = std::getenv("PATH");
     std::istringstream folders(path ? path : "/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        if (access((folder + "/" + name).c_str(), X_OK) == 0) {
+        folder.append("/").append(name);
+        if (access(folder.c_str(), X_OK) == 0) {
             return true;
         }
     }

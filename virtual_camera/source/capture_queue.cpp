@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 
 namespace virtual_camera {
 namespace {
@@ -15,7 +16,7 @@ uint32_t Page_Align(uint32_t size)
 
 Time To_Time(v4l2_fract interval)
 {
-    return std::max<Time>(1, Time(double(interval.numerator) * double(Second) / interval.denominator + 0.5));
+    return std::max<Time>(1, std::llround(double(interval.numerator) * double(Second) / interval.denominator));
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ namespace {
 std::string Free_Node(const std::function<bool(const std::string&)>& is_taken)
 {
     for (unsigned number = 0;; number++) {
-        const std::string path = "/dev/video" + std::to_string(number);
+        std::string path = "/dev/video" + std::to_string(number);
         if (!is_taken(path)) {
             return path;
         }

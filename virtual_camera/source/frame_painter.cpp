@@ -23,7 +23,8 @@ struct Raw_Picture {
 
 uint8_t To_Byte(double value)
 {
-    return uint8_t(std::clamp(int(value + 0.5), 0, 255));
+    const double rounded_up = value + 0.5;  // never negative here, and faster than lround
+    return uint8_t(std::clamp(int(rounded_up), 0, 255));
 }
 
 double Luma(const uint8_t* p)

@@ -31,7 +31,8 @@ struct Fault {
 };
 
 /// Lets the next calls of `request` fail, or return an odd result. Faults of one request follow one another.
-/// A failing Call_Mmap returns MAP_FAILED whatever `result` is; a Call_Close always closes.
+/// A failing Call_Mmap returns MAP_FAILED whatever `result` is. Call_Close and Call_Munmap never fail; for Call_Select
+/// there is Script_Select.
 void Fail(const std::string& node, uint32_t request, Fault fault);
 
 /// Changes what the driver has answered: `change` gets the argument of a request that succeeded.
