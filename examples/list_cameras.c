@@ -16,8 +16,7 @@ static void Print_Modes(void* camera)
         /* In this list u_PixFormat is a FourCC: four characters, the first in the low byte. */
         const uint32_t code = modes[i].u_PixFormat;
         printf("    %c%c%c%c %ux%u, %u frames per second\n", (int)(code & 0x7F), (int)(code >> 8 & 0x7F),
-               (int)(code >> 16 & 0x7F), (int)(code >> 24 & 0x7F), modes[i].u_Width, modes[i].u_Height,
-               modes[i].u_Fps);
+               (int)(code >> 16 & 0x7F), (int)(code >> 24 & 0x7F), modes[i].u_Width, modes[i].u_Height, modes[i].u_Fps);
     }
     free(modes);
 }

@@ -12,6 +12,7 @@
 #include "camera_node.h"
 #include "text.h"
 #include "tool_error.h"
+#include "USBCam/USBCam.h"
 
 namespace {
 
@@ -92,6 +93,24 @@ v4l2_dev_sys_data_t Camera_At_Node(Records records, const std::string& path)
     return With_Path(sibling == records.end() ? v4l2_dev_sys_data_t{} : *sibling, path);
 }
 
+// The capture loop converts what its device calls YUYV and passes on what it calls Motion-JPEG: so this one does.
+class Unconverted_Session : public USBCam {
+public:
+    using USBCam::USBCam;
+
+    Pix_Format Get_Current_PixFormat() override
+    {
+        Pix_Format format = USBCam::Get_Current_PixFormat();
+        format.u_PixFormat = V4L2_PIX_FMT_MJPEG;
+        return format;
+    }
+};
+
+void* Unconverted_Handle(v4l2_dev_sys_data_t camera)
+{
+    return static_cast<USBCam*>(new Unconverted_Session(&camera));
+}
+
 }  // namespace
 
 Camera_List::Camera_List() : count(WQZ_USBCam_DEVICE_FIND_ID(&records, 0xFFFF, 0xFFFF))
@@ -152,7 +171,8 @@ std::string Printable(const char* text)
     return result;
 }
 
-Camera_Session::Camera_Session(const v4l2_dev_sys_data_t& camera) : handle(WQZ_USBCam_CREATE_DEVICE_POINT(camera))
+Camera_Session::Camera_Session(const v4l2_dev_sys_data_t& camera, Delivery delivery)
+    : handle(delivery == Delivery::Pictures ? WQZ_USBCam_CREATE_DEVICE_POINT(camera) : Unconverted_Handle(camera))
 {
     (void)WQZ_USBCam_Video_DEAL_WITH_INIT(handle, 0);
 }

@@ -33,10 +33,13 @@ std::string Id_Text(const v4l2_dev_sys_data_t& camera);
 /// @return the text with anything unprintable replaced; null reads as empty
 std::string Printable(const char* text);
 
+/// How frames are wanted: as the library's pictures, or with the bytes that the camera sent.
+enum class Delivery { Pictures, Unconverted };
+
 /// A library session on one camera: open, with its catalogue read, and no capture yet.
 class Camera_Session {
 public:
-    explicit Camera_Session(const v4l2_dev_sys_data_t& camera);
+    explicit Camera_Session(const v4l2_dev_sys_data_t& camera, Delivery delivery = Delivery::Pictures);
     /// Unmaps, closes and deletes. No capture may be running.
     ~Camera_Session();
     Camera_Session(const Camera_Session&) = delete;

@@ -77,7 +77,7 @@ void Report(const Statistics& statistics, const Picture_Folder& folder, const st
 
 int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& options)
 {
-    const Camera_Session session(camera);
+    const Camera_Session session(camera, options.raw ? Delivery::Unconverted : Delivery::Pictures);
     const Pix_Format mode = Choose_Mode(Read_Modes(session.Handle()), options.mode);
     Camera_Node(camera.Device_Path).Check_Format(mode);
     Picture_Folder folder(options.directory, options.raw ? Picture_Folder::Kind::Raw : Picture_Folder::Kind::Pictures);
@@ -85,7 +85,7 @@ int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& option
     Catch_Signals();
 
     Capture_Thread loop(session.Handle(), Request(mode));
-    Consumer consumer(session.Handle(), camera.Device_Path, options.limits);
+    Consumer consumer(session.Handle(), camera.Device_Path, mode.u_PixFormat, options.limits);
     const std::string failure = Consume(consumer, loop, folder);
     const bool has_limits = options.limits.files || options.limits.seconds;
     const bool ended_early = failure.empty() && has_limits && !consumer.Is_Complete();

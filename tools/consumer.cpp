@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 constexpr auto Poll_Pause = 4ms;      // the library keeps seven frames meanwhile: 58 ms at 120 per second
 constexpr auto Look_Interval = 1s;    // how often to see whether a silent camera is still there
-constexpr auto Longest_Silence = 5s;  // beyond any start of a stream and any exposure
+constexpr auto Longest_Silence = 8s;  // a camera that pauses for five seconds goes on
 constexpr auto Progress_Interval = 250ms;
 
 /// A frame in the tool's hands, given back in any case.
@@ -43,8 +43,13 @@ private:
 
 }  // namespace
 
-Consumer::Consumer(void* camera_handle, const std::string& node_path, const Capture_Limits& capture_limits)
-    : handle(camera_handle), node(node_path), limits(capture_limits), next_look(Clock::now() + Look_Interval)
+Consumer::Consumer(void* camera_handle, const std::string& node_path, uint32_t camera_format,
+                   const Capture_Limits& capture_limits)
+    : handle(camera_handle),
+      node(node_path),
+      fourcc(camera_format),
+      limits(capture_limits),
+      next_look(Clock::now() + Look_Interval)
 {
 }
 
@@ -74,7 +79,7 @@ void Consumer::Take(const Frame_Buffer_Data& frame, Picture_Folder& folder)
     const auto now = Clock::now();
     statistics.Count_Arrival(frame, now);
     next_look = now + Look_Interval;
-    if (Is_Damaged(frame)) {
+    if (Is_Damaged(frame, fourcc)) {
         statistics.Count_Damaged();
     }
     if (!Is_Empty(frame)) {

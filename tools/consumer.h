@@ -20,7 +20,9 @@ struct Capture_Limits {
 class Consumer {
 public:
     /// @param node_path  of the camera, to see whether it is still there
-    Consumer(void* camera_handle, const std::string& node_path, const Capture_Limits& capture_limits);
+    /// @param camera_format  the FourCC that the camera sends
+    Consumer(void* camera_handle, const std::string& node_path, uint32_t camera_format,
+             const Capture_Limits& capture_limits);
 
     /// Goes on until the capture is complete or `interrupted` answers true. Waits for frames in short steps only.
     /// @throws Tool_Error  when the camera stopped delivering or a file cannot be written
@@ -38,6 +40,7 @@ private:
 
     void* handle;
     std::string node;
+    uint32_t fourcc;
     Capture_Limits limits;
     Statistics statistics;
     uint64_t saved = 0;

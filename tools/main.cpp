@@ -95,7 +95,8 @@ void Add_Capture(CLI::App& app, Arguments& arguments)
     verb.add_option("-o,--output", options.directory, "directory for the files, made when missing")
         ->type_name("DIR")
         ->capture_default_str();
-    verb.add_flag("--raw", options.raw, "write each frame's bytes as delivered, into SECONDS_MICROSECONDS.raw");
+    verb.add_flag("--raw", options.raw,
+                  "write each frame's bytes as the camera sent them, into SECONDS_MICROSECONDS.raw");
     verb.footer("With neither --frames nor --seconds the capture goes on until Ctrl-C.");
 }
 

@@ -94,13 +94,15 @@ bool Is_Jpeg(const Frame_Buffer_Data& frame)
 
 }  // namespace
 
-bool Is_Damaged(const Frame_Buffer_Data& frame)
+bool Is_Damaged(const Frame_Buffer_Data& frame, uint32_t fourcc)
 {
     if (frame.pMem == nullptr || (frame.buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) {
         return true;
     }
-    if (!Is_Jpeg(frame)) {
-        return frame.buffer.bytesused != Library_Bitmap_Bytes(frame.PixFormat);
+    if (fourcc != V4L2_PIX_FMT_MJPEG) {
+        const bool converted = !Is_Jpeg(frame);
+        const size_t yuyv_bytes = size_t{2} * frame.PixFormat.u_Width * frame.PixFormat.u_Height;
+        return frame.buffer.bytesused != (converted ? Library_Bitmap_Bytes(frame.PixFormat) : yuyv_bytes);
     }
     v4l2_buffer buffer = frame.buffer;
     return Frame_Buffer::MJPEG_Length(static_cast<uint8_t*>(frame.pMem), &buffer) < 0;

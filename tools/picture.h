@@ -7,8 +7,9 @@
 
 #include "USBCam_API/USBCam_API.h"
 
-/// Whether the frame is what its mode promises: a Motion-JPEG frame one whole image, a YUYV frame every row.
-bool Is_Damaged(const Frame_Buffer_Data& frame);
+/// Whether the frame is not what its mode promises: a Motion-JPEG frame one whole image, a YUYV frame every row.
+/// @param fourcc  what the camera sends
+bool Is_Damaged(const Frame_Buffer_Data& frame, uint32_t fourcc);
 
 /// Whether there is nothing of a picture in the frame, as when a camera delivers an empty buffer.
 bool Is_Empty(const Frame_Buffer_Data& frame);

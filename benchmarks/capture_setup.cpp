@@ -1,0 +1,102 @@
+#include "capture_setup.h"
+
+#include <virtual_camera/virtual_camera.h>
+#include <cstring>
+
+#include "USBCam_API/USBCam_API.h"
+
+namespace {
+
+void Plug_In(const Bench_Camera& camera)
+{
+    virtual_camera::Camera_Description description = virtual_camera::Usb_Camera(static_cast<uint32_t>(camera.number));
+    description.has_metadata = false;
+    description.metadata_node.clear();
+    description.capture_node = camera.Node();
+    description.max_rate = true;
+    virtual_camera::Frame_Size size;
+    size.width = size.max_width = camera.width;
+    size.height = size.max_height = camera.height;
+    size.intervals = {{1, 30}};
+    description.formats = {{camera.fourcc, {size}}};
+    virtual_camera::Add_Camera(description);
+}
+
+std::vector<Bench_Camera> Plug_In_All(std::vector<Bench_Camera> cameras)
+{
+    for (const Bench_Camera& camera : cameras) {
+        Plug_In(camera);
+    }
+    return cameras;
+}
+
+std::vector<Bench_Camera> Alike(int first, uint32_t fourcc)
+{
+    std::vector<Bench_Camera> cameras;
+    cameras.reserve(Growth_Cameras);
+    for (int i = 0; i < Growth_Cameras; ++i) {
+        cameras.push_back({first + i, fourcc, 640, 480});
+    }
+    return Plug_In_All(cameras);
+}
+
+}  // namespace
+
+std::string Bench_Camera::Mode_Name() const
+{
+    return std::to_string(width) + "x" + std::to_string(height) + (fourcc == V4L2_PIX_FMT_MJPEG ? " MJPEG" : " YUYV");
+}
+
+uint32_t Bench_Camera::Frame_Bytes() const
+{
+    return static_cast<uint32_t>(virtual_camera::Frame_Bytes(Node(), 1000).size());
+}
+
+const std::vector<Bench_Camera>& Mode_Cameras()
+{
+    static const std::vector<Bench_Camera> cameras = Plug_In_All({{0, V4L2_PIX_FMT_YUYV, 640, 480},
+                                                                  {1, V4L2_PIX_FMT_YUYV, 1920, 1080},
+                                                                  {2, V4L2_PIX_FMT_MJPEG, 640, 480},
+                                                                  {3, V4L2_PIX_FMT_MJPEG, 1920, 1080}});
+    return cameras;
+}
+
+std::vector<Bench_Camera> Cameras_Alike(uint32_t fourcc)
+{
+    static const std::vector<Bench_Camera> yuyv = Alike(10, V4L2_PIX_FMT_YUYV);
+    static const std::vector<Bench_Camera> mjpeg = Alike(10 + Growth_Cameras, V4L2_PIX_FMT_MJPEG);
+    return fourcc == V4L2_PIX_FMT_YUYV ? yuyv : mjpeg;
+}
+
+Running_Session::Running_Session(const Bench_Camera& camera, Loop_Meter* meter)
+{
+    v4l2_dev_sys_data_t device{};
+    std::strncpy(device.Device_Path, camera.Node().c_str(), sizeof device.Device_Path - 1);
+    handle_ = WQZ_USBCam_CREATE_DEVICE_POINT(device);
+    WQZ_USBCam_Video_DEAL_WITH_INIT(handle_, 0);
+    const Pix_Format mode{camera.fourcc == V4L2_PIX_FMT_MJPEG ? 0U : 1U, camera.width, camera.height, 30};
+    capture_ = std::thread([this, mode, meter] {
+        if (meter != nullptr) {
+            meter->Attach();
+        }
+        WQZ_USBCam_Video_DEAL_WITH(handle_, mode);
+    });
+}
+
+Running_Session::~Running_Session()
+{
+    WQZ_USBCam_EVENT_LoopMode(handle_, 0);
+    capture_.join();
+    WQZ_USBCam_Clear_Frame_Buff(handle_);
+    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle_);
+    WQZ_USBCam_DELETE_DEVICE_POINT(handle_);
+}
+
+void Running_Session::Take_Frame()
+{
+    Frame_Buffer_Data* frame = nullptr;
+    while (frame == nullptr) {
+        frame = WQZ_USBCam_GET_FRAME_BUFF(handle_, true);
+    }
+    WQZ_USBCam_SAVE_FRAME_RES(handle_, frame);
+}

@@ -1,0 +1,119 @@
+#ifndef WQZ_BENCHMARKS_MAPPED_STREAM_H
+#define WQZ_BENCHMARKS_MAPPED_STREAM_H
+
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <unistd.h>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// The calls of a program that talks to the kernel.
+struct Kernel_Calls {
+    static int Open(const char* node) { return open(node, O_RDWR); }
+    static int Request(int fd, unsigned long request, void* argument) { return ioctl(fd, request, argument); }
+    static void* Map(size_t length, int fd, uint32_t offset)
+    {
+        return mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, offset);
+    }
+    static int Unmap(void* address, size_t length) { return munmap(address, length); }
+    static int Close(int fd) { return close(fd); }
+};
+
+/// The least that captures frames: four mapped buffers, and every result tested.
+template <typename Calls>
+class Mapped_Stream {
+public:
+    Mapped_Stream(const std::string& node, uint32_t fourcc, uint32_t width, uint32_t height)
+        : fd_(Calls::Open(node.c_str()))
+    {
+        if (fd_ < 0) {
+            throw std::runtime_error("cannot open " + node);
+        }
+        v4l2_format format{};
+        format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        format.fmt.pix.width = width;
+        format.fmt.pix.height = height;
+        format.fmt.pix.pixelformat = fourcc;
+        Ask(VIDIOC_S_FMT, &format);
+        if (format.fmt.pix.pixelformat != fourcc || format.fmt.pix.width != width) {
+            throw std::runtime_error("mode refused");
+        }
+        v4l2_requestbuffers wanted{};
+        wanted.count = 4;
+        wanted.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        wanted.memory = V4L2_MEMORY_MMAP;
+        Ask(VIDIOC_REQBUFS, &wanted);
+        for (uint32_t i = 0; i < wanted.count; ++i) {
+            Map_Buffer(i);
+        }
+        Ask(VIDIOC_STREAMON, &format.type);
+    }
+    ~Mapped_Stream()
+    {
+        uint32_t type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        Calls::Request(fd_, VIDIOC_STREAMOFF, &type);
+        for (const Mapping& mapping : mappings_) {
+            Calls::Unmap(mapping.address, mapping.length);
+        }
+        Calls::Close(fd_);
+    }
+    Mapped_Stream(const Mapped_Stream&) = delete;
+    Mapped_Stream& operator=(const Mapped_Stream&) = delete;
+
+    /// Waits for a frame, hands its bytes to `use`, and gives the buffer back.
+    template <typename Use>
+    void Take_Frame(Use use)
+    {
+        fd_set readable;
+        FD_ZERO(&readable);
+        FD_SET(fd_, &readable);
+        timeval time_out{1, 0};
+        if (select(fd_ + 1, &readable, nullptr, nullptr, &time_out) != 1) {
+            throw std::runtime_error("no frame");
+        }
+        v4l2_buffer buffer{};
+        buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        buffer.memory = V4L2_MEMORY_MMAP;
+        Ask(VIDIOC_DQBUF, &buffer);
+        use(static_cast<uint8_t*>(mappings_[buffer.index].address), buffer.bytesused);
+        Ask(VIDIOC_QBUF, &buffer);
+    }
+
+private:
+    struct Mapping {
+        void* address;
+        size_t length;
+    };
+
+    void Ask(unsigned long request, void* argument)
+    {
+        if (Calls::Request(fd_, request, argument) != 0) {
+            throw std::runtime_error("request refused");
+        }
+    }
+
+    void Map_Buffer(uint32_t index)
+    {
+        v4l2_buffer buffer{};
+        buffer.index = index;
+        buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        buffer.memory = V4L2_MEMORY_MMAP;
+        Ask(VIDIOC_QUERYBUF, &buffer);
+        void* const address = Calls::Map(buffer.length, fd_, buffer.m.offset);
+        if (address == MAP_FAILED) {
+            throw std::runtime_error("cannot map");
+        }
+        mappings_.push_back({address, buffer.length});
+        Ask(VIDIOC_QBUF, &buffer);
+    }
+
+    int fd_;
+    std::vector<Mapping> mappings_;
+};
+
+#endif  // WQZ_BENCHMARKS_MAPPED_STREAM_H

@@ -1,0 +1,230 @@
+#!/usr/bin/env python3
+"""Prints tables of medians and ratios from the JSON files of benchmark runs; exit status 1 when a goal is missed.
+
+A benchmark is named "table/row/column", or "table/row" when its counters are the columns. What is known about a table
+beyond its name stands in TABLES, and what is expected of it in GOALS; a table that stands in neither is printed as it
+comes.
+"""
+
+import collections
+import dataclasses
+import json
+import os
+import statistics
+import sys
+
+PEERS = ("libyuv", "opencv", "swscale")  # one core each, as the library
+MICROSECONDS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}
+
+
+@dataclasses.dataclass
+class Table:
+    title: str
+    columns: tuple = ()  # their order
+    counters: bool = False
+    unit: str = "microseconds"
+    worst: tuple = ()  # columns whose largest value counts, not the median
+    less: dict = None  # {column: (what was measured, what is taken from it)}
+
+
+TABLES = {
+    "yuyv": Table("YUYV to 24-bit pixels", ("tables", "ssse3", "avx2", "vbmi", *PEERS, "opencv-threads", "limit")),
+    "bmp": Table("YUYV frame to picture in its record", ("in-place", "conversion")),
+    "tables": Table("Conversion tables"),
+    "raw-split": Table("Raw Bayer frame to 24-bit pixels", ("raw0", "raw1", "raw2", "raw3", "limit")),
+    "raw-repack": Table("Repacking of raw samples in place", ("raw10", "raw12", "limit")),
+    "mjpeg": Table("End of a Motion-JPEG image in 4 MiB", ("library", "byte loop", "vector scan")),
+    "session": Table(
+        "A frame's way through a session, the sleeps apart",
+        ("CPU us", "wall us", "CPU us of the sleeps", "asleep us", "copies", "page faults in 300 frames"),
+        counters=True,
+        unit="per frame",
+        worst=("page faults in 300 frames",),
+    ),
+    "capture": Table(
+        "Captured frame beside other libraries, the camera's own cost taken away",
+        ("session", "session above sleeps", "minimal", "minimal above sleeps", "opencv", "libv4l2", "camera",
+         "camera and sleeps"),
+        unit="microseconds of CPU per frame, which is milliseconds per 1000 frames",
+        less={
+            "session": ("session", "camera"),
+            "session above sleeps": ("session", "camera-sleeping"),
+            "minimal": ("minimal", "camera"),
+            "minimal above sleeps": ("minimal-sleeping", "camera-sleeping"),
+            "opencv": ("opencv", "camera"),
+            "libv4l2": ("libv4l2", "camera"),
+            "camera": ("camera", None),
+            "camera and sleeps": ("camera-sleeping", None),
+        },
+    ),
+    "growth": Table(
+        "Sessions side by side in one process",
+        ("frames per second", "per camera", "CPU us per frame", "CPU %"),
+        counters=True,
+        unit="all cameras together",
+    ),
+    "discovery": Table("Discovery", ("library", "libudev alone")),
+    "catalogue": Table("List of capture modes"),
+}
+
+
+@dataclasses.dataclass
+class Goal:
+    """Of one column, in every row of its table that has `rows` in its name.
+
+    Speed is compared with the fastest of the columns in `beside` (at_least), time with the shortest of them (at_most);
+    without such columns at_most is the value itself.
+    """
+
+    table: str
+    column: str
+    beside: tuple = ()
+    at_least: float = None
+    at_most: float = None
+    rows: str = ""
+    name: str = ""
+
+
+GOALS = (
+    Goal("yuyv", "ssse3", PEERS, at_least=1.0, name="ssse3 : fastest peer"),
+    Goal("yuyv", "avx2", PEERS, at_least=1.5, name="avx2 : fastest peer"),
+    Goal("yuyv", "avx2", ("limit",), at_least=0.4, name="avx2 : limit"),
+    Goal("yuyv", "vbmi", PEERS, at_least=2.0, name="vbmi : fastest peer"),
+    Goal("yuyv", "vbmi", ("limit",), at_least=0.6, name="vbmi : limit"),
+    Goal("bmp", "in-place", ("conversion",), at_most=1.25, rows="1920x1080", name="in-place : conversion"),
+    Goal("tables", "library", at_most=60, name="building, us"),
+    Goal("raw-repack", "raw10", ("limit",), at_least=0.5, rows="1920x1080", name="raw10 : limit"),
+    Goal("raw-repack", "raw12", ("limit",), at_least=0.5, rows="1920x1080", name="raw12 : limit"),
+    Goal("mjpeg", "library", at_most=3, name="search, us"),
+    Goal("session", "page faults in 300 frames", at_most=0, name="page faults"),
+    *(
+        Goal("capture", column, (peer,), at_most=limit, name=f"{column} : {peer}")
+        for column in ("session", "session above sleeps")
+        for peer, limit in (("opencv", 1.0), ("libv4l2", 1.0), ("minimal", 1.3))
+    ),
+    Goal("capture", "session above sleeps", ("minimal above sleeps",), at_most=1.3, name="both above sleeps : minimal"),
+    Goal("catalogue", "library", at_most=1000, name="list, us"),
+)
+
+
+@dataclasses.dataclass
+class Median:
+    value: float  # microseconds, or what a counter counts
+    items_per_second: float = None
+
+    def text(self):
+        if self.items_per_second is not None:
+            return f"{self.items_per_second / 1e6:.0f}"
+        return f"{self.value:.1f}"
+
+
+def samples_of(run):
+    """(table, row, column), value and rate of everything that one run measured."""
+    table, row, *rest = run["run_name"].split("/")
+    known = TABLES.get(table)
+    if known and known.counters:
+        for column in known.columns:
+            yield (table, row, column), run[column], None
+    else:
+        yield (table, row, rest[0]), run["real_time"] * MICROSECONDS[run["time_unit"]], run.get("items_per_second")
+
+
+def read_runs(paths):
+    """Medians as {table: {row: {column: Median}}}, rows in the order in which the benchmarks are registered."""
+    samples = collections.defaultdict(list)
+    failures = {}
+    for path in paths:
+        if os.path.getsize(path) == 0:
+            continue  # a filter left nothing to run
+        with open(path, encoding="utf-8") as file:
+            runs = json.load(file)["benchmarks"]
+        for run in sorted(runs, key=lambda run: run["family_index"]):
+            if run.get("error_occurred"):
+                failures[run["run_name"]] = run["error_message"]
+            elif run["run_type"] == "iteration":
+                for key, value, rate in samples_of(run):
+                    samples[key].append((value, rate))
+    for name, message in failures.items():
+        print(f"{name}: {message}", file=sys.stderr)
+    tables = collections.defaultdict(lambda: collections.defaultdict(dict))
+    for (table, row, column), measured in samples.items():
+        values, rates = zip(*measured)
+        rate = None if None in rates else statistics.median(rates)
+        worst = table in TABLES and column in TABLES[table].worst
+        tables[table][row][column] = Median(max(values) if worst else statistics.median(values), rate)
+    for name, table in TABLES.items():
+        if table.less and name in tables:
+            tables[name] = {row: take_away(table.less, medians) for row, medians in tables[name].items()}
+    return tables
+
+
+def take_away(less, medians):
+    """Differences of medians; not below a tenth of a microsecond, which is less than can be measured."""
+    result = {}
+    for column, (measured, base) in less.items():
+        if measured in medians and (base is None or base in medians):
+            value = medians[measured].value - (medians[base].value if base else 0)
+            result[column] = Median(max(value, 0.1))
+    return result
+
+
+def print_row(cells):
+    print("| " + " | ".join(cells) + " |")
+
+
+def print_table(name, rows):
+    table = TABLES.get(name, Table(name))
+    present = {column for columns in rows.values() for column in columns}
+    columns = [column for column in table.columns if column in present] + sorted(present - set(table.columns))
+    rates = all(median.items_per_second is not None for columns_of in rows.values() for median in columns_of.values())
+    print(f"\n{table.title}, {'million pixels per second' if rates else table.unit}:\n")
+    print_row([""] + columns)
+    print_row(["---"] + ["---:"] * len(columns))
+    for row, medians in rows.items():
+        print_row([row] + [medians[column].text() if column in medians else "-" for column in columns])
+
+
+def measure(goal, medians):
+    """The ratio or value that a goal is about; None when the row lacks a column of it."""
+    beside = [medians[column].value for column in goal.beside if column in medians]
+    if goal.column not in medians or (goal.beside and not beside):
+        return None
+    value = medians[goal.column].value
+    if not goal.beside:
+        return value
+    return min(beside) / value if goal.at_least is not None else value / min(beside)
+
+
+def print_goals(name, rows):
+    """Returns the number of goals that were missed."""
+    goals = [goal for goal in GOALS if goal.table == name]
+    if not goals:
+        return 0
+    missed = 0
+    print()
+    print_row(["", "goal"] + list(rows) + ["result"])
+    print_row(["---", "---"] + ["---:"] * len(rows) + ["---"])
+    for goal in goals:
+        least = goal.at_least is not None
+        values = [measure(goal, medians) if goal.rows in row else None for row, medians in rows.items()]
+        known = [value for value in values if value is not None]
+        met = all(value >= goal.at_least if least else value <= goal.at_most for value in known)
+        missed += not met
+        limit = f"at least {goal.at_least:g}" if least else f"at most {goal.at_most:g}"
+        result = "not run on this processor" if not known else "met" if met else "MISSED"
+        print_row([goal.name, limit] + ["" if value is None else f"{value:.2f}" for value in values] + [result])
+    return missed
+
+
+def main(paths):
+    tables = read_runs(paths)
+    missed = 0
+    for name in list(TABLES) + sorted(set(tables) - set(TABLES)):
+        if name in tables:
+            print_table(name, tables[name])
+            missed += print_goals(name, tables[name])
+    return 1 if missed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
