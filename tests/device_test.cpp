@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "support/camera_fixture.h"
+#include "Video/device_wait.h"
 #include "Video/Video_Device.h"
 
 namespace {
@@ -147,6 +148,25 @@ TEST_F(Device, FramesAreLabelledByTheRequestNotByTheAnswer)
     EXPECT_NE(Log().back().width, 641U) << "the driver adjusts the size";
 }
 
+TEST_F(Device, RefusalsOnTheWayLeaveWhatWasAskedFor)
+{
+    device.Video_Open();
+    Fail_With(VIDIOC_S_FMT, {EBUSY});
+    EXPECT_EQ(device.Video_Stream_Set_Format(V4L2_PIX_FMT_GREY, 320, 240), -1);
+    EXPECT_EQ(device.Get_Current_PixFormat().u_PixFormat, V4L2_PIX_FMT_GREY);
+    Fail_With(VIDIOC_G_PARM, {EINVAL});
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Rate(1, 15), 0);
+    EXPECT_EQ(Log().back().interval.denominator, 15U);
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
+    EXPECT_EQ(device.LC_Buffer_List.size(), 4U) << "a second set-up appends";
+}
+
+TEST_F(Device, ANegativeDescriptorWaitsForNothingButTheTimeOut)
+{
+    EXPECT_EQ(Wait_Readable(-1, {0, 1000}), 0);
+}
+
 TEST_F(Device, DeletingAnOpenDeviceMakesNoRequest)
 {
     PVOID stored = nullptr;
@@ -283,6 +303,19 @@ TEST_F(Catalogue, AStepwiseIntervalIsTheWholeAnswer)
     EXPECT_EQ(resolution.Size(), 1U);
     EXPECT_EQ(resolution.Index_At_Denominator(0), 50U);
     EXPECT_EQ(resolution.Width(), 320);
+    device.Video_Close();
+}
+
+TEST_F(Catalogue, AContinuousIntervalIsTheWholeAnswer)
+{
+    Video_Device device(&record);
+    device.Video_Open();
+    Alter(Node, VIDIOC_ENUM_FRAMEINTERVALS,
+          [](void* answer) { static_cast<v4l2_frmivalenum*>(answer)->type = V4L2_FRMIVAL_TYPE_CONTINUOUS; });
+    v4l2_frmsizeenum size{};
+    size.pixel_format = V4L2_PIX_FMT_MJPEG;
+    size.discrete = {1280, 720};
+    EXPECT_EQ(device.Video_Frame_Rate(size), 1);
     device.Video_Close();
 }
 

@@ -168,13 +168,11 @@ TEST_F(Discovery, IdsFilterExactly)
 
 TEST_F(Discovery, OnlyNeighboursMerge)
 {
-    Plug_In({On_Platform("/dev/video10", ""), On_Platform("/dev/video11", "A"), On_Platform("/dev/video12", "A"),
-             On_Platform("/dev/video13", "B"), On_Platform("/dev/video14", "A")});
-    for (const char* node : {"/dev/video10"}) {
-        Alter(node, VIDIOC_QUERYCAP,
-              [](void* argument) { std::memset(static_cast<v4l2_capability*>(argument)->bus_info, 0, 32); });
-    }
-    EXPECT_EQ(Nodes(Find()), "/dev/video11 /dev/video13 /dev/video14 ")
+    Plug_In({On_Platform("/dev/video10", ""), On_Platform("/dev/video11", "AAAA"), On_Platform("/dev/video12", "AAAA"),
+             On_Platform("/dev/video13", "B"), On_Platform("/dev/video14", "B"), On_Platform("/dev/video15", "AAAA")});
+    Alter("/dev/video10", VIDIOC_QUERYCAP,
+          [](void* argument) { std::memset(static_cast<v4l2_capability*>(argument)->bus_info, 0, 32); });
+    EXPECT_EQ(Nodes(Find()), "/dev/video11 /dev/video13 /dev/video15 ")
         << "an empty location is never taken before another";
 }
 

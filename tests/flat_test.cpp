@@ -41,11 +41,16 @@ bool Is_As_Sent(const Frame_Buffer_Data& frame, const std::string& node)
     return frame.buffer.bytesused == bgr.size() + 54 && std::equal(bgr.begin(), bgr.end(), bytes + 54);
 }
 
-// A whole life of a handle: opened, `count` frames taken in a mode, ended by the documented order.
-std::vector<Received> Capture(const v4l2_dev_sys_data_t& camera, Pix_Format mode, std::size_t count)
+void* Open(const v4l2_dev_sys_data_t& camera)
 {
     void* handle = WQZ_USBCam_CREATE_DEVICE_POINT(camera);
     Open_Quietly(handle);
+    return handle;
+}
+
+// The rest of the life of an opened handle: `count` frames taken in a mode, ended by the documented order.
+std::vector<Received> Take_Frames(void* handle, const v4l2_dev_sys_data_t& camera, Pix_Format mode, std::size_t count)
+{
     std::thread loop([=] { EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH(handle, mode), 0); });
     std::vector<Received> frames;
     while (frames.size() < count) {
@@ -65,6 +70,11 @@ std::vector<Received> Capture(const v4l2_dev_sys_data_t& camera, Pix_Format mode
     WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);
     return frames;
+}
+
+std::vector<Received> Capture(const v4l2_dev_sys_data_t& camera, Pix_Format mode, std::size_t count)
+{
+    return Take_Frames(Open(camera), camera, mode, count);
 }
 
 void Expect_Without_A_Gap(const std::vector<Received>& frames)
@@ -113,12 +123,14 @@ TEST_F(Flat, TwoCamerasAtOnce)
     Camera_Description second = Usb_Camera(1);
     second.capture_node = "/dev/video8";
     Add_Camera(second);
-    std::vector<Received> frames;
-    std::thread other([&] { frames = Capture(Camera_Record("/dev/video8"), {1, 320, 240, 30}, 10); });
-    // One thread at a time may capture what the process prints.
+    const v4l2_dev_sys_data_t cameras[] = {Camera_Record(), Camera_Record("/dev/video8")};
+    void* handles[] = {Open(cameras[0]), Open(cameras[1])};
+    std::vector<Received> frames[2];
+    std::thread other([&] { frames[1] = Take_Frames(handles[1], cameras[1], {1, 320, 240, 30}, 20); });
+    frames[0] = Take_Frames(handles[0], cameras[0], {0, 640, 480, 30}, 20);
     other.join();
-    Expect_Without_A_Gap(frames);
-    Expect_Without_A_Gap(Capture(Camera_Record(), {0, 640, 480, 30}, 10));
+    Expect_Without_A_Gap(frames[0]);
+    Expect_Without_A_Gap(frames[1]);
 }
 
 TEST_F(Flat, ListsAnEntryPerIntervalInCatalogueOrder)

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 
 #include "support/camera_fixture.h"
 #include "Video/Video_Device.h"
@@ -91,10 +93,13 @@ TEST_F(Reading, TheBlockIsKeptOnlyWhenItsLengthIsMoreThanAskedFor)
 
 TEST_F(Reading, AnIndexBeyondTheBuffersReadsTheFirst)
 {
-    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.index = 4; });
     Captured_Stderr printed;
+    for (int i = 0; i < 3; ++i) {
+        Read();
+    }
+    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.index = 6; });
     Read();
-    EXPECT_EQ(frame.buffer.index, 4U);
+    EXPECT_EQ(frame.buffer.index, 6U);
     EXPECT_EQ(std::memcmp(Bytes(), Mapped(0), Payload), 0);
 }
 
@@ -220,5 +225,32 @@ TEST_F(Reading, AFailedQueryMapsNothing)
     EXPECT_EQ(buffer.queue_buff(static_cast<uint32_t>(device.Video_Device_FD)), -1);
     EXPECT_EQ(Log_Names(), "VIDIOC_QUERYBUF VIDIOC_QBUF");
 }
+
+TEST_F(Reading, AFailedMappingShowsInTheQuerysResult)
+{
+    Frame_Buffer buffer;
+    Fail(Node, Call_Mmap, {ENOMEM});
+    EXPECT_EQ(buffer.query_buff(static_cast<uint32_t>(device.Video_Device_FD)), -1);
+    EXPECT_EQ(buffer.sBuf.pMem, MAP_FAILED);
+    EXPECT_NE(buffer.sBuf.buff_Length, 0U);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// The sanitizers' own address space leaves no room for this limit.
+TEST_F(Reading, MemoryThatRunsOutLosesNeitherTheBufferNorTheRecord)
+{
+    ASSERT_EQ(Read(), 0);
+    Clear_Log();
+    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.bytesused = 0xF0000000; });
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    const rlimit little{rlim_t{2} << 30, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &little), 0);
+    EXPECT_THROW(Read(), std::bad_alloc);
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(frame.pMem, nullptr) << "the old block is gone, so nothing may point at it";
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+}
+#endif
 
 }  // namespace

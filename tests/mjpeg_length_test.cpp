@@ -27,16 +27,22 @@ int32_t Plain_Scan(const uint8_t* data, uint32_t length)
 
 class Padded_Image {
 public:
-    // An image of `image` bytes in a block of `length`. Up to three runs of at most 33 zeros inside: even where they
-    // meet they stay below 100.
+    // An image of `image` bytes in a block of `length`, with runs of up to 99 zeros inside.
     Padded_Image(uint32_t image, uint32_t length, std::mt19937& random) : bytes(new uint8_t[length]()), size(length)
     {
         for (uint32_t i = 0; i < image; ++i) {
             bytes[i] = static_cast<uint8_t>(1 + random() % 255);
         }
         for (int holes = static_cast<int>(random() % 4); holes > 0 && image > 4; --holes) {
-            const uint32_t run = std::min<uint32_t>(1 + static_cast<uint32_t>(random() % 33), image - 4);
+            const uint32_t run = std::min<uint32_t>(1 + static_cast<uint32_t>(random() % 99), image - 4);
             std::memset(&bytes[2 + random() % (image - 3 - run)], 0, run);
+        }
+        for (uint32_t i = 0, zeros = 0; i < image; ++i) {
+            zeros = bytes[i] == 0 ? zeros + 1 : 0;
+            if (zeros == 100) {
+                bytes[i] = 1;  // where runs have met
+                zeros = 0;
+            }
         }
         bytes[0] = 0xFF;
         bytes[1] = 0xD8;

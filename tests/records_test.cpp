@@ -39,6 +39,57 @@ TEST(Records, MembersLieInTheirOrder)
     EXPECT_EQ(sizeof(Video_Stream_EXE_Base_Class::YUV_MODE), 4U);
 }
 
+// The position of a virtual operation in its table, by the C++ ABI of this platform.
+template <typename Member>
+std::ptrdiff_t Slot(Member member)
+{
+    std::ptrdiff_t offset = 0;
+    std::memcpy(&offset, &member, sizeof offset);
+    return offset / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST(Records, VirtualOperationsKeepTheirSlots)
+{
+    using Device = Video_Device_Base_Class;
+    const std::ptrdiff_t device[] = {Slot(&Device::Get_Video_Device_FD),
+                                     Slot(&Device::Index_At_Format_Info),
+                                     Slot(&Device::Video_Open),
+                                     Slot(&Device::Video_Close),
+                                     Slot(&Device::Video_Frame_Format),
+                                     Slot(&Device::Video_Stream_Set_Frame_Buff),
+                                     Slot(&Device::Video_Stream_Clear_Frame_Buff),
+                                     Slot(&Device::Video_Stream_Set_Format),
+                                     Slot(&Device::Video_Stream_Set_Frame_Rate),
+                                     Slot(&Device::Video_Stream_Start_Stream),
+                                     Slot(&Device::Video_Stream_Stop_Stream),
+                                     Slot(&Device::Get_Current_PixFormat)};
+    for (std::ptrdiff_t i = 0; i < 12; ++i) {
+        EXPECT_EQ(device[i], i + 2) << "the destructor has the first two";
+    }
+    EXPECT_EQ(Slot(&Video_Device::Video_Exe), 18) << "behind all that is inherited";
+    EXPECT_EQ(Slot(&Format_Info_Base_Class::Index_At), 2);
+    EXPECT_EQ(Slot(&Format_Info_Base_Class::Size), 4);
+    EXPECT_EQ(Slot(&Resolution_Info_Base_Class::Index_At_Numerator), 2);
+    EXPECT_EQ(Slot(&Resolution_Info_Base_Class::Size), 6);
+    EXPECT_EQ(Slot(&Video_Stream_EXE_Base_Class::Set_Task_MJPEG), 2);
+    EXPECT_EQ(Slot(&Video_Stream_EXE_Base_Class::Set_YUV_Mode), 5);
+}
+
+// A leak checker sees strings that stay; a record beyond the count holds nothing that may be freed.
+TEST(Records, FreeingTheArrayFreesTheStringsOfItsFirstRecords)
+{
+    auto* cameras = new v4l2_dev_sys_data_t[3]();
+    for (int i = 0; i < 2; ++i) {
+        cameras[i].device = strdup("/dev/video0");
+        cameras[i].name = strdup("name");
+        cameras[i].driver = strdup("driver");
+        cameras[i].location = strdup("location");
+    }
+    cameras[2].name = reinterpret_cast<char*>(1);
+    WQZ_USBCam_DEVICE_FREE(cameras, 2);
+    WQZ_USBCam_DEVICE_FREE(nullptr, 2);
+}
+
 TEST(Records, ANewSessionIsClosedAndEndless)
 {
     v4l2_dev_sys_data_t camera{};

@@ -53,7 +53,10 @@ TEST_F(Pools, NewRecordsAreZeroAndAdded)
     session.INIT_FRAME_RES(8);
     EXPECT_STREQ(GLOG, Mark(116, "INIT_FRAME_RES", "END!").c_str());
     EXPECT_EQ(session.cFrame_RES.size(), 16U);
+    session.cFrame_RES.front()->index = 7;
+    session.INIT_FRAME_RES(1);
     const Frame_Buffer_Data* frame = session.cFrame_RES.front();
+    EXPECT_EQ(frame->index, 0U) << "new records go to the front";
     EXPECT_EQ(frame->pMem, nullptr);
     EXPECT_EQ(frame->buff_Length, 0U);
     EXPECT_EQ(frame->device_path[255], 0);

@@ -237,7 +237,10 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
 {
     Captured_Stderr printed;
     session.tv_b.tv_sec -= 10;
+    const auto microseconds = session.tv_b.tv_usec;
     session.fps_i = 5;
+    uint32_t last_rate = 6;
+    time_t last_second = 0;
     Capture(Yuyv);
     Deliver_Frames(Node, 3);
     ASSERT_TRUE(Eventually([&] { return session.Video_STREAM_STATUS(false) == 3; }));
@@ -250,9 +253,11 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
         EXPECT_EQ(frame->fd, session.Video_Device_FD);
         EXPECT_STREQ(frame->device_path, Node);
         EXPECT_LE(std::abs(frame->Frame_Time.tv_sec - time(nullptr)), 5);
-        if (i == 0) {
-            EXPECT_EQ(frame->PixFormat.u_Fps, 6U) << "the first frame of a second closes the count of the one before";
-        }
+        // The first frame of a second closes the count of the one before; the others of that second repeat it.
+        const bool next_second = i > 0 && frame->Frame_Time.tv_sec != last_second;
+        EXPECT_EQ(frame->PixFormat.u_Fps, next_second ? i : last_rate);
+        last_rate = frame->PixFormat.u_Fps;
+        last_second = frame->Frame_Time.tv_sec;
         std::vector<uint8_t> sent = Frame_Bytes(Node, frame->buffer.sequence);
         std::vector<uint8_t> bgr(sent.size() / 2 * 3);
         YUV_Stream::YUV_Decode_Table.YUYV_Decode(sent.data(), static_cast<uint32_t>(sent.size()), bgr.data(), 0);
@@ -260,6 +265,72 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
         EXPECT_EQ(std::memcmp(static_cast<uint8_t*>(frame->pMem) + 54, bgr.data(), bgr.size()), 0);
         session.SAVE_FRAME_RES(frame);
     }
+    Stop();
+    EXPECT_EQ(session.tv_b.tv_usec, microseconds) << "only the seconds are kept";
+    EXPECT_LT(session.fps_i, 3);
+}
+
+TEST_F(Stream, AClockThatWentBackStartsNoSecond)
+{
+    Captured_Stderr printed;
+    session.tv_b.tv_sec += 1000;
+    const auto begin = session.tv_b.tv_sec;
+    Deliver_Frames(Node, 2);
+    EXPECT_EQ(Capture_Counted(Mjpeg, 2), 0);
+    EXPECT_EQ(session.tv_b.tv_sec, begin);
+    EXPECT_EQ(session.fps_i, 2);
+}
+
+std::string Mark(int line, const std::string& function, const std::string& ending)
+{
+    return "\t File:[source//USBCam/USBCam] line:[" + std::to_string(line) + "] Fun:[" + function + "] " + ending +
+           "\r\n";
+}
+
+// Notes the trace at the places where the loop passes through the derived class.
+class Traced : public USBCam {
+public:
+    using USBCam::USBCam;
+    int32_t Video_Stream_Set_Format(uint32_t code, uint32_t width, uint32_t height) override
+    {
+        marks.emplace_back(GLOG);
+        return USBCam::Video_Stream_Set_Format(code, width, height);
+    }
+    int32_t Video_Stream_Stop_Stream() override
+    {
+        marks.emplace_back(GLOG);
+        return USBCam::Video_Stream_Stop_Stream();
+    }
+    int32_t Get_Video_Device_FD() override
+    {
+        marks.emplace_back(GLOG);
+        return closed ? 0 : USBCam::Get_Video_Device_FD();
+    }
+    std::vector<std::string> marks;
+    bool closed = false;
+};
+
+TEST_F(Stream, TheTraceTellsWhereTheLoopIs)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Traced traced(&record);
+    EXPECT_EQ(GLOG, Mark(90, "USBCam", "END!"));
+    EXPECT_EQ(traced.Video_DEAL_WITH_INIT(0), 0);
+    traced.EVENT_LoopMode(1);
+    EXPECT_EQ(GLOG, Mark(652, "EVENT_LoopMode", "!"));
+    Deliver_Frames(Node, 1);
+    Captured_Stderr printed;
+    traced.marks.clear();
+    Pix_Format mode = Mjpeg;
+    traced.Video_DEAL_WITH(&mode);
+    EXPECT_EQ(traced.marks,
+              (std::vector<std::string>{Mark(116, "INIT_FRAME_RES", "END!"), Mark(698, "Video_DEAL_WITH", "!"),
+                                        Mark(558, "Read_Frame_BUFF", "START!"), Mark(894, "Video_DEAL_WITH", "!")}));
+    traced.Video_Exe_End();
+    traced.closed = true;
+    EXPECT_EQ(traced.Video_DEAL_WITH_INIT(0), -1) << "a descriptor of 0 is no open camera";
+    traced.closed = false;
+    traced.Video_Exe_End();
 }
 
 TEST_F(Stream, WithoutAConsumerTheLatestFramesAreKept)

@@ -25,6 +25,7 @@ public:
     virtual int32_t Set_Task_MJPEG(pExe p) = 0;
     virtual int32_t Set_Task_YUV(pExe p) = 0;
     virtual int32_t Set_Task_Unusual(pExe p) = 0;
+    /// Chooses the task for YUYV frames.
     virtual void Set_YUV_Mode(YUV_MODE val) = 0;
 };
 

@@ -12,8 +12,9 @@
 //            WQZ_USBCam_DEVICE_FREE. A frame record belongs to its session: take it with
 //            WQZ_USBCam_GET_FRAME_BUFF, give it back with WQZ_USBCam_SAVE_FRAME_RES, never free it.
 // Threads    The library starts none. WQZ_USBCam_Video_DEAL_WITH keeps the calling thread until the capture ends.
-//            STREAM_STATUS, GET_FRAME_BUFF, SAVE_FRAME_RES and EVENT_LoopMode may run on other threads meanwhile.
-//            Everything else on one handle belongs to one thread at a time and never beside a running capture.
+//            STREAM_STATUS, GET_FRAME_BUFF, SAVE_FRAME_RES, EVENT_LoopMode, PU_Get, PU_Set and the format list may
+//            run on other threads meanwhile. INIT, UNINIT, Clear_Frame_Buff and DELETE belong to one thread at a time
+//            and never beside a running capture or another call on the handle.
 // Order      DEVICE_FIND_ID, CREATE_DEVICE_POINT, Video_DEAL_WITH_INIT, Get_Format_List, Video_DEAL_WITH on a thread
 //            of its own, GET_FRAME_BUFF and SAVE_FRAME_RES on others, EVENT_LoopMode(0), and once the capture has
 //            returned: Clear_Frame_Buff, Video_DEAL_WITH_UNINIT, DELETE_DEVICE_POINT.

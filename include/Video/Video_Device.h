@@ -93,6 +93,7 @@ public:
     int32_t Video_Stream_Start_Stream() override;
     int32_t Video_Stream_Stop_Stream() override;
 
+    /// @return the format last asked for; u_Fps is not kept
     Pix_Format Get_Current_PixFormat() override;
 
     int32_t Set_Task_MJPEG(pExe p) override;

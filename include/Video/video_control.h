@@ -8,10 +8,12 @@
 /// Reads and writes the V4L2 controls of an open capture node. Bound to a descriptor that it neither opens nor closes.
 class WQZ_USBCAM_EXPORT V4L2_Video_Control_Pu {
 public:
+    /// Unbound, or bound to a descriptor.
     V4L2_Video_Control_Pu();
     explicit V4L2_Video_Control_Pu(uint32_t fd);
     virtual ~V4L2_Video_Control_Pu();
 
+    /// Binds to a descriptor, and unbinds.
     void init(uint32_t fd);
     void uninit();
 

@@ -54,6 +54,7 @@ public:
     virtual int32_t Video_Stream_Set_Frame_Rate(uint32_t u_Fps_num, uint32_t u_Fps_denom) = 0;
     virtual int32_t Video_Stream_Start_Stream() = 0;
     virtual int32_t Video_Stream_Stop_Stream() = 0;
+    /// @return the format by which frames are labelled
     virtual Pix_Format Get_Current_PixFormat() = 0;
 };
 

@@ -65,7 +65,7 @@ int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
 
 v4l2_buffer Capture_Buffer(uint32_t index)
 {
-    v4l2_buffer buffer{};
+    auto buffer = v4l2_buffer();
     buffer.index = index;
     buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     buffer.memory = V4L2_MEMORY_MMAP;

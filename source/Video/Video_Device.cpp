@@ -116,7 +116,7 @@ int32_t Video_Device::Video_Close()
 
 int32_t Video_Device::Video_Stream_Set_Format(uint32_t u_Pixlformat, uint32_t u_Width, uint32_t u_Height)
 {
-    v4l2_format format{};
+    auto format = v4l2_format();  // empty braces need not clear a union beyond its first member
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     format.fmt.pix.width = u_Width;
     format.fmt.pix.height = u_Height;
@@ -132,7 +132,7 @@ int32_t Video_Device::Video_Stream_Set_Format(uint32_t u_Pixlformat, uint32_t u_
 
 int32_t Video_Device::Video_Stream_Set_Frame_Rate(uint32_t u_Fps_num, uint32_t u_Fps_denom)
 {
-    v4l2_streamparm parameters{};
+    auto parameters = v4l2_streamparm();
     parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     (void)xioctl(Video_Device_FD, VIDIOC_G_PARM, &parameters);
     parameters.parm.capture.timeperframe.numerator = u_Fps_num;
@@ -142,7 +142,7 @@ int32_t Video_Device::Video_Stream_Set_Frame_Rate(uint32_t u_Fps_num, uint32_t u
 
 int32_t Video_Device::Video_Stream_Set_Frame_Buff(uint32_t u_Queue_buff)
 {
-    v4l2_requestbuffers request{};
+    auto request = v4l2_requestbuffers();
     request.count = u_Queue_buff;
     request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     request.memory = V4L2_MEMORY_MMAP;

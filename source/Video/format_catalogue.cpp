@@ -90,7 +90,7 @@ template <typename Record, typename Prepare, typename Take>
 int32_t Enumerate(int32_t fd, uint32_t request, Prepare prepare, Take take)
 {
     for (uint32_t index = 0;; ++index) {
-        Record record{};
+        auto record = Record();
         prepare(record);
         record.index = index;
         if (xioctl(fd, request, &record) != 0) {
