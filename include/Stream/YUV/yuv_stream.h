@@ -49,8 +49,8 @@ public:
     /// @return 0, whatever happened; a file that cannot be opened is skipped silently
     static int32_t Save_Frame_buffer(char* Dir_Path, Frame_Buffer* p_Frame_buffer);
 
-    /// Writes w * h pixels of YUYV as "Test.bmp" in the fixed debugging directory; nothing for a w of 0 or a picture too
-    /// large for 32 bits.
+    /// Writes w * h pixels of YUYV as "Test.bmp" in the fixed debugging directory; nothing for a w of 0 or a picture
+    /// too large for 32 bits.
     /// @param p_Data  w * h * 2 bytes
     /// @return 0, whatever happened
     static int32_t Save_Frame_buffer(uint8_t* p_Data, uint32_t w, uint32_t h);
