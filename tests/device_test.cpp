@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "support/camera_fixture.h"
-#include "Video/device_wait.h"
+#include "Device/device_wait.h"
 #include "Video/Video_Device.h"
 
 namespace {

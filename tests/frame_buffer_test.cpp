@@ -103,16 +103,16 @@ TEST_F(Reading, AnIndexBeyondTheBuffersReadsTheFirst)
     EXPECT_EQ(std::memcmp(Bytes(), Mapped(0), Payload), 0);
 }
 
-TEST_F(Reading, ALengthBeyondTheMappingReadsAsZeroBehindIt)
+TEST_F(Reading, AFrameLongerThanItsMappingIsAFailedReadWithZerosBehindTheMapping)
 {
     const uint32_t mapped = device.LC_Buffer_List.front().sBuf.buff_Length;
     Alter(Node, VIDIOC_DQBUF, [=](void* buffer) { static_cast<v4l2_buffer*>(buffer)->bytesused = mapped + 5000; });
-    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(Read(), -1);
     EXPECT_EQ(frame.buff_Length, mapped + 5256);
     EXPECT_EQ(std::memcmp(Bytes(), Mapped(frame.buffer.index), mapped), 0);
     EXPECT_TRUE(std::all_of(Bytes() + mapped, Bytes() + mapped + 5000, [](uint8_t byte) { return byte == 0; }));
 
-    // An unknown length: the driver's word holds.
+    // A recorded length of 0 is unknown, so the driver's count holds.
     for (Frame_Buffer& buffer : device.LC_Buffer_List) {
         buffer.sBuf.buff_Length = 0;
     }

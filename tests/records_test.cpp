@@ -8,7 +8,7 @@
 #include "Stream/video_stream.h"
 #include "Stream/YUV/yuv_stream.h"
 #include "USBCam/USBCam.h"
-#include "USBCam_API/trace.h"
+#include "Trace/trace.h"
 #include "Video/usb_video_enum.h"
 
 namespace {
@@ -120,13 +120,13 @@ TEST(Records, TheFactoryStoresWhatItReturns)
 TEST(Trace, WritesTheLineAndItsTerminatorOnly)
 {
     std::memset(GLOG, 'x', 200);
-    Trace<"source//Folder/file", 1207, "Some_Function", Mark::Start>();
+    Trace(Trace_Module{"source//Folder/file"}.Start(1207, "Some_Function"));
     const char line[] = "\t File:[source//Folder/file] line:[1207] Fun:[Some_Function] START!\r\n";
     EXPECT_STREQ(WQZ_USBCam_Log(), line);
     EXPECT_EQ(GLOG[sizeof line], 'x');
-    Trace<"f", 7, "g", Mark::End>();
+    Trace(Trace_Module{"f"}.End(7, "g"));
     EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] END!\r\n");
-    Trace<"f", 7, "g", Mark::Plain>();
+    Trace(Trace_Module{"f"}.Plain(7, "g"));
     EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] !\r\n");
 }
 

@@ -1,3 +1,4 @@
+// The mutex with its condition variable, and the guard over it.
 #include "Mutex/mutex_class.h"
 
 #include <utility>

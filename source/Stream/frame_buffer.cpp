@@ -1,3 +1,4 @@
+// One memory-mapped kernel buffer: query, map, queue, dequeue and copy, unmap.
 #include "Stream/frame_buffer.h"
 
 #include <sys/mman.h>
@@ -5,16 +6,37 @@
 
 #include <cstdio>
 
+#include "Device/capture_buffer.h"
+#include "Device/retrying_ioctl.h"
 #include "Stream/frame_transfer.h"
-#include "Stream/retrying_ioctl.h"
 #include "Stream/save_file.h"
-#include "USBCam_API/trace.h"
+#include "Trace/trace.h"
 
 using device_request::xioctl;
 
 namespace {
 
-constexpr Text Module = "source//Stream/frame_buffer";
+constexpr Trace_Module Module = {"source//Stream/frame_buffer"};
+
+// The trace lines of this file. Trace numbers are fixed identifiers, not source lines; do not renumber them.
+namespace mark {
+constexpr Trace_Line Map = Module.Start(29, "map_buff");
+constexpr Trace_Line Map_Done = Module.End(32, "map_buff");
+constexpr Trace_Line Query = Module.Start(38, "query_buff");
+constexpr Trace_Line Query_Refused = Module.End(42, "query_buff");
+constexpr Trace_Line Query_Done = Module.End(48, "query_buff");
+constexpr Trace_Line Queue = Module.Start(54, "queue_buff");
+constexpr Trace_Line Queue_Refused = Module.End(57, "queue_buff");
+constexpr Trace_Line Queue_Done = Module.End(60, "queue_buff");
+constexpr Trace_Line Unmap = Module.Start(63, "unmap_buff");
+constexpr Trace_Line Unmap_Done = Module.End(67, "unmap_buff");
+constexpr Trace_Line Read = Module.Start(73, "read_buff");
+constexpr Trace_Line Read_Refused = Module.End(76, "read_buff");
+constexpr Trace_Line Read_Done = Module.End(78, "read_buff");
+constexpr Trace_Line Skip = Module.Start(84, "read_buff");
+constexpr Trace_Line Skip_Refused = Module.End(88, "read_buff");
+constexpr Trace_Line Skip_Done = Module.End(94, "read_buff");
+}  // namespace mark
 
 }  // namespace
 
@@ -24,74 +46,82 @@ Frame_Buffer::Frame_Buffer() : sBuf()
 
 int32_t Frame_Buffer::map_buff(uint32_t fd)
 {
-    Trace<Module, __LINE__, "map_buff", Mark::Start>();
+    Trace(mark::Map);
     sBuf.pMem =
         mmap(nullptr, sBuf.buff_Length, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int32_t>(fd), sBuf.buff_Offset);
-    Trace<Module, __LINE__, "map_buff", Mark::End>();
+    Trace(mark::Map_Done);
     return sBuf.pMem == MAP_FAILED ? -1 : 0;
 }
 
 int32_t Frame_Buffer::query_buff(uint32_t fd)
 {
-    Trace<Module, __LINE__, "query_buff", Mark::Start>();
+    Trace(mark::Query);
     sBuf.buffer = Capture_Buffer(sBuf.index);
     const int32_t result = xioctl(static_cast<int32_t>(fd), VIDIOC_QUERYBUF, &sBuf.buffer);
     if (result < 0) {
-        Trace<Module, __LINE__, "query_buff", Mark::End>();
+        Trace(mark::Query_Refused);
         return -1;
     }
     sBuf.buff_Length = sBuf.buffer.length;
     sBuf.buff_Offset = sBuf.buffer.m.offset;
     const int32_t mapped = map_buff(fd);
-    Trace<Module, __LINE__, "query_buff", Mark::End>();
+    Trace(mark::Query_Done);
     return result | mapped;
 }
 
 int32_t Frame_Buffer::queue_buff(uint32_t fd)
 {
-    Trace<Module, __LINE__, "queue_buff", Mark::Start>();
+    Trace(mark::Queue);
     sBuf.buffer = Capture_Buffer(sBuf.index);
-    const int32_t result = xioctl(static_cast<int32_t>(fd), VIDIOC_QBUF, &sBuf.buffer);
-    Trace<Module, __LINE__, "queue_buff", Mark::End>();
-    return result < 0 ? -1 : 0;
+    if (xioctl(static_cast<int32_t>(fd), VIDIOC_QBUF, &sBuf.buffer) < 0) {
+        Trace(mark::Queue_Refused);
+        return -1;
+    }
+    Trace(mark::Queue_Done);
+    return 0;
 }
 
 int32_t Frame_Buffer::unmap_buff()
 {
-    Trace<Module, __LINE__, "unmap_buff", Mark::Start>();
+    Trace(mark::Unmap);
     if (munmap(sBuf.pMem, sBuf.buff_Length) < 0) {
         return -1;
     }
-    Trace<Module, __LINE__, "unmap_buff", Mark::End>();
+    Trace(mark::Unmap_Done);
     return 0;
 }
 
 int32_t Frame_Buffer::read_buff(uint32_t fd, std::list<Frame_Buffer>& LC_Frame_Buffer, Frame_Buffer_Data* pBuffer)
 {
-    Trace<Module, __LINE__, "read_buff", Mark::Start>();
-    int32_t result = -1;
+    Trace(mark::Read);
+    std::optional<int32_t> result;
     if (!LC_Frame_Buffer.empty()) {
-        result = Transfer_Frame(static_cast<int32_t>(fd), LC_Frame_Buffer, *pBuffer, xioctl).value_or(-1);
+        result = Transfer_Frame(static_cast<int32_t>(fd), LC_Frame_Buffer, *pBuffer, xioctl);
     }
-    Trace<Module, __LINE__, "read_buff", Mark::End>();
-    return result;
+    if (!result) {
+        Trace(mark::Read_Refused);
+        return -1;
+    }
+    Trace(mark::Read_Done);
+    return *result;
 }
 
 int32_t Frame_Buffer::read_buff(uint32_t fd, std::list<Frame_Buffer>& /*LC_Frame_Buffer*/)
 {
-    Trace<Module, __LINE__, "read_buff", Mark::Start>();
+    Trace(mark::Skip);
     const auto device = static_cast<int32_t>(fd);
     v4l2_buffer buffer = Capture_Buffer(0);
     const std::optional<int32_t> dequeued = Dequeue(device, buffer, xioctl);
-    int32_t result = -1;
-    if (dequeued) {
-        timeval now{};
-        gettimeofday(&now, nullptr);
-        fprintf(stderr, "%s%s \n", Default_Save_Directory, Time_Name(now, "jpg").c_str());
-        result = Requeue(device, buffer, xioctl, *dequeued);
+    if (!dequeued) {
+        Trace(mark::Skip_Refused);
+        return -1;
     }
-    Trace<Module, __LINE__, "read_buff", Mark::End>();
-    return result;
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    fprintf(stderr, "%s%s \n", Default_Save_Directory, Time_Name(now, "jpg").c_str());
+    const int32_t requeued = Requeue(device, buffer, xioctl);
+    Trace(mark::Skip_Done);
+    return *dequeued | requeued;
 }
 
 Frame_Buffer_Data* Frame_Buffer::Get_Frame_Buff_data()

@@ -1,3 +1,4 @@
+// Taking a filled kernel buffer from the driver, copying its frame and giving the buffer back.
 #include "Stream/frame_transfer.h"
 
 #include <sys/mman.h>
@@ -7,6 +8,8 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+
+#include "Device/capture_buffer.h"
 
 namespace {
 
@@ -21,7 +24,7 @@ const Frame_Buffer_Data& Mapped_Buffer(const std::list<Frame_Buffer>& buffers, u
     return position->sBuf;
 }
 
-// buff_Length holds the last length asked for, not the block's true size: a kept block is asked for less.
+// buff_Length is the last size requested; a reused block may be larger.
 void Size_Memory(Frame_Buffer_Data& frame, uint32_t length)
 {
     if (frame.pMem != nullptr && frame.buff_Length <= length) {
@@ -35,7 +38,7 @@ void Size_Memory(Frame_Buffer_Data& frame, uint32_t length)
     frame.buff_Offset = 0;
 }
 
-// A driver's word is not trusted beyond the mapping; a recorded length of 0 is an unknown one.
+// How many of the frame's bytes the mapping holds. A mapping of unknown length (recorded as 0) holds all of them.
 uint32_t Readable_Bytes(const Frame_Buffer_Data& source, uint32_t used)
 {
     if (source.pMem == nullptr || source.pMem == MAP_FAILED) {
@@ -44,11 +47,12 @@ uint32_t Readable_Bytes(const Frame_Buffer_Data& source, uint32_t used)
     return source.buff_Length == 0 ? used : std::min(used, source.buff_Length);
 }
 
+// @return 0, or -1 when the frame has bytes that the mapping does not hold; these are zero in the copy
 int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
 {
     const uint32_t used = frame.buffer.bytesused;
     if (used > std::numeric_limits<uint32_t>::max() - Frame_Slack_Bytes) {
-        frame.buffer.bytesused = 0;  // whoever reads the record must find the bytes that it names
+        frame.buffer.bytesused = 0;  // the record must not name bytes that it does not have
         return -1;
     }
     Size_Memory(frame, used + Frame_Slack_Bytes);
@@ -58,19 +62,11 @@ int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
         std::memcpy(bytes, source.pMem, readable);
     }
     std::memset(bytes + readable, 0, used - readable);
-    return source.pMem == nullptr || source.pMem == MAP_FAILED ? -1 : 0;
+    const bool unmapped = source.pMem == nullptr || source.pMem == MAP_FAILED;
+    return unmapped || readable < used ? -1 : 0;
 }
 
 }  // namespace
-
-v4l2_buffer Capture_Buffer(uint32_t index)
-{
-    auto buffer = v4l2_buffer();
-    buffer.index = index;
-    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    buffer.memory = V4L2_MEMORY_MMAP;
-    return buffer;
-}
 
 std::optional<int32_t> Dequeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request)
 {
@@ -82,9 +78,9 @@ std::optional<int32_t> Dequeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule reque
     return result;
 }
 
-int32_t Requeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request, int32_t result)
+int32_t Requeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request)
 {
-    return result | request(fd, VIDIOC_QBUF, &buffer);
+    return request(fd, VIDIOC_QBUF, &buffer);
 }
 
 std::optional<int32_t> Transfer_Frame(int32_t fd, const std::list<Frame_Buffer>& buffers, Frame_Buffer_Data& frame,
@@ -96,12 +92,12 @@ std::optional<int32_t> Transfer_Frame(int32_t fd, const std::list<Frame_Buffer>&
         return std::nullopt;
     }
     frame.buffer = buffer;
-    int32_t result = *dequeued;
+    int32_t copied = 0;
     try {
-        result |= Copy_Frame(Mapped_Buffer(buffers, buffer.index), frame);
+        copied = Copy_Frame(Mapped_Buffer(buffers, buffer.index), frame);
     } catch (...) {
-        (void)Requeue(fd, buffer, request, 0);
+        (void)Requeue(fd, buffer, request);
         throw;
     }
-    return Requeue(fd, buffer, request, result);
+    return *dequeued | copied | Requeue(fd, buffer, request);
 }

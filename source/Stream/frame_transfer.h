@@ -1,3 +1,4 @@
+// Taking a filled kernel buffer from the driver, copying its frame and giving the buffer back.
 #ifndef WQZ_FRAME_TRANSFER_H
 #define WQZ_FRAME_TRANSFER_H
 
@@ -9,10 +10,7 @@
 
 #include "Stream/frame_buffer.h"
 
-/// @return the record of a memory-mapped capture buffer as requests take it
-v4l2_buffer Capture_Buffer(uint32_t index);
-
-/// Issues a request by its caller's own rule of retries.
+/// Issues a request and repeats it by the caller's own rule: the device layer's or the session's.
 using Ioctl_Rule = int32_t (*)(int32_t fd, uint32_t request, void* arg);
 
 /// Dequeues a filled buffer, copies record and bytes to `frame`, and gives the buffer back to the driver, also when the
@@ -22,12 +20,12 @@ using Ioctl_Rule = int32_t (*)(int32_t fd, uint32_t request, void* arg);
 std::optional<int32_t> Transfer_Frame(int32_t fd, const std::list<Frame_Buffer>& buffers, Frame_Buffer_Data& frame,
                                       Ioctl_Rule request);
 
-/// Gives a dequeued buffer back to the driver.
-/// @return `result`, OR-ed with the request's when that failed
-int32_t Requeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request, int32_t result);
-
 /// Dequeues a filled buffer into `buffer`. Reports a result below -1 on standard error. A plain -1 counts as done.
 /// @return the result, or nothing when it is below -1
 std::optional<int32_t> Dequeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request);
+
+/// Gives a dequeued buffer back to the driver.
+/// @return the result of the request
+int32_t Requeue(int32_t fd, v4l2_buffer& buffer, Ioctl_Rule request);
 
 #endif  // WQZ_FRAME_TRANSFER_H

@@ -1,12 +1,29 @@
+// The length of a Motion-JPEG image: taken from the driver, or searched for in a buffer that zeros fill up.
 #include <cstdio>
 #include <cstring>
 
 #include "Stream/frame_buffer.h"
-#include "USBCam_API/trace.h"
+#include "Trace/trace.h"
 
 namespace {
 
-constexpr Text Module = "source//Stream/frame_buffer";
+constexpr Trace_Module Module = {"source//Stream/frame_buffer"};
+
+// The trace lines of this file. Trace numbers are fixed identifiers, not source lines; do not renumber them.
+namespace mark {
+constexpr Trace_Line Probe = Module.Start(127, "data_Vail");
+constexpr Trace_Line Probe_Done = Module.End(135, "data_Vail");
+constexpr Trace_Line Find_End = Module.Start(168, "Data_Vail_End");
+constexpr Trace_Line Find_End_Done = Module.End(173, "Data_Vail_End");
+constexpr Trace_Line Measure = Module.Start(202, "MJPEG_Length");
+constexpr Trace_Line Measure_No_Start = Module.End(205, "MJPEG_Length");
+constexpr Trace_Line Measure_No_End = Module.End(209, "MJPEG_Length");
+constexpr Trace_Line Measure_Done = Module.End(212, "MJPEG_Length");
+constexpr Trace_Line Search = Module.Start(218, "MJPEG_Length");
+constexpr Trace_Line Search_No_Start = Module.End(221, "MJPEG_Length");
+constexpr Trace_Line Search_No_End = Module.End(229, "MJPEG_Length");
+constexpr Trace_Line Search_Done = Module.End(232, "MJPEG_Length");
+}  // namespace mark
 
 constexpr uint32_t Probe_Words = 25;
 constexpr uint32_t Probe_Bytes = Probe_Words * 4;
@@ -25,7 +42,7 @@ bool Ends_Image(const uint8_t* p_data, uint32_t length)
 // Whether any of the 100 bytes before the word boundary at or below `shift` is not zero.
 bool data_Vail(const uint8_t* p_data, uint32_t shift)
 {
-    Trace<Module, __LINE__, "data_Vail", Mark::Start>();
+    Trace(mark::Probe);
     const uint8_t* window = p_data + (shift / 4 - Probe_Words) * 4;
     uint64_t sum = 0;
     for (uint32_t i = 0; i < Probe_Words; ++i) {
@@ -33,12 +50,12 @@ bool data_Vail(const uint8_t* p_data, uint32_t shift)
         std::memcpy(&word, window + i * 4, sizeof word);
         sum += word;
     }
-    Trace<Module, __LINE__, "data_Vail", Mark::End>();
+    Trace(mark::Probe_Done);
     return sum != 0;
 }
 
-// Narrows the end of the data down to where a byte scan is cheap. `index1` is known to have zeros only behind it.
-// A probe below 100 would read before the buffer: the scan then starts from what is known so far.
+// Narrows the end of the data down to a place where a byte scan is cheap. Only zeros follow `index1`.
+// A probe below 100 would read before the buffer, so the scan then starts from what is known so far.
 uint32_t Scan_Start(const uint8_t* p_data, uint32_t length)
 {
     uint32_t index1 = length;
@@ -67,49 +84,52 @@ uint32_t Scan_Start(const uint8_t* p_data, uint32_t length)
 // The index just past the last byte that is not zero; 0 when there is none.
 uint32_t Data_Vail_End(const uint8_t* p_data, uint32_t length)
 {
-    Trace<Module, __LINE__, "Data_Vail_End", Mark::Start>();
+    Trace(mark::Find_End);
     uint32_t end = Scan_Start(p_data, length);
     while (end > 0 && p_data[end - 1] == 0) {
         --end;
     }
-    Trace<Module, __LINE__, "Data_Vail_End", Mark::End>();
+    Trace(mark::Find_End_Done);
     return end;
 }
 
-int32_t Measured_Length(const uint8_t* p_data, const v4l2_buffer* p_buffer)
+void Report_End(const uint8_t* p_data, uint32_t End_data_index)
 {
-    if (p_data == nullptr || p_buffer == nullptr || p_buffer->bytesused < Marker_Bytes || !Starts_Image(p_data)) {
-        return -1;
-    }
-    return Ends_Image(p_data, p_buffer->bytesused) ? static_cast<int32_t>(p_buffer->bytesused) : -1;
-}
-
-int32_t Searched_Length(const uint8_t* p_data, uint32_t Max_Length)
-{
-    if (p_data == nullptr || Max_Length < Marker_Bytes || !Starts_Image(p_data)) {
-        return -1;
-    }
-    const uint32_t End_data_index = Data_Vail_End(p_data, Max_Length);
     fprintf(stderr, "End_data_index [%d][0x%08x]->[%02X][%02X]!\n", static_cast<int32_t>(End_data_index),
             End_data_index, static_cast<unsigned>(p_data[End_data_index - 2]),
             static_cast<unsigned>(p_data[End_data_index - 1]));
-    return Ends_Image(p_data, End_data_index) ? static_cast<int32_t>(End_data_index) : -1;
 }
 
 }  // namespace
 
 int32_t Frame_Buffer::MJPEG_Length(uint8_t* p_data, v4l2_buffer* p_buffer)
 {
-    Trace<Module, __LINE__, "MJPEG_Length", Mark::Start>();
-    const int32_t length = Measured_Length(p_data, p_buffer);
-    Trace<Module, __LINE__, "MJPEG_Length", Mark::End>();
-    return length;
+    Trace(mark::Measure);
+    if (p_data == nullptr || p_buffer == nullptr || p_buffer->bytesused < Marker_Bytes || !Starts_Image(p_data)) {
+        Trace(mark::Measure_No_Start);
+        return -1;
+    }
+    if (!Ends_Image(p_data, p_buffer->bytesused)) {
+        Trace(mark::Measure_No_End);
+        return -1;
+    }
+    Trace(mark::Measure_Done);
+    return static_cast<int32_t>(p_buffer->bytesused);
 }
 
 int32_t Frame_Buffer::MJPEG_Length(uint8_t* p_data, uint32_t Max_Length)
 {
-    Trace<Module, __LINE__, "MJPEG_Length", Mark::Start>();
-    const int32_t length = Searched_Length(p_data, Max_Length);
-    Trace<Module, __LINE__, "MJPEG_Length", Mark::End>();
-    return length;
+    Trace(mark::Search);
+    if (p_data == nullptr || Max_Length < Marker_Bytes || !Starts_Image(p_data)) {
+        Trace(mark::Search_No_Start);
+        return -1;
+    }
+    const uint32_t End_data_index = Data_Vail_End(p_data, Max_Length);
+    Report_End(p_data, End_data_index);
+    if (!Ends_Image(p_data, End_data_index)) {
+        Trace(mark::Search_No_End);
+        return -1;
+    }
+    Trace(mark::Search_Done);
+    return static_cast<int32_t>(End_data_index);
 }

@@ -1,3 +1,4 @@
+// Debugging files: where they go, how they are named, and how they are written.
 #include "Stream/save_file.h"
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// Debugging files: where they go, how they are named, and how they are written.
 #ifndef WQZ_SAVE_FILE_H
 #define WQZ_SAVE_FILE_H
 

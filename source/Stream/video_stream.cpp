@@ -1,14 +1,21 @@
+// Frames written to disk as they came.
 #include "Stream/video_stream.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include "Stream/save_file.h"
-#include "USBCam_API/trace.h"
+#include "Trace/trace.h"
 
 namespace {
 
-constexpr Text Module = "source//Stream/video_stream";
+constexpr Trace_Module Module = {"source//Stream/video_stream"};
+
+// The trace lines of this file. Trace numbers are fixed identifiers, not source lines; do not renumber them.
+namespace mark {
+constexpr Trace_Line Save = Module.Start(33, "Save_Frame_buffer");
+constexpr Trace_Line Save_Done = Module.End(35, "Save_Frame_buffer");
+constexpr Trace_Line Deal_With = Module.Plain(41, "Frame_buffer_Deal_With");
+}  // namespace mark
 
 void Save_Raw(const char* directory, const Frame_Buffer_Data& frame)
 {
@@ -28,14 +35,14 @@ Video_Stream::~Video_Stream() = default;
 
 int32_t Video_Stream::Save_Frame_buffer(char* Dir_Path, Frame_Buffer* p_Frame_buffer)
 {
-    Trace<Module, __LINE__, "Save_Frame_buffer", Mark::Start>();
+    Trace(mark::Save);
     Save_Raw(Dir_Path, p_Frame_buffer->sBuf);
-    Trace<Module, __LINE__, "Save_Frame_buffer", Mark::End>();
+    Trace(mark::Save_Done);
     return 0;
 }
 
 int32_t Video_Stream::Frame_buffer_Deal_With(char* Dir_Path, Frame_Buffer* p_Frame_buffer)
 {
-    Trace<Module, __LINE__, "Frame_buffer_Deal_With", Mark::Plain>();
+    Trace(mark::Deal_With);
     return Save_Frame_buffer(Dir_Path, p_Frame_buffer);
 }

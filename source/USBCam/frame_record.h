@@ -1,3 +1,4 @@
+// Ownership of one frame record of the pools.
 #ifndef WQZ_FRAME_RECORD_H
 #define WQZ_FRAME_RECORD_H
 

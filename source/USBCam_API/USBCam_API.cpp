@@ -1,12 +1,13 @@
+// The flat functions over the camera session.
 #include "USBCam_API/USBCam_API.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "USBCam/USBCam.h"
 #include "Video/usb_video_enum.h"
-
-char GLOG[4097];
 
 namespace {
 
@@ -19,29 +20,9 @@ USBCam* Session(void* pDevPoint)
     return static_cast<USBCam*>(pDevPoint);
 }
 
-// Calls `forward` on the session; a null handle is answered here.
-template <typename Forward>
-int32_t With_Session(void* pDevPoint, Forward forward)
-{
-    return pDevPoint == nullptr ? Null_Argument : forward(*Session(pDevPoint));
-}
-
 bool Has_Ids(const v4l2_dev_sys_data_t& record, uint16_t VID, uint16_t PID)
 {
     return (VID == Any_Id && PID == Any_Id) || (record.Vid == VID && record.Pid == PID);
-}
-
-// Calls `visit` with each entry of the catalogue: one per frame interval, in driver order.
-template <typename Visit>
-void Walk_Catalogue(const USBCam& session, Visit visit)
-{
-    for (const Format_Info& format : session.LC_Format_List) {
-        for (const Resolution_Info& resolution : format.LC_Resolution_List) {
-            for (const v4l2_frmivalenum& interval : resolution.LS_Frame_Rata) {
-                visit(resolution.S_Resolution, interval.discrete);
-            }
-        }
-    }
 }
 
 Pix_Format Mode(const v4l2_frmsizeenum& size, const v4l2_fract& interval)
@@ -50,31 +31,21 @@ Pix_Format Mode(const v4l2_frmsizeenum& size, const v4l2_fract& interval)
     return {size.pixel_format, size.discrete.width, size.discrete.height, fps};
 }
 
-int32_t Count_Modes(const USBCam& session)
+// The catalogue as one list: one entry per frame interval, in driver order.
+std::vector<Pix_Format> Modes(const USBCam& session)
 {
-    int32_t count = 0;
-    Walk_Catalogue(session, [&](const v4l2_frmsizeenum&, const v4l2_fract&) { ++count; });
-    return count;
+    std::vector<Pix_Format> modes;
+    for (const Format_Info& format : session.LC_Format_List) {
+        for (const Resolution_Info& resolution : format.LC_Resolution_List) {
+            for (const v4l2_frmivalenum& interval : resolution.LS_Frame_Rata) {
+                modes.push_back(Mode(resolution.S_Resolution, interval.discrete));
+            }
+        }
+    }
+    return modes;
 }
 
 }  // namespace
-
-const char* WQZ_USBCam_Log(void)
-{
-    return GLOG;
-}
-
-void WQZ_USBCam_Set_Log(const char* str, uint8_t size)
-{
-    if (size > 0) {
-        std::memcpy(GLOG, str, size);
-    }
-}
-
-char* WQZ_USBCam_Get_Cache(void)
-{
-    return GLOG;
-}
 
 int32_t WQZ_USBCam_DEVICE_FIND_ID(v4l2_dev_sys_data_t** pDev, uint16_t VID, uint16_t PID)
 {
@@ -87,7 +58,7 @@ int32_t WQZ_USBCam_DEVICE_FIND_ID(v4l2_dev_sys_data_t** pDev, uint16_t VID, uint
     *pDev = new v4l2_dev_sys_data_t[records.size()];
 
     int32_t taken = 0;
-    // Only neighbours merge: each location is compared with that of the record taken last.
+    // Only neighbours merge, because each location is compared with that of the record taken last.
     char previous_location[Location_Bytes + 1] = {};
     for (const v4l2_dev_sys_data_t& record : records) {
         if (!Has_Ids(record, VID, PID) || std::strcmp(record.location, previous_location) == 0) {
@@ -127,12 +98,13 @@ void WQZ_USBCam_DELETE_DEVICE_POINT(void* pDevPoint)
 
 int32_t WQZ_USBCam_Video_DEAL_WITH_INIT(void* pDevPoint, int32_t fd)
 {
-    return With_Session(pDevPoint, [fd](USBCam& session) {
-        // A camera that does not open shows as an empty format list.
-        (void)session.Video_DEAL_WITH_INIT(fd);
-        (void)session.Video_Frame_Format();
-        return 0;
-    });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    // A camera that does not open shows as an empty format list.
+    (void)Session(pDevPoint)->Video_DEAL_WITH_INIT(fd);
+    (void)Session(pDevPoint)->Video_Frame_Format();
+    return 0;
 }
 
 void WQZ_USBCam_Video_DEAL_WITH_UNINIT(void* pDevPoint)
@@ -144,49 +116,57 @@ void WQZ_USBCam_Video_DEAL_WITH_UNINIT(void* pDevPoint)
 
 int32_t WQZ_USBCam_Clear_Frame_Buff(void* pDevPoint)
 {
-    return With_Session(pDevPoint, [](USBCam& session) { return session.Video_Stream_Clear_Frame_Buff(); });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    return Session(pDevPoint)->Video_Stream_Clear_Frame_Buff();
 }
 
 int32_t WQZ_USBCam_Get_Format_List_Size(void* pDevPoint)
 {
-    return With_Session(pDevPoint, [](USBCam& session) { return Count_Modes(session); });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    return static_cast<int32_t>(Modes(*Session(pDevPoint)).size());
 }
 
 int32_t WQZ_USBCam_Get_Format_List(void* pDevPoint, Pix_Format* pix_format)
 {
-    return With_Session(pDevPoint, [pix_format](USBCam& session) {
-        if (pix_format == nullptr) {
-            return Count_Modes(session) == 0 ? 0 : Null_Argument;
-        }
-        Pix_Format* entry = pix_format;
-        Walk_Catalogue(session, [&entry](const v4l2_frmsizeenum& size, const v4l2_fract& interval) {
-            *entry++ = Mode(size, interval);
-        });
-        return 0;
-    });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    const std::vector<Pix_Format> modes = Modes(*Session(pDevPoint));
+    if (pix_format == nullptr && !modes.empty()) {
+        return Null_Argument;
+    }
+    std::copy(modes.begin(), modes.end(), pix_format);
+    return 0;
 }
 
 int32_t WQZ_USBCam_PU_Get(void* pDevPoint, int32_t id, int32_t* val)
 {
-    if (val == nullptr) {
+    if (pDevPoint == nullptr || val == nullptr) {
         return Null_Argument;
     }
-    return With_Session(pDevPoint, [=](USBCam& session) {
-        (void)session.C_V4L2_VC_Pu.V4L2_Static_Pu_Get_Control(static_cast<uint32_t>(id), val);
-        return 0;
-    });
+    // Success is reported even when the read failed: *val is then what the control object left there.
+    (void)Session(pDevPoint)->C_V4L2_VC_Pu.V4L2_Static_Pu_Get_Control(static_cast<uint32_t>(id), val);
+    return 0;
 }
 
 int32_t WQZ_USBCam_PU_Set(void* pDevPoint, int32_t id, int32_t val)
 {
-    return With_Session(pDevPoint, [=](USBCam& session) {
-        return session.C_V4L2_VC_Pu.V4L2_Static_Pu_Set_Control(static_cast<uint32_t>(id), val);
-    });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    return Session(pDevPoint)->C_V4L2_VC_Pu.V4L2_Static_Pu_Set_Control(static_cast<uint32_t>(id), val);
 }
 
 int32_t WQZ_USBCam_Video_DEAL_WITH(void* pDevPoint, Pix_Format arg)
 {
-    return With_Session(pDevPoint, [&arg](USBCam& session) { return session.Video_DEAL_WITH(&arg); });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    return Session(pDevPoint)->Video_DEAL_WITH(&arg);
 }
 
 void WQZ_USBCam_EVENT_LoopMode(void* pDevPoint, int32_t val)
@@ -198,12 +178,18 @@ void WQZ_USBCam_EVENT_LoopMode(void* pDevPoint, int32_t val)
 
 int32_t WQZ_USBCam_Video_STREAM_STATUS(void* pDevPoint, bool block)
 {
-    return With_Session(pDevPoint, [block](USBCam& session) { return session.Video_STREAM_STATUS(block); });
+    if (pDevPoint == nullptr) {
+        return Null_Argument;
+    }
+    return Session(pDevPoint)->Video_STREAM_STATUS(block);
 }
 
 Frame_Buffer_Data* WQZ_USBCam_GET_FRAME_BUFF(void* pDevPoint, bool block)
 {
-    return pDevPoint == nullptr ? nullptr : Session(pDevPoint)->GET_FRAME_BUFF(block);
+    if (pDevPoint == nullptr) {
+        return nullptr;
+    }
+    return Session(pDevPoint)->GET_FRAME_BUFF(block);
 }
 
 void WQZ_USBCam_SAVE_FRAME_RES(void* pDevPoint, Frame_Buffer_Data* pFrame)

@@ -1,8 +1,9 @@
+// The catalogue of formats, sizes and frame intervals.
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 
-#include "Stream/retrying_ioctl.h"
+#include "Device/retrying_ioctl.h"
 #include "Video/Video_Device.h"
 
 using device_request::xioctl;
@@ -17,7 +18,7 @@ constexpr uint32_t Code(const char (&text)[5])
                        static_cast<uint32_t>(text[3]));
 }
 
-// Compared before the terminator is looked for, so 0 counts as supported: meant so.
+// Every entry is compared, the terminator too, so 0 counts as supported. Programs that use the class rely on it.
 constexpr uint32_t decoder_supported_formats[] = {Code("YUYV"),
                                                   Code("MJPG"),
                                                   Code("JPEG"),
@@ -84,49 +85,37 @@ Element* Element_At(std::list<Element>& list, uint32_t index)
     return &*std::next(list.begin(), index < list.size() ? index : 0);
 }
 
-// Asks for record 0, 1, 2, ... until the driver refuses or `take` says that it has enough.
-// `prepare` fills a zeroed record. Returns the number of answers.
-template <typename Record, typename Prepare, typename Take>
-int32_t Enumerate(int32_t fd, uint32_t request, Prepare prepare, Take take)
+// The one answer stands for a whole range of intervals.
+bool Is_Interval_Range(const v4l2_frmivalenum& interval)
 {
-    for (uint32_t index = 0;; ++index) {
-        auto record = Record();
-        prepare(record);
-        record.index = index;
-        if (xioctl(fd, request, &record) != 0) {
-            return static_cast<int32_t>(index);
-        }
-        if (!take(record)) {
-            return static_cast<int32_t>(index + 1);
-        }
-    }
+    return interval.type == V4L2_FRMIVAL_TYPE_CONTINUOUS || interval.type == V4L2_FRMIVAL_TYPE_STEPWISE;
 }
 
-template <typename Take>
-int32_t Enumerate_Sizes(int32_t fd, uint32_t pixel_format, Take take)
+// Asks for the record at a position of a list. The driver refuses the first position beyond its end.
+bool Ask_Format(int32_t fd, uint32_t index, v4l2_fmtdesc& format)
 {
-    return Enumerate<v4l2_frmsizeenum>(
-        fd, VIDIOC_ENUM_FRAMESIZES, [&](v4l2_frmsizeenum& size) { size.pixel_format = pixel_format; },
-        [&](v4l2_frmsizeenum& size) {
-            take(size);
-            return true;
-        });
+    format = v4l2_fmtdesc();
+    format.index = index;
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    return xioctl(fd, VIDIOC_ENUM_FMT, &format) == 0;
 }
 
-template <typename Take>
-int32_t Enumerate_Intervals(int32_t fd, const v4l2_frmsizeenum& size, Take take)
+bool Ask_Size(int32_t fd, uint32_t index, uint32_t pixel_format, v4l2_frmsizeenum& size)
 {
-    return Enumerate<v4l2_frmivalenum>(
-        fd, VIDIOC_ENUM_FRAMEINTERVALS,
-        [&](v4l2_frmivalenum& interval) {
-            interval.pixel_format = size.pixel_format;
-            interval.width = size.discrete.width;
-            interval.height = size.discrete.height;
-        },
-        [&](const v4l2_frmivalenum& interval) {
-            take(interval);
-            return interval.type != V4L2_FRMIVAL_TYPE_CONTINUOUS && interval.type != V4L2_FRMIVAL_TYPE_STEPWISE;
-        });
+    size = v4l2_frmsizeenum();
+    size.index = index;
+    size.pixel_format = pixel_format;
+    return xioctl(fd, VIDIOC_ENUM_FRAMESIZES, &size) == 0;
+}
+
+bool Ask_Interval(int32_t fd, uint32_t index, const v4l2_frmsizeenum& size, v4l2_frmivalenum& interval)
+{
+    interval = v4l2_frmivalenum();
+    interval.index = index;
+    interval.pixel_format = size.pixel_format;
+    interval.width = size.discrete.width;
+    interval.height = size.discrete.height;
+    return xioctl(fd, VIDIOC_ENUM_FRAMEINTERVALS, &interval) == 0;
 }
 
 }  // namespace
@@ -192,44 +181,61 @@ Format_Info_Base_Class* Video_Device::Index_At_Format_Info(uint32_t index)
 
 int32_t Video_Device::Video_Frame_Format()
 {
-    return Enumerate<v4l2_fmtdesc>(
-        Video_Device_FD, VIDIOC_ENUM_FMT, [](v4l2_fmtdesc& format) { format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE; },
-        [this](v4l2_fmtdesc& format) {
-            Format_Info& entry = LC_Format_List.emplace_back();
-            entry.S_Format = format;
-            printf("**%d\n", static_cast<int32_t>(LC_Format_List.size()));
-            (void)Video_Frame_Sizes(format, &entry);
-            return true;
-        });
+    uint32_t index = 0;
+    for (v4l2_fmtdesc format; Ask_Format(Video_Device_FD, index, format); ++index) {
+        Format_Info& entry = LC_Format_List.emplace_back();
+        entry.S_Format = format;
+        printf("**%d\n", static_cast<int32_t>(LC_Format_List.size()));
+        (void)Video_Frame_Sizes(format, &entry);
+    }
+    return static_cast<int32_t>(index);
 }
 
 int32_t Video_Device::Video_Frame_Sizes(v4l2_fmtdesc& S_Fmt, Format_Info* pC_Format)
 {
     pC_Format->S_Format = S_Fmt;
-    return Enumerate_Sizes(Video_Device_FD, S_Fmt.pixelformat, [&](v4l2_frmsizeenum& size) {
+    uint32_t index = 0;
+    for (v4l2_frmsizeenum size; Ask_Size(Video_Device_FD, index, S_Fmt.pixelformat, size); ++index) {
         Resolution_Info& entry = pC_Format->LC_Resolution_List.emplace_back();
         entry.S_Resolution = size;
         (void)Video_Frame_Rate(size, &entry);
-    });
+    }
+    return static_cast<int32_t>(index);
 }
 
 int32_t Video_Device::Video_Frame_Sizes(v4l2_fmtdesc& S_Fmt)
 {
-    return Enumerate_Sizes(Video_Device_FD, S_Fmt.pixelformat,
-                           [this](v4l2_frmsizeenum& size) { (void)Video_Frame_Rate(size); });
+    uint32_t index = 0;
+    for (v4l2_frmsizeenum size; Ask_Size(Video_Device_FD, index, S_Fmt.pixelformat, size); ++index) {
+        (void)Video_Frame_Rate(size);
+    }
+    return static_cast<int32_t>(index);
 }
 
 int32_t Video_Device::Video_Frame_Rate(v4l2_frmsizeenum& S_Fsize, Resolution_Info* pC_Resolution)
 {
     pC_Resolution->S_Resolution = S_Fsize;
-    return Enumerate_Intervals(Video_Device_FD, S_Fsize, [&](const v4l2_frmivalenum& interval) {
+    uint32_t index = 0;
+    for (v4l2_frmivalenum interval; Ask_Interval(Video_Device_FD, index, S_Fsize, interval);) {
         pC_Resolution->LS_Frame_Rata.push_back(interval);
-    });
+        ++index;
+        if (Is_Interval_Range(interval)) {
+            break;
+        }
+    }
+    return static_cast<int32_t>(index);
 }
 
 int32_t Video_Device::Video_Frame_Rate(v4l2_frmsizeenum& fsize)
 {
-    return Enumerate_Intervals(Video_Device_FD, fsize, [](const v4l2_frmivalenum&) {});
+    uint32_t index = 0;
+    for (v4l2_frmivalenum interval; Ask_Interval(Video_Device_FD, index, fsize, interval);) {
+        ++index;
+        if (Is_Interval_Range(interval)) {
+            break;
+        }
+    }
+    return static_cast<int32_t>(index);
 }
 
 int32_t Video_Device::Video_Frame_Format_support(uint32_t u_pixelformat)

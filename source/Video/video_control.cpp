@@ -1,3 +1,4 @@
+// Reading and writing V4L2 controls.
 #include "Video/video_control.h"
 
 #include <linux/videodev2.h>

@@ -1,3 +1,4 @@
+// The ends of the interfaces, and the exported factory pair.
 #include "Video/video_device_base_class.h"
 
 #include "Video/Video_Device.h"

@@ -1,3 +1,4 @@
+// The conversion tables, and the decoding of YUYV and raw Bayer frames.
 #include "Stream/YUV/yuv_decode.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// BMP images of uncompressed frames, in memory and as files.
 #include "Stream/YUV/yuv_stream.h"
 
 #include <algorithm>

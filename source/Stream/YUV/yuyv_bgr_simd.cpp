@@ -1,3 +1,4 @@
+// YUYV to blue-green-red with the vector instructions of x86, and the choice among them.
 #include "Stream/YUV/yuyv_bgr_simd.h"
 
 #include <immintrin.h>

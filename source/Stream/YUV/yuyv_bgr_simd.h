@@ -1,3 +1,4 @@
+// YUYV to blue-green-red with vector instructions.
 #ifndef WQZ_YUYV_BGR_SIMD_H
 #define WQZ_YUYV_BGR_SIMD_H
 

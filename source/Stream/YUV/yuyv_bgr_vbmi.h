@@ -1,3 +1,4 @@
+// The AVX-512 VBMI kernel of YUYV to blue-green-red.
 #ifndef WQZ_YUYV_BGR_VBMI_H
 #define WQZ_YUYV_BGR_VBMI_H
 

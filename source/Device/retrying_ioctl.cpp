@@ -1,4 +1,5 @@
-#include "Stream/retrying_ioctl.h"
+// The device layer's rule for requests that fail for a moment.
+#include "Device/retrying_ioctl.h"
 
 #include <sys/ioctl.h>
 

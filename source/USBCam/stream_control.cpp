@@ -1,53 +1,50 @@
-#include <sys/ioctl.h>
+// The session's capture loop, and the count of frames that wait for the application.
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
-#include "Stream/frame_transfer.h"
-#include "Stream/retrying_ioctl.h"
+#include "Device/device_wait.h"
 #include "Stream/YUV/yuv_stream.h"
+#include "Trace/trace.h"
 #include "USBCam/frame_record.h"
 #include "USBCam/USBCam.h"
-#include "USBCam_API/trace.h"
-#include "Video/device_wait.h"
 
 namespace {
 
-constexpr Text Module = "source//USBCam/USBCam";
+constexpr Trace_Module Module = {"source//USBCam/USBCam"};
+
+// The trace lines of this file. Trace numbers are fixed identifiers, not source lines; do not renumber them.
+namespace mark {
+constexpr Trace_Line Capture = Module.Start(664, "Video_DEAL_WITH");
+constexpr Trace_Line Not_Open = Module.End(691, "Video_DEAL_WITH");
+constexpr Trace_Line Open = Module.Plain(698, "Video_DEAL_WITH");
+constexpr Trace_Line Streaming = Module.Plain(722, "Video_DEAL_WITH");
+constexpr Trace_Line Next_Frame = Module.Plain(731, "Video_DEAL_WITH");
+constexpr Trace_Line Waited = Module.Plain(779, "Video_DEAL_WITH");
+constexpr Trace_Line Reading = Module.Plain(805, "Video_DEAL_WITH");
+constexpr Trace_Line Frame_Read = Module.Plain(809, "Video_DEAL_WITH");
+constexpr Trace_Line Yuyv_Frame = Module.Plain(819, "Video_DEAL_WITH");
+constexpr Trace_Line Mjpeg_Frame = Module.Plain(852, "Video_DEAL_WITH");
+constexpr Trace_Line Quitting = Module.Plain(894, "Video_DEAL_WITH");
+constexpr Trace_Line Stopped = Module.Plain(904, "Video_DEAL_WITH");
+constexpr Trace_Line Capture_Done = Module.End(922, "Video_DEAL_WITH");
+constexpr Trace_Line Status = Module.Start(162, "Video_STREAM_STATUS");
+constexpr Trace_Line Status_Ready = Module.End(168, "Video_STREAM_STATUS");
+constexpr Trace_Line Status_Ready_After_Wait = Module.End(180, "Video_STREAM_STATUS");
+constexpr Trace_Line Status_None_After_Wait = Module.End(185, "Video_STREAM_STATUS");
+constexpr Trace_Line Status_None = Module.End(192, "Video_STREAM_STATUS");
+}  // namespace mark
 
 constexpr uint32_t Pool_Records = 8;
 constexpr uint32_t Kernel_Buffers = 4;  // fewer starve a driver at 60 frames per second
 constexpr timeval Frame_Time_Out{1, 2000};
 constexpr useconds_t Record_Pause_Us = 3000;  // between looks for a record when the application holds them all
 
-constexpr int32_t Request_Tries = 2000;
-constexpr useconds_t Request_Pause_Us = 1000;   // after every attempt
-constexpr useconds_t Refused_Pause_Us = 10000;  // after a refused one, on top
-
 constexpr uint32_t Delivered_Mjpeg = 0;
 constexpr uint32_t Delivered_Yuyv = 1;
-
-// The session's own rule: a refused request is repeated without end, which makes a read wait for its frame.
-int32_t xioctl(int32_t fd, uint32_t IOCTL_X, void* arg)
-{
-    for (int32_t tries = Request_Tries;;) {
-        const int32_t result = ioctl(fd, IOCTL_X, arg);
-        const int error = errno;
-        usleep(Request_Pause_Us);
-        if (result == -1) {
-            usleep(Refused_Pause_Us);
-            continue;
-        }
-        if (result == 0 || tries == 0 || !Is_Passing_Error(error)) {
-            return result;
-        }
-        --tries;
-    }
-}
 
 // Whether the budget ends the loop: neither endless nor positive.
 bool Is_Spent(int32_t budget)
@@ -55,7 +52,7 @@ bool Is_Spent(int32_t budget)
     return budget != -1 && budget <= 0;
 }
 
-// Takes one from a counted budget, unless another thread stored a new value meanwhile: that one is looked at then.
+// Takes one from a counted budget. A value that another thread stores meanwhile is kept and decides instead.
 // @return whether the loop goes on
 bool Spend_Budget(int32_t& iLoopMode)
 {
@@ -68,7 +65,8 @@ bool Spend_Budget(int32_t& iLoopMode)
 
 void Set_Up_Stream(Video_Device& device, const Pix_Format& mode)
 {
-    // Refused settings do not end the capture; frames then do not come.
+    // The session's contract ignores every result. After a refused or adjusted format, frames come in the driver's mode
+    // and are labelled as asked; after refused buffers or a refused start, none come.
     const uint32_t pixel_format = mode.u_PixFormat == 0 ? V4L2_PIX_FMT_MJPEG : V4L2_PIX_FMT_YUYV;
     (void)device.Video_Stream_Set_Format(pixel_format, mode.u_Width, mode.u_Height);
     (void)device.Video_Stream_Set_Frame_Rate(1, mode.u_Fps);
@@ -81,7 +79,7 @@ bool Wait_For_Frame(int32_t fd)
 {
     const int32_t ready = Wait_Readable(fd, Frame_Time_Out);
     const int error = errno;
-    Trace<Module, 779, "Video_DEAL_WITH", Mark::Plain>();
+    Trace(mark::Waited);
     if (ready == -1) {
         if (error != EINTR) {
             errno = error;
@@ -101,11 +99,11 @@ bool Wait_For_Frame(int32_t fd)
 bool Finish_Frame(Frame_Buffer_Data& frame, const Pix_Format& mode)
 {
     if (frame.PixFormat.u_PixFormat == V4L2_PIX_FMT_YUYV) {
-        Trace<Module, 819, "Video_DEAL_WITH", Mark::Plain>();
+        Trace(mark::Yuyv_Frame);
         (void)YUV_Stream::Frame_buffer_Deal_With(&frame);
         frame.PixFormat.u_PixFormat = Delivered_Yuyv;
     } else if (frame.PixFormat.u_PixFormat == V4L2_PIX_FMT_MJPEG) {
-        Trace<Module, 852, "Video_DEAL_WITH", Mark::Plain>();
+        Trace(mark::Mjpeg_Frame);
         frame.PixFormat.u_PixFormat = Delivered_Mjpeg;
     } else {
         fprintf(stderr, "format Error\n");
@@ -141,32 +139,39 @@ Record_In_Hand Take_Record(USBCam& session, int32_t device)
     return frame;
 }
 
+// The application holds every record, so nothing can be read and no budget is spent.
+// @return whether the loop goes on
+bool Wait_For_Record(USBCam& session)
+{
+    if (Is_Spent(std::atomic_ref(session.iLoopMode).load(std::memory_order_relaxed))) {
+        return false;
+    }
+    usleep(Record_Pause_Us);
+    return true;
+}
+
 void Capture_Frames(USBCam& session, int32_t device, const Pix_Format& mode)
 {
     Record_In_Hand frame;
     int32_t fps_b = 0;
     for (uint32_t index = 0;;) {
-        Trace<Module, 731, "Video_DEAL_WITH", Mark::Plain>();
+        Trace(mark::Next_Frame);
         if (frame == nullptr) {
             frame = Take_Record(session, device);
         }
-        if (frame == nullptr) {
-            // The application holds every record: nothing can be read, so nothing is spent.
-            if (Is_Spent(std::atomic_ref(session.iLoopMode).load(std::memory_order_relaxed))) {
-                return;
-            }
-            usleep(Record_Pause_Us);
-            continue;
-        }
-        if (!Spend_Budget(session.iLoopMode)) {
+        const bool goes_on = frame == nullptr ? Wait_For_Record(session) : Spend_Budget(session.iLoopMode);
+        if (!goes_on) {
             return;
+        }
+        if (frame == nullptr) {
+            continue;
         }
         if (!Wait_For_Frame(device)) {
             continue;
         }
-        Trace<Module, 805, "Video_DEAL_WITH", Mark::Plain>();
+        Trace(mark::Reading);
         (void)session.Read_Frame_BUFF(frame.get());  // a failed read is delivered with the record as it is
-        Trace<Module, 809, "Video_DEAL_WITH", Mark::Plain>();
+        Trace(mark::Frame_Read);
         frame->index = index++;
         session.fps_i += 1;
         if (!Finish_Frame(*frame, mode)) {
@@ -180,43 +185,49 @@ void Capture_Frames(USBCam& session, int32_t device, const Pix_Format& mode)
 
 }  // namespace
 
-int32_t USBCam::Read_Frame_BUFF(Frame_Buffer_Data* pBuffer)
-{
-    Trace<Module, 558, "Read_Frame_BUFF", Mark::Start>();
-    std::optional<int32_t> result;
-    if (!LC_Buffer_List.empty()) {
-        result = Transfer_Frame(Get_Video_Device_FD(), LC_Buffer_List, *pBuffer, xioctl);
-    }
-    if (!result) {
-        Trace<Module, 580, "Read_Frame_BUFF", Mark::End>();
-        return -1;
-    }
-    Trace<Module, 639, "Read_Frame_BUFF", Mark::End>();
-    return *result;
-}
-
 int32_t USBCam::Video_DEAL_WITH(Pix_Format* arg)
 {
-    Trace<Module, 664, "Video_DEAL_WITH", Mark::Start>();
+    Trace(mark::Capture);
     INIT_FRAME_RES(Pool_Records);
     const int32_t iDev_FD = Get_Video_Device_FD();
     if (iDev_FD <= 0) {
-        Trace<Module, 691, "Video_DEAL_WITH", Mark::End>();
+        Trace(mark::Not_Open);
         return -1;
     }
-    Trace<Module, 698, "Video_DEAL_WITH", Mark::Plain>();
+    Trace(mark::Open);
     Set_Up_Stream(*this, *arg);
-    Trace<Module, 722, "Video_DEAL_WITH", Mark::Plain>();
+    Trace(mark::Streaming);
 
     Capture_Frames(*this, iDev_FD, *arg);
 
     fprintf(stderr, "QUIT SELECT EVENT!\r\n");
-    Trace<Module, 894, "Video_DEAL_WITH", Mark::Plain>();
+    Trace(mark::Quitting);
     (void)Video_Stream_Stop_Stream();
-    Trace<Module, 904, "Video_DEAL_WITH", Mark::Plain>();
+    Trace(mark::Stopped);
     fprintf(stderr, "QUIT SELECT EVENT! Video_Stream_Stop_Stream\r\n");
     CLEAR_FRAME_BUFF();
     fprintf(stderr, "QUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n");
-    Trace<Module, 922, "Video_DEAL_WITH", Mark::End>();
+    Trace(mark::Capture_Done);
     return 0;
+}
+
+int32_t USBCam::Video_STREAM_STATUS(bool block)
+{
+    Trace(mark::Status);
+    Mutex_Lock_Class lock(cMutex);
+    if (!cFrame_Buffer.empty()) {
+        Trace(mark::Status_Ready);
+        return static_cast<int32_t>(cFrame_Buffer.size());
+    }
+    if (!block) {
+        Trace(mark::Status_None);
+        return 0;
+    }
+    (void)lock.Wait_Cond();  // once: the caller asks again when the wake-up was another consumer's
+    if (cFrame_Buffer.empty()) {
+        Trace(mark::Status_None_After_Wait);
+        return 0;
+    }
+    Trace(mark::Status_Ready_After_Wait);
+    return static_cast<int32_t>(cFrame_Buffer.size());
 }

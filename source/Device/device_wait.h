@@ -1,3 +1,4 @@
+// Waiting for a capture device.
 #ifndef WQZ_DEVICE_WAIT_H
 #define WQZ_DEVICE_WAIT_H
 
@@ -5,8 +6,8 @@
 
 #include <cstdint>
 
-/// Waits with select until a device can be read. Descriptors beyond FD_SETSIZE work too; a negative one waits for
-/// nothing but the time-out.
+/// Waits with select until a device can be read. Takes descriptors beyond FD_SETSIZE too. A negative descriptor just
+/// waits for the time-out. Throws nothing.
 /// @return what select returned: 1 readable, 0 time-out, -1 failed with errno set
 int32_t Wait_Readable(int32_t fd, timeval time_out);
 
