@@ -5,13 +5,6 @@
 
 #include "USBCam_API/USBCam_API.h"
 
-/// A frame task. The frame and its bytes are valid during the call only.
-/// @param context  for a Motion-JPEG task the image length (uint32_t*), else null
-/// @param frame  the captured frame
-/// @param user  the argument that was given to the capture loop
-/// @return ignored by the loop
-typedef int32_t (*pExe)(void* context, Frame_Buffer_Data* frame, void* user);
-
 /// The task registry of a capturing device. The first task of a kind stays: it can be neither replaced nor removed.
 class WQZ_USBCAM_EXPORT Video_Stream_EXE_Base_Class {
 public:

@@ -10,9 +10,9 @@
 #include "Video/Video_Device.h"
 
 /// A camera session: a device with a pool of free records and a queue of filled ones between the capture loop and the
-/// application. A record is in one place at a time: a list, the loop's hands or the application's.
-/// Created, opened (Video_DEAL_WITH_INIT), capturing (Video_DEAL_WITH), back, closed (Video_DEAL_WITH_UNINIT).
-/// The destructor neither stops, unmaps nor closes, and frees no record.
+/// application. A record is in one place at a time: in a list, with the loop or with the application.
+/// States: created, open (after Video_DEAL_WITH_INIT), capturing (inside Video_DEAL_WITH), open again, closed (after
+/// Video_DEAL_WITH_UNINIT). The destructor does not stop, unmap or close, and frees no record.
 class WQZ_USBCAM_EXPORT USBCam : public Video_Device {
 public:
     /// @param p_Dev_Message  copied as by Video_Device
@@ -54,13 +54,13 @@ public:
     /// Sets the budget of the capture loop: -1 no end, N > 0 that many more waits, else stop.
     void EVENT_LoopMode(int32_t val);
 
-    /// Waits for a filled kernel buffer, copies it into a record and requeues it. A request that fails is repeated
-    /// without end, every 11 milliseconds.
+    /// Waits for a filled kernel buffer, copies it into a record and requeues it. A refused request is repeated every
+    /// 11 milliseconds without end.
     /// @param pBuffer  as for Frame_Buffer::read_buff
     /// @return 0, or not 0 as Frame_Buffer::read_buff says
     int32_t Read_Frame_BUFF(Frame_Buffer_Data* pBuffer);
 
-    /// The capture loop, on the calling thread, until the budget is spent. Results of setting up are not looked at.
+    /// The capture loop: runs on the calling thread until the budget is spent. Results of setting up are ignored.
     /// @param arg  u_PixFormat 0 for Motion-JPEG, else YUYV
     /// @return 0, or -1 when the camera is not open
     int32_t Video_DEAL_WITH(Pix_Format* arg);

@@ -45,10 +45,11 @@ public:
     std::list<Resolution_Info> LC_Resolution_List;  ///< in driver order
 };
 
-/// One V4L2 capture node. Closed when made; then Video_Open, Video_Frame_Format (catalogue), Video_Stream_Set_Format,
-/// Set_Frame_Rate, Set_Frame_Buff, Start_Stream, frames, Video_Exe_End. The class enforces no order: every operation
-/// acts on the present descriptor. Its end frees memory only: unmap, stop and close first.
-/// Every request but the controls is tried up to five times while it fails with EINTR, EAGAIN or ETIMEDOUT.
+/// One V4L2 capture node. A new object is closed. Its usual life is Video_Open, Video_Frame_Format (catalogue),
+/// Video_Stream_Set_Format, Set_Frame_Rate, Set_Frame_Buff, Start_Stream, frames, Video_Exe_End. The class enforces no
+/// order: every operation acts on the present descriptor. The destructor frees memory only, so unmap, stop and close
+/// first. Every request but those for controls is tried up to five times while it fails with EINTR, EAGAIN or
+/// ETIMEDOUT.
 class WQZ_USBCAM_EXPORT Video_Device : public Video_Device_Base_Class, public Video_Stream_EXE_Base_Class {
 public:
     /// @param dev  copied; the strings that it points at are not
@@ -65,12 +66,12 @@ public:
     /// @return 0 after closing, else the descriptor as it stands (0 or -1)
     int32_t Video_Close() override;
 
-    /// Appends every format, size and interval of the node to the catalogue, also those that are in it already. Prints
-    /// the number of formats after each one as "**%d" on standard output.
+    /// Appends every format, size and interval of the node to the catalogue, also those that are in it already. After
+    /// each format it prints the number of formats so far as "**%d" on standard output.
     /// @return the number of formats listed by this call
     int32_t Video_Frame_Format() override;
 
-    /// Requests, maps and queues capture buffers; failures on the way do not stop it. A count of 0 still makes one.
+    /// Requests, maps and queues capture buffers. A failure does not stop it. A count of 0 still makes one buffer.
     /// @return 0, or -1 when VIDIOC_REQBUFS failed
     int32_t Video_Stream_Set_Frame_Buff(uint32_t u_Queue_buff) override;
 
@@ -78,8 +79,8 @@ public:
     /// @return 0
     int32_t Video_Stream_Clear_Frame_Buff() override;
 
-    /// Asks for a format (VIDIOC_S_FMT). The request becomes the current format, whatever the driver answers: frames
-    /// are labelled with it.
+    /// Asks for a format (VIDIOC_S_FMT). The request becomes the current format, whatever the driver answers, and
+    /// frames are labelled with it. VIDIOC_G_FMT on the descriptor tells the driver's true format.
     /// @param u_Pixlformat  FourCC
     /// @return 0, or -1
     int32_t Video_Stream_Set_Format(uint32_t u_Pixlformat, uint32_t u_Width, uint32_t u_Height) override;
@@ -116,7 +117,8 @@ public:
     /// @return 0
     int32_t Video_Exe_End();
 
-    /// Hooks; the first two do nothing.
+    /// The first two do nothing; the third does what Video_Exe_End does. They are not virtual and cannot be overridden:
+    /// a derived class that declares one of them again hides it, and the library never calls the new one.
     void exec();
     void exec_start();
     void exec_eqit();

@@ -58,7 +58,7 @@ int32_t Mutex_Lock_Class::unlock()
     if (lock_status == 0) {
         return -1;
     }
-    // Cleared first: once the mutex is free, this guard says nothing about it any more.
+    // Cleared before the unlock, so that the guard never claims a mutex that another thread may hold.
     lock_status = 0;
     pthread_mutex_unlock(&pC_Mutex->mutex);
     return 0;

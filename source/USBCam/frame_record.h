@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "USBCam_API/USBCam_API.h"
+#include "Stream/frame_buffer.h"
 
 /// Frees a record of the pools with its bytes.
 struct Free_Record {

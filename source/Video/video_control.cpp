@@ -10,7 +10,7 @@
 
 namespace {
 
-// One text for reads and writes alike.
+// Reads and writes report the same text, the word "get" included; programs look for it.
 void Report_Refusal()
 {
     fprintf(stderr, "ioctl get control error , errno = 0x%x, str = %s\n", static_cast<unsigned>(errno),

@@ -7,9 +7,11 @@
 
 /// Converts packed YUYV and 16-bit-per-sample raw Bayer frames to 24-bit pixels, blue first.
 ///
-/// The tables define the conversion of YUYV. They are filled by the constructor and not written again, so any number of
-/// threads may decode with one object at the same time. Input and output of a conversion must not overlap. No operation
-/// allocates, and none checks the output's size: the caller provides the room that is named at each.
+/// The tables define the conversion of YUYV. The constructor fills them and nothing writes them again, so any number of
+/// threads may decode with one object at the same time. Changing a table is not supported: most pixels are converted by
+/// vector instructions, which compute what the tables hold and never read them. Input and output of a conversion must
+/// not overlap. No operation allocates, and none checks the output's size: the caller provides the room that each
+/// names.
 class WQZ_USBCAM_EXPORT YUV_Decode {
 public:
     uint8_t R_Matrix[256 * 256];      ///< red, by (Y << 8) | V
@@ -28,7 +30,7 @@ public:
     void Matrix_Debug();
 
     /// Converts groups of 4 bytes (Y0 U Y1 V) to 2 pixels each, rows in the order they come.
-    /// Gives the bytes that the tables hold, by the widest vector instructions that the processor has.
+    /// The bytes are those of the tables. The widest vector instructions of the processor compute them.
     /// @param p_YUYV          the groups, at any alignment
     /// @param YUYV_Data_Size  bytes of input; the 1 to 3 bytes after the last whole group are ignored
     /// @param p_RGB           receives 6 bytes per whole group, at any alignment
@@ -38,8 +40,8 @@ public:
 
     /// Splits a GRBG mosaic of 16-bit little-endian samples into its colours, without interpolation.
     /// The low byte of a sample becomes its own colour of its pixel; the pixel's other two colours become 0.
-    /// Rows are decoded in pairs: an odd number of whole rows makes the last pair read and write one row further, and a
-    /// partial row at the end is dropped otherwise. An odd Width leaves the last pixel of each row as it was.
+    /// Rows are decoded in pairs. An odd number of whole rows makes the last pair read and write one row further;
+    /// otherwise a partial row at the end is dropped. An odd Width leaves the last pixel of each row as it was.
     /// @param p_RAW          rows of Width * 2 bytes, at any alignment
     /// @param RAW_Data_Size  bytes of input
     /// @param Width          samples per row

@@ -7,7 +7,7 @@
 #include "Stream/frame_buffer.h"
 #include "Stream/YUV/yuv_decode.h"
 
-/// The header of a 24-bit BMP file as it lies in the file (little-endian, packed); the pixels follow it.
+/// The header of a 24-bit BMP file as it lies in the file: little-endian, packed, 54 bytes, followed by the pixels.
 /// Sizes in bytes, width and height in pixels.
 struct __attribute__((packed)) bmp_header_t {
     char file_type[2];  ///< "BM"
@@ -17,7 +17,8 @@ struct __attribute__((packed)) bmp_header_t {
     uint32_t offset;     ///< of the pixels: 54
     uint32_t head_size;  ///< of the information header: 40
     uint32_t width;
-    uint32_t height;  ///< positive although the first row is on top: meant so, viewers show the picture upside down
+    uint32_t height;  ///< positive, which declares a bottom-up image, while the rows lie top row first
+
     uint16_t bit_planes;
     uint16_t bits_per_pixel;
     uint32_t compression;
@@ -26,17 +27,19 @@ struct __attribute__((packed)) bmp_header_t {
     uint32_t v_res;
     uint32_t color_palette;
     uint32_t vip_color;
+    __extension__ uint8_t rgb_data[0];  ///< the pixels: blue, green, red; rows not padded
 };
 
-/// Turns uncompressed frames into 24-bit BMP images. Rows are not padded, so widths that are not a multiple of 4 make
-/// files that few viewers take.
+/// Turns uncompressed frames into 24-bit BMP images. Image viewers show them upside down: the rows lie top row first
+/// while the header declares a bottom-up image, and programs that read these images rely on both. Rows are not padded,
+/// so few viewers take a width that is not a multiple of 4.
 class WQZ_USBCAM_EXPORT YUV_Stream {
 public:
     virtual ~YUV_Stream();
 
-    /// Turns a YUYV frame into a BMP image in place: pMem (array new) is replaced, bytesused and buff_Length become
-    /// bytesused * 3 / 2 + 54. The header follows PixFormat, whatever bytesused says. A frame so large that bytesused *
-    /// 3 does not fit 32 bits is left as it is.
+    /// Turns a YUYV frame into a BMP image in place. pMem (array new) is replaced, and bytesused and buff_Length become
+    /// bytesused * 3 / 2 + 54. Width and height in the header are those of PixFormat, whatever bytesused says. A frame
+    /// so large that bytesused * 3 does not fit 32 bits is left as it is.
     /// @return null
     static PVOID Frame_buffer_Deal_With(Frame_Buffer_Data* p_Frame_buffer);
 
@@ -44,18 +47,18 @@ public:
     static int32_t Frame_buffer_Deal_With(char* Dir_Path, Frame_Buffer* pFrame_Buffer);
 
     /// Writes a raw Bayer frame (BGGR, 16 bits per sample) as "<Dir_Path>/<seconds>_<microseconds>.bmp", named by its
-    /// Frame_Time. Missing samples are black; a frame without width, or too large for 32 bits, is not written.
+    /// Frame_Time. Missing samples are black. A frame without a width, or too large for 32 bits, is not written.
     /// @param Dir_Path  null for the fixed debugging directory
     /// @return 0, whatever happened; a file that cannot be opened is skipped silently
     static int32_t Save_Frame_buffer(char* Dir_Path, Frame_Buffer* p_Frame_buffer);
 
-    /// Writes w * h pixels of YUYV as "Test.bmp" in the fixed debugging directory; nothing for a w of 0 or a picture
-    /// too large for 32 bits.
+    /// Writes w * h pixels of YUYV as "Test.bmp" in the fixed debugging directory. With a w or an h of 0 the file is
+    /// the 54-byte header. A picture too large for 32 bits is not written.
     /// @param p_Data  w * h * 2 bytes
     /// @return 0, whatever happened
     static int32_t Save_Frame_buffer(uint8_t* p_Data, uint32_t w, uint32_t h);
 
-    /// Repacks a frame of 10-bit samples in place; the 12-bit variant does the same, meant so.
+    /// Repack a frame of 10-bit samples in place. The 12-bit variant does the same, and both give identical bytes.
     /// @return null
     static PVOID Frame_buffer_Deal_With_Raw10(Frame_Buffer* p_Frame_buffer);
     static PVOID Frame_buffer_Deal_With_Raw12(Frame_Buffer* p_Frame_buffer);

@@ -5,15 +5,12 @@
 #include <cstring>
 
 #include "Stream/YUV/yuyv_bgr_simd.h"
+#include "Stream/YUV/yuyv_coefficients.h"
+
+using yuyv_bgr::Fraction_Bits;
 
 namespace {
 
-// Coefficients with 12 fractional bits; products are shifted down towards minus infinity.
-constexpr int Blue_From_U = 7287;
-constexpr int Red_From_V = 5765;
-constexpr int Green_From_U = 1415;
-constexpr int Green_From_V = 2936;
-constexpr int Fraction_Bits = 12;
 constexpr int Fraction_Mask = (1 << Fraction_Bits) - 1;
 
 constexpr int Clamp(int value)
@@ -37,18 +34,18 @@ void Fill_Luma_Plus_Chroma(uint8_t* table, int coefficient)
     }
 }
 
-/// Fills [U][V] in 16-bit steps: whole and fractional parts of the products apart, so that no sum needs more.
+/// Fills [U][V]. Whole and fractional parts of the products are added apart, so that 16 bits are enough for each sum.
 void Fill_Green_Chroma(uint16_t* table)
 {
     int16_t whole[256];
     int16_t fraction[256];
     for (int v = 0; v < 256; ++v) {
-        const int product = Green_From_V * (v - 128);
+        const int product = yuyv_bgr::Green_From_V * (v - 128);
         whole[v] = static_cast<int16_t>(product >> Fraction_Bits);
         fraction[v] = static_cast<int16_t>(product & Fraction_Mask);
     }
     for (int u = 0; u < 256; ++u) {
-        const int product = Green_From_U * (u - 128);
+        const int product = yuyv_bgr::Green_From_U * (u - 128);
         const auto row_whole = static_cast<int16_t>((product >> Fraction_Bits) + 256);
         const auto row_fraction = static_cast<int16_t>(product & Fraction_Mask);
         uint16_t* const row = table + u * 256;
@@ -59,7 +56,7 @@ void Fill_Green_Chroma(uint16_t* table)
     }
 }
 
-/// Fills [Y][g] with clamp(Y + 256 - g). Each row is the one before it moved by one, a window of the same slope.
+/// Fills [Y][g] with clamp(Y + 256 - g). Each row is the row before it moved by one place.
 void Fill_Green(uint8_t* table)
 {
     uint8_t slope[255 + 512];
@@ -82,7 +79,8 @@ struct Mosaic {
 constexpr Mosaic GRBG = {{{Green, Red}, {Blue, Green}}};
 constexpr Mosaic RGGB = {{{Red, Green}, {Green, Blue}}};
 constexpr Mosaic BGGR = {{{Blue, Green}, {Green, Red}}};
-constexpr Mosaic GBRG_Red_Row = {{{Green, Blue}, {Red, Red}}};  // the second row is red throughout, meant so
+// The second row is red throughout. Part of the interface; do not correct.
+constexpr Mosaic GBRG_Red_Row = {{{Green, Blue}, {Red, Red}}};
 
 /// Two pixels from each pair of samples. Bits 2 to 9 of the repacked sample are its low byte.
 void Split_Row(const uint8_t* samples, uint32_t pairs, const Colour (&colours)[2], uint8_t* pixels)
@@ -129,7 +127,7 @@ __attribute__((always_inline)) inline void Repack_Samples(uint8_t* samples, size
     }
 }
 
-/// The same loop, which the compiler vectorises twice as wide here.
+/// The same loop, compiled for vectors of twice the width.
 __attribute__((target("avx2"))) void Repack_Samples_Avx2(uint8_t* samples, size_t count)
 {
     Repack_Samples(samples, count);
@@ -144,10 +142,10 @@ YUV_Decode::YUV_Decode()
 
 void YUV_Decode::Matrix_Init()
 {
-    Fill_Luma_Plus_Chroma(R_Matrix, Red_From_V);
+    Fill_Luma_Plus_Chroma(R_Matrix, yuyv_bgr::Red_From_V);
     Fill_Green_Chroma(G_UV_Matrix);
     Fill_Green(G_Matrix);
-    Fill_Luma_Plus_Chroma(B_Matrix, Blue_From_U);
+    Fill_Luma_Plus_Chroma(B_Matrix, yuyv_bgr::Blue_From_U);
 }
 
 void YUV_Decode::Matrix_Debug()

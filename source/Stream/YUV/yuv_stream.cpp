@@ -2,6 +2,7 @@
 #include "Stream/YUV/yuv_stream.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -17,7 +18,7 @@ constexpr uint32_t Bmp_Info_Bytes = 40;
 constexpr uint32_t Bytes_Per_Pixel = 3;
 constexpr uint32_t Bytes_Per_Sample = 2;  // of YUYV and of raw Bayer alike
 
-static_assert(sizeof(bmp_header_t) == Bmp_Header_Bytes);
+static_assert(sizeof(bmp_header_t) == Bmp_Header_Bytes && offsetof(bmp_header_t, rgb_data) == Bmp_Header_Bytes);
 
 void Fill_Header(uint8_t* file, uint32_t width, uint32_t height)
 {
@@ -35,30 +36,39 @@ void Fill_Header(uint8_t* file, uint32_t width, uint32_t height)
     std::memcpy(file, &header, sizeof header);
 }
 
-// The bytes of a whole BMP file; nothing without a width or when they do not fit the header's 32 bits.
+// The bytes of a whole BMP file; nothing when they do not fit the header's 32 bits.
 std::optional<uint32_t> Bmp_File_Bytes(uint32_t width, uint32_t height)
 {
     constexpr uint64_t limit = std::numeric_limits<uint32_t>::max() - Bmp_Header_Bytes;
     const uint64_t pixels = static_cast<uint64_t>(width) * height;
-    if (width == 0 || pixels > limit / Bytes_Per_Pixel) {
+    if (pixels > limit / Bytes_Per_Pixel) {
         return std::nullopt;
     }
     return static_cast<uint32_t>(pixels) * Bytes_Per_Pixel + Bmp_Header_Bytes;
 }
 
-// Splits the frame's whole rows of samples into a picture of u_Width by u_Height; what the frame lacks stays black.
+// The samples that a raw picture is made of, filled up with zeros to whole pairs of rows, in which they are decoded.
+// With an odd number of whole rows the last pair also takes the row that follows, as far as its samples go.
+std::vector<uint8_t> Raw_Samples(const Frame_Buffer_Data& frame, std::size_t rows, std::size_t row_bytes)
+{
+    const std::size_t height = frame.PixFormat.u_Height;
+    const std::size_t rows_read = rows + rows % 2;
+    const std::size_t whole_samples = frame.buffer.bytesused / Bytes_Per_Sample * std::size_t{Bytes_Per_Sample};
+    const auto* first = static_cast<const uint8_t*>(frame.pMem);
+    std::vector<uint8_t> samples(first, first + std::min(rows_read * row_bytes, whole_samples));
+    samples.resize((height + height % 2) * row_bytes);
+    return samples;
+}
+
+// A BMP file of u_Width by u_Height; what the frame lacks stays black.
 std::vector<uint8_t> Raw_Picture(const Frame_Buffer_Data& frame, uint32_t file_bytes)
 {
     const uint32_t width = frame.PixFormat.u_Width;
     const uint32_t height = frame.PixFormat.u_Height;
     const std::size_t row_bytes = static_cast<std::size_t>(width) * Bytes_Per_Sample;
-    // Rows are decoded in pairs: with an odd count the last pair reads and writes one row more.
-    const std::size_t row_pairs = (static_cast<std::size_t>(height) + 1) / 2;
-    std::vector<uint8_t> samples(row_pairs * 2 * row_bytes);
     const std::size_t rows = std::min<std::size_t>(frame.buffer.bytesused / row_bytes, height);
-    std::memcpy(samples.data(), frame.pMem, rows * row_bytes);
-
-    std::vector<uint8_t> picture(Bmp_Header_Bytes + row_pairs * 2 * width * Bytes_Per_Pixel);
+    std::vector<uint8_t> samples = Raw_Samples(frame, rows, row_bytes);
+    std::vector<uint8_t> picture(Bmp_Header_Bytes + samples.size() / Bytes_Per_Sample * Bytes_Per_Pixel);
     (void)YUV_Stream::YUV_Decode_Table.RAW2_Decode(samples.data(), static_cast<uint32_t>(rows * row_bytes), width,
                                                    picture.data() + Bmp_Header_Bytes, file_bytes);
     Fill_Header(picture.data(), width, height);
@@ -132,7 +142,7 @@ int32_t YUV_Stream::Save_Frame_buffer(char* Dir_Path, Frame_Buffer* p_Frame_buff
         return 0;
     }
     const std::optional<uint32_t> file_bytes = Bmp_File_Bytes(frame.PixFormat.u_Width, frame.PixFormat.u_Height);
-    if (!file_bytes) {
+    if (!file_bytes || frame.PixFormat.u_Width == 0) {
         return 0;
     }
     const std::vector<uint8_t> picture = Raw_Picture(frame, *file_bytes);

@@ -7,21 +7,22 @@
 
 #define WQZ_TARGET_VBMI __attribute__((target("avx512f,avx512bw,avx512vbmi")))
 #include "Stream/YUV/yuyv_bgr_vbmi.h"
+#include "Stream/YUV/yuyv_coefficients.h"
 
 // Each 32-bit element of a loaded vector is one group; its low 16-bit word has Y0 and U, its high word Y1 and V.
-// With u = U - 128 scaled by 16, the high half of the 16-bit product (u << 4) * 7287 is (7287 * u) >> 12, what the
-// tables add to Y for blue, and likewise red with 5765; the sum of both green products, scaled by 16 too, has its
+// With u = U - 128 scaled by 16, the high half of the 16-bit product (u << 4) * Blue_From_U is (Blue_From_U * u) >> 12,
+// which the tables add to Y for blue. Red works alike. The sum of both green products, scaled by 16 too, has its
 // shifted value in the high word. The sums fit 16 bits, and packing them to bytes clamps to 0..255.
 //
-// Three sums per group leave few shuffles: word 0 and 1 of
+// Three sums per group need few shuffles. Words 0 and 1 of
 //   sum 0  are  B0 R1  (Y plus the blue and red parts as they come out of the product),
 //   sum 1  are  G0 G1,
 //   sum 2  are  R0 B1  (the same parts with the words exchanged).
 namespace yuyv_bgr {
 namespace {
 
-constexpr int Blue_Red = 5765 << 16 | 7287;
-constexpr int Green = 2936 << 16 | 1415;
+constexpr int Blue_Red = Red_From_V << 16 | Blue_From_U;
+constexpr int Green = Green_From_V << 16 | Green_From_U;
 
 enum Packed { Sums_0_1_Of_First_8, Sums_0_1_Of_Last_8, Sum_2_Of_All };
 
@@ -165,7 +166,7 @@ Path Widest_Path()
 using Kernel = size_t (*)(const uint8_t*, size_t, uint8_t*);
 constexpr Kernel Kernels[] = {Convert_Nothing, Convert_Ssse3, Convert_Avx2, Convert_Vbmi};
 
-// Until this is initialised, while the library is being loaded, the value is Tables, which is right too.
+// While the library is being loaded, before this is initialised, the value is Tables, which gives the same bytes.
 std::atomic<Path> chosen_path{Widest_Path()};
 
 }  // namespace

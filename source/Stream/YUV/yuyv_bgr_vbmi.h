@@ -6,14 +6,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Stream/YUV/yuyv_coefficients.h"
+
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // g++ 12's own intrinsics pass an undefined vector on purpose
 #endif
 
-// The AVX-512 VBMI kernel, apart from the others so that it can also be compiled against an emulation of the
-// instructions: whoever includes this has declared the intrinsics, and defines WQZ_TARGET_VBMI as what the compiler
-// needs in front of a function that uses them.
+// This kernel has a file of its own so that it can also be compiled against an emulation of the instructions. A file
+// that includes this one declares the intrinsics first, and defines WQZ_TARGET_VBMI as the attribute that the compiler
+// needs on a function that uses them.
 namespace yuyv_bgr {
 
 /// Where the three packed sums of 64 pixels go in their 192 bytes of output.
@@ -46,8 +48,8 @@ WQZ_TARGET_VBMI static inline size_t Convert_Vbmi(const uint8_t* yuyv, size_t gr
     const __m512i luma_mask = _mm512_set1_epi16(0xFF);
     const __m512i chroma_times_16 = _mm512_set1_epi16(16 << 8);
     const __m512i chroma_zero = _mm512_set1_epi16(128 * 16);
-    const __m512i blue_red = _mm512_set1_epi32(5765 << 16 | 7287);
-    const __m512i green = _mm512_set1_epi32(2936 << 16 | 1415);
+    const __m512i blue_red = _mm512_set1_epi32(Red_From_V << 16 | Blue_From_U);
+    const __m512i green = _mm512_set1_epi32(Green_From_V << 16 | Green_From_U);
     const __m512i high_word_twice = _mm512_set4_epi32(0x0F0E0F0E, 0x0B0A0B0A, 0x07060706, 0x03020302);
     const __m512i order_0 = _mm512_loadu_si512(layout.order[0].data());
     const __m512i order_1 = _mm512_loadu_si512(layout.order[1].data());
