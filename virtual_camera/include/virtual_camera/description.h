@@ -1,6 +1,7 @@
 // What a virtual camera is: its place on the bus, its nodes, formats and controls, and faults it shows by itself.
 // The same records are read from a text (see Parse_Description) and built by tests.
-#pragma once
+#ifndef WQZ_VIRTUAL_CAMERA_DESCRIPTION_H
+#define WQZ_VIRTUAL_CAMERA_DESCRIPTION_H
 
 #include <linux/videodev2.h>
 #include <cstdint>
@@ -125,3 +126,5 @@ uint32_t Request_Code(const std::string& name);
 std::string Fourcc_Text(uint32_t fourcc);
 
 }  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_DESCRIPTION_H

@@ -2,7 +2,8 @@
 //
 // Every function may be called from any thread at any time. A camera is named by the path of one of its nodes; a path
 // that no camera has throws std::invalid_argument. Requests are named by their VIDIOC_ code or a Call_ code.
-#pragma once
+#ifndef WQZ_VIRTUAL_CAMERA_H
+#define WQZ_VIRTUAL_CAMERA_H
 
 #include <virtual_camera/description.h>
 #include <cerrno>
@@ -104,3 +105,5 @@ void Clear_Log();
 std::string Log_Names();
 
 }  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_H

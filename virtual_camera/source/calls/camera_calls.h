@@ -1,0 +1,36 @@
+// The intercepted calls as far as they concern cameras. Plain types only: the interposer, which must run before a
+// sanitizer's runtime does, shares no template with the rest.
+#ifndef WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
+#define WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
+
+#include <sys/select.h>
+#include <sys/types.h>
+#include <cstddef>
+#include <cstdint>
+
+namespace virtual_camera::calls {
+
+/// Descriptors and mappings that are cameras'. Read and written atomically; right before anything is constructed.
+extern int in_use;
+
+inline bool Is_Idle()
+{
+    return __atomic_load_n(&in_use, __ATOMIC_ACQUIRE) == 0;
+}
+
+// Each gives false when the call is no camera's, and leaves errno alone then; else it has set errno as the call does.
+bool Open(const char* path, int flags, int* result);
+bool Ioctl(int fd, uint32_t request, void* argument, int* result);
+bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset, void** result);
+
+// These leave errno alone.
+void Munmap(void* address, size_t length);
+void Close(int fd);
+void Duplicate(int original, int copy);
+
+/// The whole call, scripted or real.
+int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
+
+}  // namespace virtual_camera::calls
+
+#endif  // WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H

@@ -1,0 +1,355 @@
+#include "calls/registry.h"
+
+#include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+
+#include "calls/camera_calls.h"
+#include "description/description_completion.h"
+#include "script/request_log.h"
+
+namespace virtual_camera {
+namespace {
+
+constexpr char Description_Variable[] = "WQZ_VIRTUAL_CAMERA";
+
+// Sets larger than fd_set are in use for descriptors beyond it, hence no FD_ISSET.
+bool Holds(const fd_set* set, int fd)
+{
+    const auto* words = reinterpret_cast<const fd_mask*>(set);
+    return (words[fd / NFDBITS] & (fd_mask(1) << (fd % NFDBITS))) != 0;
+}
+
+void Clear_Set(fd_set* set, int count)
+{
+    auto* words = reinterpret_cast<fd_mask*>(set);
+    for (int i = 0; set && i * NFDBITS < count; i++) {
+        words[i] = 0;
+    }
+}
+
+void Insert(fd_set* set, int fd)
+{
+    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= fd_mask(1) << (fd % NFDBITS);
+}
+
+uintptr_t Page_End(uintptr_t address)
+{
+    const auto page = uintptr_t(sysconf(_SC_PAGESIZE));
+    return (address + page - 1) / page * page;
+}
+
+void Count_Use(int change)
+{
+    __atomic_fetch_add(&calls::in_use, change, __ATOMIC_ACQ_REL);
+}
+
+Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, const Answer& answer)
+{
+    Log_Entry entry;
+    entry.request = call;
+    entry.node = node;
+    entry.fd = fd;
+    entry.result = answer.result;
+    entry.error = answer.error;
+    return entry;
+}
+
+}  // namespace
+
+Registry& Registry::Instance()
+{
+    static auto* registry = new Registry;
+    return *registry;
+}
+
+Registry::Registry()
+{
+    static Registry* self = nullptr;
+    self = this;
+    pthread_atfork([] { self->Lock_All(); }, [] { self->Unlock_All(false); }, [] { self->Unlock_All(true); });
+    const char* text = std::getenv(Description_Variable);
+    if (!text) {
+        return;
+    }
+    try {
+        for (Camera_Description& camera : Parse_Description(text)) {
+            Add_Locked(std::move(camera));
+        }
+    } catch (const Description_Error& error) {
+        std::fprintf(stderr, "virtual camera: %s: %s\n", Description_Variable, error.what());
+    }
+}
+
+void Registry::Lock_All()
+{
+    mutex_.lock();
+    std::set<Camera*> cameras;
+    for (const auto& [path, node] : nodes_) {
+        if (cameras.insert(node.camera.get()).second) {
+            node.camera->Lock();
+        }
+    }
+    Lock_Log();
+}
+
+void Registry::Unlock_All(bool in_child)
+{
+    Unlock_Log();
+    std::set<Camera*> cameras;
+    for (const auto& [path, node] : nodes_) {
+        if (cameras.insert(node.camera.get()).second) {
+            if (in_child) {
+                node.camera->Replace_Timers();
+            }
+            node.camera->Unlock();
+        }
+    }
+    mutex_.unlock();
+}
+
+void Registry::Add_Locked(Camera_Description description)
+{
+    Complete(description, [this](const std::string& path) { return nodes_.count(path) > 0; });
+    const auto camera = std::make_shared<Camera>(std::move(description));
+    nodes_[camera->Description().capture_node] = {camera, false};
+    if (camera->Description().has_metadata) {
+        nodes_[camera->Description().metadata_node] = {camera, true};
+    }
+}
+
+void Registry::Add(Camera_Description description)
+{
+    if (description.formats.empty()) {
+        description.formats = Default_Formats();
+    }
+    const std::lock_guard lock(mutex_);
+    Add_Locked(std::move(description));
+}
+
+void Registry::Clear()
+{
+    std::map<std::string, Node> nodes;
+    {
+        const std::lock_guard lock(mutex_);
+        nodes.swap(nodes_);
+    }
+    for (const auto& [path, node] : nodes) {
+        node.camera->Unplug();
+    }
+}
+
+std::shared_ptr<Camera> Registry::Camera_At(const std::string& node)
+{
+    const std::lock_guard lock(mutex_);
+    const auto found = nodes_.find(node);
+    return found == nodes_.end() ? nullptr : found->second.camera;
+}
+
+bool Registry::Open(const char* path, int flags, Answer& answer)
+{
+    auto file = std::make_shared<Open_File>();
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = nodes_.find(path);
+        if (found == nodes_.end()) {
+            return false;
+        }
+        file->camera = found->second.camera;
+        file->is_metadata = found->second.is_metadata;
+        file->node = path;
+    }
+    const auto fault = file->camera->Scripted().Take_Fault(Call_Open);
+    if (fault && !fault->perform) {
+        answer = {fault->result, fault->error};
+    } else {
+        const int fd = file->camera->Open(file, flags);
+        answer = {fd < 0 ? -1 : fd, fd < 0 ? -fd : 0};
+        if (fd >= 0) {
+            const std::lock_guard lock(mutex_);
+            files_[fd] = file;
+            Count_Use(1);
+        }
+    }
+    if (Is_Logging()) {
+        Log_Entry entry = Call_Entry(Call_Open, path, answer.result, answer);
+        entry.value = flags;
+        Append_To_Log(std::move(entry));
+    }
+    return true;
+}
+
+std::shared_ptr<Open_File> Registry::File_Of(int fd)
+{
+    const std::lock_guard lock(mutex_);
+    const auto found = files_.find(fd);
+    return found == files_.end() ? nullptr : found->second;
+}
+
+void Registry::Close(int fd)
+{
+    std::shared_ptr<Open_File> file;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = files_.find(fd);
+        if (found == files_.end()) {
+            return;
+        }
+        file = std::move(found->second);
+        files_.erase(found);
+        Count_Use(-1);
+    }
+    if (Is_Logging()) {
+        Append_To_Log(Call_Entry(Call_Close, file->node, fd, {0, 0}));
+    }
+    file->camera->Remove_Descriptor(file, fd);
+}
+
+void Registry::Duplicate(int original, int copy)
+{
+    if (original == copy) {
+        return;
+    }
+    Close(copy);
+    const std::shared_ptr<Open_File> file = File_Of(original);
+    if (!file) {
+        return;
+    }
+    file->camera->Add_Descriptor(*file, copy);
+    const std::lock_guard lock(mutex_);
+    files_[copy] = file;
+    Count_Use(1);
+}
+
+void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* address, size_t length, int protection,
+                    int flags, off_t offset)
+{
+    Camera::Mapped mapped;
+    const auto fault = file->camera->Scripted().Take_Fault(Call_Mmap);
+    if (fault) {
+        mapped.address = MAP_FAILED;
+        mapped.error = fault->error;
+    } else {
+        mapped = file->camera->Map(*file, address, length, protection, flags, offset);
+    }
+    if (mapped.address != MAP_FAILED) {
+        const std::lock_guard lock(mutex_);
+        mappings_[uintptr_t(mapped.address)] = {Page_End(length), file, mapped.memory, mapped.index};
+        Count_Use(1);
+    }
+    if (Is_Logging()) {
+        const Answer answer{mapped.address == MAP_FAILED ? -1 : 0, mapped.error};
+        Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, answer);
+        entry.address = mapped.address;
+        entry.length = length;
+        entry.offset = uint64_t(offset);
+        entry.index = mapped.index;
+        Append_To_Log(std::move(entry));
+    }
+    if (mapped.address == MAP_FAILED) {
+        errno = mapped.error;
+    }
+    return mapped.address;
+}
+
+// A mapping that loses its beginning or its end goes on with the rest.
+bool Registry::Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken)
+{
+    const std::lock_guard lock(mutex_);
+    auto found = mappings_.upper_bound(from);
+    if (found != mappings_.begin() && std::prev(found)->first + std::prev(found)->second.length > from) {
+        --found;
+    }
+    if (found == mappings_.end() || found->first >= to) {
+        return false;
+    }
+    const uintptr_t start = found->first, end = start + found->second.length;
+    taken = std::move(found->second);
+    mappings_.erase(found);
+    if (start >= from && end <= to) {
+        Count_Use(-1);
+        return true;
+    }
+    const uintptr_t rest = start < from ? start : to;
+    taken.length = start < from ? from - start : end - to;
+    mappings_[rest] = std::move(taken);
+    return false;
+}
+
+void Registry::Unmap(void* address, size_t length)
+{
+    Mapping taken;
+    const auto from = uintptr_t(address);
+    while (Take_Mapping(from, Page_End(from + length), taken)) {
+        if (Is_Logging()) {
+            Log_Entry entry = Call_Entry(Call_Munmap, taken.file->node, -1, {0, 0});
+            entry.address = address;
+            entry.length = length;
+            entry.index = taken.index;
+            Append_To_Log(std::move(entry));
+        }
+        taken.file->camera->Unmap(taken.file, taken.memory.get(), taken.index);
+        taken = Mapping{};
+    }
+}
+
+std::shared_ptr<Open_File> Registry::First_Readable(int count, const fd_set* read, int& fd)
+{
+    const std::lock_guard lock(mutex_);
+    for (const auto& [descriptor, file] : files_) {
+        if (read && descriptor < count && Holds(read, descriptor)) {
+            fd = descriptor;
+            return file;
+        }
+    }
+    return nullptr;
+}
+
+bool Registry::Select(int count, fd_set* read, fd_set* write, fd_set* except, const timeval* timeout, Answer& answer)
+{
+    int fd = -1;
+    const std::shared_ptr<Open_File> file = First_Readable(count, read, fd);
+    const auto scripted = file ? file->camera->Scripted().Take_Select() : std::nullopt;
+    if (!scripted) {
+        return false;
+    }
+    answer = {scripted->result, scripted->error};
+    After_Select(Before_Select(count, read, timeout), answer);
+    if (answer.result >= 0) {
+        Clear_Set(read, count);
+        Clear_Set(write, count);
+        Clear_Set(except, count);
+    }
+    if (answer.result > 0) {
+        Insert(read, fd);
+    }
+    return true;
+}
+
+Registry::Waited Registry::Before_Select(int count, const fd_set* read, const timeval* timeout)
+{
+    Waited waited;
+    if (const auto file = Is_Logging() ? First_Readable(count, read, waited.fd) : nullptr) {
+        waited.node = file->node;
+        waited.count = count;
+        waited.timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
+    }
+    return waited;
+}
+
+void Registry::After_Select(const Waited& waited, const Answer& answer)
+{
+    if (waited.node.empty()) {
+        return;
+    }
+    Log_Entry entry = Call_Entry(Call_Select, waited.node, waited.fd, answer);
+    entry.value = waited.count;
+    entry.timeout_us = waited.timeout_us;
+    Append_To_Log(std::move(entry));
+}
+
+}  // namespace virtual_camera

@@ -1,0 +1,81 @@
+// Which cameras there are, which descriptors and mappings are theirs, and the intercepted calls in those terms.
+#ifndef WQZ_VIRTUAL_CAMERA_REGISTRY_H
+#define WQZ_VIRTUAL_CAMERA_REGISTRY_H
+
+#include <sys/select.h>
+#include <map>
+#include <unordered_map>
+
+#include "driver/camera.h"
+
+namespace virtual_camera {
+
+class Registry {
+public:
+    /// The one of this process; made on first use, with the cameras of the environment, and never destroyed.
+    static Registry& Instance();
+
+    void Add(Camera_Description description);
+    void Clear();
+    std::shared_ptr<Camera> Camera_At(const std::string& node);
+
+    /// @return false when the path is no camera's; else `answer` is the descriptor or an error
+    bool Open(const char* path, int flags, Answer& answer);
+
+    std::shared_ptr<Open_File> File_Of(int fd);
+
+    /// Forgets a descriptor if it is a camera's; the caller closes it.
+    void Close(int fd);
+
+    /// A copy of a descriptor was made; `copy` may have been another one before.
+    void Duplicate(int original, int copy);
+
+    /// @return MAP_FAILED with errno set on failure
+    void* Map(const std::shared_ptr<Open_File>& file, int fd, void* address, size_t length, int protection, int flags,
+              off_t offset);
+
+    /// Called after memory was unmapped.
+    void Unmap(void* address, size_t length);
+
+    /// A scripted answer to a select call.
+    /// @return false when there is none for its descriptors
+    bool Select(int count, fd_set* read, fd_set* write, fd_set* except, const timeval* timeout, Answer& answer);
+
+    /// A select call that goes its way is recorded in two steps, since it overwrites its arguments.
+    struct Waited {
+        std::string node;  ///< empty: nothing to record
+        int fd = -1;
+        int count = 0;
+        int64_t timeout_us = -1;
+    };
+    Waited Before_Select(int count, const fd_set* read, const timeval* timeout);
+    void After_Select(const Waited& waited, const Answer& answer);
+
+private:
+    struct Node {
+        std::shared_ptr<Camera> camera;
+        bool is_metadata;
+    };
+    struct Mapping {
+        size_t length;
+        std::shared_ptr<Open_File> file;
+        std::shared_ptr<Buffer_Memory> memory;
+        uint32_t index;
+    };
+
+    Registry();
+    void Add_Locked(Camera_Description description);
+    std::shared_ptr<Open_File> First_Readable(int count, const fd_set* read, int& fd);
+    bool Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken);
+    void Lock_All();
+    void Unlock_All(bool in_child);
+
+    std::mutex mutex_;
+    std::map<std::string, Node> nodes_;
+    std::unordered_map<int, std::shared_ptr<Open_File>> files_;
+    std::map<uintptr_t, Mapping> mappings_;
+};
+
+}  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_REGISTRY_H

@@ -1,0 +1,38 @@
+// The controls of a camera: ranges, values, and the rules of setting them.
+#ifndef WQZ_VIRTUAL_CAMERA_CONTROL_SET_H
+#define WQZ_VIRTUAL_CAMERA_CONTROL_SET_H
+
+#include <virtual_camera/description.h>
+#include <map>
+
+namespace virtual_camera {
+
+/// All requests give 0 or a negative errno, and change their argument on success only.
+class Control_Set {
+public:
+    explicit Control_Set(std::vector<Control> controls);
+
+    int Query(v4l2_queryctrl& query) const;
+    int Query_Extended(v4l2_query_ext_ctrl& query) const;
+    int Query_Menu(v4l2_querymenu& query) const;
+    int Get(v4l2_control& control) const;
+    int Set(v4l2_control& control);
+
+    /// VIDIOC_G_EXT_CTRLS, VIDIOC_S_EXT_CTRLS or VIDIOC_TRY_EXT_CTRLS; sets error_idx on failure.
+    int Extended(uint32_t request, v4l2_ext_controls& list);
+
+private:
+    const Control* Find(uint32_t id) const;
+    bool Is_Class(uint32_t id) const;
+    bool Is_Automatic(const Control& control, const v4l2_ext_controls* list) const;
+    uint32_t Next_Id(uint32_t id) const;
+    int Check_Value(const Control& control, int32_t& value) const;
+    int Check_Access(uint32_t request, const v4l2_ext_controls& list, const v4l2_ext_control& control) const;
+
+    std::vector<Control> controls_;  // by id
+    std::map<uint32_t, int32_t> values_;
+};
+
+}  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_CONTROL_SET_H

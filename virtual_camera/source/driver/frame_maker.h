@@ -1,0 +1,36 @@
+// Makes the frames of a camera: the test card, or what a script hands in, with padding and damage.
+#ifndef WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
+#define WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
+
+#include "driver/capture_queue.h"
+#include "driver/format_negotiation.h"
+#include "picture/frame_painter.h"
+#include "script/script.h"
+
+namespace virtual_camera {
+
+class Frame_Maker : public Frame_Source {
+public:
+    Frame_Maker(const Camera_Description& description, Script& script);
+
+    /// Renders what frames of a mode are made of, which takes some milliseconds; nothing when it is there already.
+    void Set_Mode(const Video_Mode& mode);
+
+    uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content) override;
+
+    /// A frame as Fill would write it into a fresh buffer, scripted frames left out.
+    std::vector<uint8_t> Frame_Bytes(uint32_t sequence);
+
+private:
+    uint32_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous);
+
+    const Camera_Description& description_;
+    Script& script_;
+    Video_Mode mode_;
+    Paint_Mode painted_mode_;
+    std::unique_ptr<Frame_Painter> painter_;
+};
+
+}  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H

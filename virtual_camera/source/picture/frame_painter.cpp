@@ -1,0 +1,213 @@
+#include "picture/frame_painter.h"
+
+#include <linux/videodev2.h>
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "picture/test_card.h"
+
+namespace virtual_camera {
+namespace {
+
+constexpr uint8_t Dark = 16;
+constexpr uint8_t Bright = 235;
+constexpr int Number_Bits = 32;
+
+/// An uncompressed picture: 2 bytes a pixel for YUYV, 1 for GREY.
+struct Raw_Picture {
+    size_t stride = 0;
+    size_t rows = 0;
+    std::vector<uint8_t> bytes;
+};
+
+uint8_t To_Byte(double value)
+{
+    const double rounded_up = value + 0.5;  // never negative here, and faster than lround
+    return uint8_t(std::clamp(int(rounded_up), 0, 255));
+}
+
+double Luma(const uint8_t* p)
+{
+    return 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2];
+}
+
+void Pack_Pair(const uint8_t* left, const uint8_t* right, uint8_t* target)
+{
+    const double y0 = Luma(left), y1 = Luma(right);
+    target[0] = To_Byte(y0);
+    target[1] = To_Byte(128 + ((left[2] + right[2]) / 2.0 - (y0 + y1) / 2) * 0.564);
+    target[2] = To_Byte(y1);
+    target[3] = To_Byte(128 + ((left[0] + right[0]) / 2.0 - (y0 + y1) / 2) * 0.713);
+}
+
+Raw_Picture Pack(const Picture& picture, size_t bytes_per_pixel)
+{
+    Raw_Picture raw;
+    raw.stride = size_t(picture.width) * bytes_per_pixel;
+    raw.rows = size_t(picture.height);
+    raw.bytes.resize(raw.stride * raw.rows);
+    for (int y = 0; y < picture.height; y++) {
+        uint8_t* row = &raw.bytes[size_t(y) * raw.stride];
+        if (bytes_per_pixel == 1) {
+            for (int x = 0; x < picture.width; x++) {
+                row[x] = To_Byte(Luma(picture.At(x, y)));
+            }
+            continue;
+        }
+        for (int x = 0; x + 1 < picture.width; x += 2) {
+            Pack_Pair(picture.At(x, y), picture.At(x + 1, y), row + x * 2);
+        }
+    }
+    return raw;
+}
+
+class Raw_Painter : public Frame_Painter {
+public:
+    Raw_Painter(const Paint_Mode& mode, size_t bytes_per_pixel, size_t frame_bytes)
+        : pixel_bytes_(bytes_per_pixel), layout_(Lay_Out(int(mode.width), int(mode.height)))
+    {
+        card_ = Pack(Draw_Card(layout_, mode.name, mode.text), pixel_bytes_);
+        if (layout_.digits > 0) {
+            digits_ = Pack(Draw_Digits(layout_), pixel_bytes_);
+        }
+        if (layout_.band_height > 0) {
+            ball_ = Pack(Draw_Ball(layout_), pixel_bytes_);
+        }
+        frame_bytes_ = std::max<size_t>(frame_bytes, 1);
+        const size_t drawn = card_.bytes.size();
+        card_.bytes.resize(std::max(drawn, frame_bytes_));
+        for (size_t at = drawn; at < card_.bytes.size() && drawn > 0; at++) {
+            card_.bytes[at] = card_.bytes[at - drawn];
+        }
+    }
+
+    size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous) override
+    {
+        if (capacity < card_.stride * card_.rows) {
+            std::memcpy(target, card_.bytes.data(), std::min(capacity, frame_bytes_));
+            return std::min(capacity, frame_bytes_);
+        }
+        if (!previous) {
+            std::memcpy(target, card_.bytes.data(), frame_bytes_);
+        } else if (layout_.band_height > 0) {
+            Restore_Band(target, layout_.Ball_X(*previous));
+        }
+        Put_Number(target, sequence);
+        Put_Digits(target, sequence);
+        if (layout_.band_height > 0) {
+            Put(target, ball_, 0, ball_.stride, layout_.Ball_X(sequence), layout_.band_y);
+        }
+        return frame_bytes_;
+    }
+
+private:
+    /// Copies columns of a piece, `from` and `length` in bytes, to a place in the frame.
+    void Put(uint8_t* target, const Raw_Picture& piece, size_t from, size_t length, int x, int y) const
+    {
+        uint8_t* row = target + size_t(y) * card_.stride + size_t(x) * pixel_bytes_;
+        for (size_t i = 0; i < piece.rows; i++, row += card_.stride) {
+            std::memcpy(row, &piece.bytes[i * piece.stride + from], length);
+        }
+    }
+
+    void Restore_Band(uint8_t* target, int x) const
+    {
+        for (int y = 0; y < layout_.band_height; y++) {
+            const size_t at = size_t(layout_.band_y + y) * card_.stride + size_t(x) * pixel_bytes_;
+            std::memcpy(target + at, &card_.bytes[at], ball_.stride);
+        }
+    }
+
+    void Put_Digits(uint8_t* target, uint32_t sequence) const
+    {
+        const size_t width = size_t(layout_.digit_width) * pixel_bytes_;
+        for (int i = layout_.digits - 1; i >= 0; i--, sequence /= 10) {
+            Put(target, digits_, (sequence % 10) * width, width, layout_.digit_x + i * layout_.digit_width,
+                layout_.digit_y);
+        }
+    }
+
+    // Two pixels a bit, so that the number survives the sharing of chroma; the highest bit comes first.
+    void Put_Number(uint8_t* target, uint32_t sequence) const
+    {
+        if (frame_bytes_ < 2 * pixel_bytes_ * Number_Bits) {
+            return;
+        }
+        for (int bit = Number_Bits - 1; bit >= 0; bit--) {
+            const uint8_t luma = (sequence >> bit) & 1 ? Bright : Dark;
+            *target++ = luma;
+            if (pixel_bytes_ == 2) {
+                *target++ = 128;
+            }
+            *target++ = luma;
+            if (pixel_bytes_ == 2) {
+                *target++ = 128;
+            }
+        }
+    }
+
+    size_t pixel_bytes_;
+    size_t frame_bytes_ = 0;
+    Card_Layout layout_;
+    Raw_Picture card_, digits_, ball_;
+};
+
+std::optional<uint32_t> Read_Raw_Sequence(const uint8_t* bytes, size_t length, size_t pixel_bytes)
+{
+    if (length < 2 * pixel_bytes * Number_Bits) {
+        return std::nullopt;
+    }
+    uint32_t sequence = 0;
+    for (size_t bit = 0; bit < Number_Bits; bit++) {
+        const uint8_t* pair = bytes + bit * 2 * pixel_bytes;
+        const uint8_t first = pair[0], second = pair[pixel_bytes];
+        if (first != second || (first != Dark && first != Bright)) {
+            return std::nullopt;
+        }
+        sequence = sequence << 1 | (first == Bright ? 1U : 0U);
+    }
+    return sequence;
+}
+
+std::optional<uint32_t> Read_Jpeg_Sequence(const uint8_t* bytes, size_t length)
+{
+    constexpr uint8_t Comment = 0xfe, Start_Of_Scan = 0xda;
+    constexpr size_t Prefix = sizeof(Jpeg_Comment_Prefix) - 1;
+    for (size_t at = 2; at + 4 <= length && bytes[at] == 0xff && bytes[at + 1] != Start_Of_Scan;) {
+        const size_t size = size_t(bytes[at + 2]) << 8 | bytes[at + 3];
+        const uint8_t* text = bytes + at + 4;
+        if (bytes[at + 1] == Comment && at + 4 + Prefix + Jpeg_Comment_Digits <= length &&
+            std::memcmp(text, Jpeg_Comment_Prefix, Prefix) == 0) {
+            uint64_t sequence = 0;
+            for (size_t i = 0; i < Jpeg_Comment_Digits; i++) {
+                sequence = sequence * 10 + uint64_t(text[Prefix + i] - '0');
+            }
+            return uint32_t(sequence);
+        }
+        at += 2 + size;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::unique_ptr<Frame_Painter> Make_Painter(const Paint_Mode& mode, size_t frame_bytes)
+{
+    constexpr uint32_t Jpeg_Limit = 65500;
+    const bool jpeg = mode.fourcc == V4L2_PIX_FMT_MJPEG || mode.fourcc == V4L2_PIX_FMT_JPEG;
+    if (jpeg && mode.width <= Jpeg_Limit && mode.height <= Jpeg_Limit) {
+        return Make_Jpeg_Painter(mode);
+    }
+    return std::make_unique<Raw_Painter>(mode, mode.fourcc == V4L2_PIX_FMT_YUYV ? 2 : 1, frame_bytes);
+}
+
+std::optional<uint32_t> Read_Sequence(uint32_t fourcc, const uint8_t* bytes, size_t length)
+{
+    if (fourcc == V4L2_PIX_FMT_MJPEG || fourcc == V4L2_PIX_FMT_JPEG) {
+        return Read_Jpeg_Sequence(bytes, length);
+    }
+    return Read_Raw_Sequence(bytes, length, fourcc == V4L2_PIX_FMT_YUYV ? 2 : 1);
+}
+
+}  // namespace virtual_camera

@@ -1,0 +1,236 @@
+// Motion-JPEG frames without encoding each: the card, the digits and the band's phases are encoded apart, cut at their
+// restart markers, and a frame is put together from the pieces. A piece starts without prediction, so that it means
+// the same wherever it stands; only the number of the marker behind it depends on its place.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include <jpeglib.h>  // needs FILE and size_t declared
+
+#include "picture/frame_painter.h"
+#include "picture/test_card.h"
+
+namespace virtual_camera {
+namespace {
+
+constexpr int Quality = 85;
+constexpr uint8_t Marker = 0xff;
+constexpr uint8_t First_Restart = 0xd0;
+constexpr size_t Restarts = 8;
+
+using Bytes = std::vector<uint8_t>;
+
+void Set_Up(jpeg_compress_struct& encoder, const Picture& picture, int segment_width)
+{
+    encoder.image_width = JDIMENSION(picture.width);
+    encoder.image_height = JDIMENSION(picture.height);
+    encoder.input_components = 3;
+    encoder.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&encoder);
+    jpeg_set_quality(&encoder, Quality, TRUE);
+    encoder.comp_info[0].h_samp_factor = 2;  // 4:2:2, as cameras deliver it
+    encoder.comp_info[0].v_samp_factor = 1;
+    encoder.restart_interval = unsigned(segment_width / Block_Width);
+}
+
+Bytes Encode(const Picture& picture, int segment_width)
+{
+    jpeg_compress_struct encoder;
+    jpeg_error_mgr errors;
+    encoder.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&encoder);
+    unsigned char* memory = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&encoder, &memory, &size);
+    Set_Up(encoder, picture, segment_width);
+    jpeg_start_compress(&encoder, TRUE);
+    const std::string comment = Jpeg_Comment_Prefix + std::string(Jpeg_Comment_Digits, '0');
+    jpeg_write_marker(&encoder, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()), unsigned(comment.size()));
+    while (encoder.next_scanline < encoder.image_height) {
+        auto* row = const_cast<JSAMPROW>(picture.At(0, int(encoder.next_scanline)));
+        jpeg_write_scanlines(&encoder, &row, 1);
+    }
+    jpeg_finish_compress(&encoder);
+    Bytes bytes(memory, memory + size);
+    std::free(memory);
+    jpeg_destroy_compress(&encoder);
+    return bytes;
+}
+
+/// An encoded picture cut into header and segments, each without the marker behind it.
+struct Cut_Picture {
+    Bytes header;
+    std::vector<Bytes> segments;
+};
+
+size_t Scan_Start(const Bytes& jpeg)
+{
+    constexpr uint8_t Start_Of_Scan = 0xda;
+    size_t at = 2;
+    while (jpeg[at + 1] != Start_Of_Scan) {
+        at += 2 + (size_t(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+    }
+    return at + 2 + (size_t(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+}
+
+Cut_Picture Cut(const Bytes& jpeg)
+{
+    Cut_Picture cut;
+    size_t from = Scan_Start(jpeg);
+    cut.header.assign(jpeg.begin(), jpeg.begin() + long(from));
+    for (size_t at = from; at + 1 < jpeg.size(); at++) {
+        if (jpeg[at] == Marker && jpeg[at + 1] != 0) {
+            cut.segments.emplace_back(jpeg.begin() + long(from), jpeg.begin() + long(at));
+            from = at + 2;
+            at++;
+        }
+    }
+    return cut;
+}
+
+class Jpeg_Painter : public Frame_Painter {
+public:
+    explicit Jpeg_Painter(const Paint_Mode& mode)
+        : layout_(Lay_Out(int(mode.width), int(mode.height))), ball_(Draw_Ball(layout_))
+    {
+        const Cut_Picture card = Cut(Encode(Draw_Card(layout_, mode.name, mode.text), layout_.segment_width));
+        columns_ = size_t((layout_.width + layout_.segment_width - 1) / layout_.segment_width);
+        if (layout_.digits > 0) {
+            digits_ = Cut(Encode(Draw_Digits(layout_), layout_.segment_width)).segments;
+        }
+        Find_Comment(card.header);
+        Plan(card);
+    }
+
+    size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>) override
+    {
+        const Bytes& band = Band(sequence % Ball_Phases);
+        char digits[Jpeg_Comment_Digits + 1];
+        std::snprintf(digits, sizeof digits, "%010u", sequence);
+        frame_.clear();
+        for (const Piece& piece : plan_) {
+            if (piece.kind == Piece_Kind::Still) {
+                Append(piece.bytes);
+            } else if (piece.kind == Piece_Kind::Band) {
+                Append(band);
+            } else {
+                const int digit = digits[Jpeg_Comment_Digits - size_t(layout_.digits) + piece.place] - '0';
+                Append(digits_[piece.segment + size_t(digit) * Digit_Columns()]);
+                Append_Marker(frame_, piece.index);
+            }
+        }
+        std::memcpy(&frame_[comment_at_], digits, Jpeg_Comment_Digits);
+        std::memcpy(target, frame_.data(), std::min(capacity, frame_.size()));
+        return std::min(capacity, frame_.size());
+    }
+
+private:
+    enum class Piece_Kind { Still, Digit, Band };
+
+    struct Piece {
+        Piece_Kind kind = Piece_Kind::Still;
+        Bytes bytes;         // of a still piece, markers included
+        size_t place = 0;    // which digit, from the left
+        size_t segment = 0;  // of the digit strip, for digit 0
+        size_t index = 0;    // of the segment in the picture
+    };
+
+    size_t Digit_Columns() const { return size_t(layout_.digit_width / layout_.segment_width); }
+    size_t Band_First() const { return size_t(layout_.band_y / Block_Height) * columns_; }
+    size_t Band_Count() const { return size_t(layout_.band_height / Block_Height) * columns_; }
+
+    void Append(const Bytes& bytes) { frame_.insert(frame_.end(), bytes.begin(), bytes.end()); }
+
+    /// Behind the last segment comes the end of the image, behind the others a restart marker.
+    void Append_Marker(Bytes& bytes, size_t index) const
+    {
+        constexpr uint8_t End_Of_Image = 0xd9;
+        bytes.push_back(Marker);
+        bytes.push_back(index + 1 == segments_ ? End_Of_Image : uint8_t(First_Restart + index % Restarts));
+    }
+
+    void Find_Comment(const Bytes& header)
+    {
+        const char* prefix = Jpeg_Comment_Prefix;
+        const size_t length = std::strlen(prefix);
+        comment_at_ =
+            size_t(std::search(header.begin(), header.end(), prefix, prefix + length) - header.begin()) + length;
+    }
+
+    std::optional<Piece> Digit_Piece(size_t index) const
+    {
+        const int x = int(index % columns_) * layout_.segment_width - layout_.digit_x;
+        const int y = int(index / columns_) * Block_Height - layout_.digit_y;
+        if (x < 0 || y < 0 || x >= layout_.digits * layout_.digit_width || y >= layout_.digit_height) {
+            return std::nullopt;
+        }
+        Piece piece;
+        piece.kind = Piece_Kind::Digit;
+        piece.place = size_t(x / layout_.digit_width);
+        piece.segment =
+            size_t(y / Block_Height) * 10 * Digit_Columns() + size_t(x % layout_.digit_width / layout_.segment_width);
+        piece.index = index;
+        return piece;
+    }
+
+    Piece& Still_Piece()
+    {
+        if (plan_.empty() || plan_.back().kind != Piece_Kind::Still) {
+            plan_.emplace_back();
+        }
+        return plan_.back();
+    }
+
+    void Plan(const Cut_Picture& card)
+    {
+        segments_ = card.segments.size();
+        Still_Piece().bytes = card.header;
+        for (size_t index = 0; index < segments_; index++) {
+            if (Band_Count() > 0 && index == Band_First()) {
+                plan_.emplace_back().kind = Piece_Kind::Band;
+                index += Band_Count() - 1;
+            } else if (const auto digit = Digit_Piece(index)) {
+                plan_.push_back(*digit);
+            } else {
+                Bytes& bytes = Still_Piece().bytes;
+                bytes.insert(bytes.end(), card.segments[index].begin(), card.segments[index].end());
+                Append_Marker(bytes, index);
+            }
+        }
+    }
+
+    const Bytes& Band(size_t phase)
+    {
+        Bytes& band = bands_[phase];
+        if (band.empty() && Band_Count() > 0) {
+            const Cut_Picture cut = Cut(Encode(Draw_Band(layout_, ball_, uint32_t(phase)), layout_.segment_width));
+            for (size_t i = 0; i < cut.segments.size(); i++) {
+                band.insert(band.end(), cut.segments[i].begin(), cut.segments[i].end());
+                Append_Marker(band, Band_First() + i);
+            }
+        }
+        return band;
+    }
+
+    Card_Layout layout_;
+    Picture ball_;
+    size_t columns_ = 0;   // segments in a row
+    size_t segments_ = 0;  // in the picture
+    size_t comment_at_ = 0;
+    std::vector<Piece> plan_;
+    std::vector<Bytes> digits_;
+    std::array<Bytes, Ball_Phases> bands_;
+    Bytes frame_;
+};
+
+}  // namespace
+
+std::unique_ptr<Frame_Painter> Make_Jpeg_Painter(const Paint_Mode& mode)
+{
+    return std::make_unique<Jpeg_Painter>(mode);
+}
+
+}  // namespace virtual_camera

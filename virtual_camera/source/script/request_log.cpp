@@ -1,0 +1,154 @@
+#include "script/request_log.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace virtual_camera {
+namespace {
+
+std::atomic<bool> logging{false};
+std::mutex log_mutex;
+
+std::vector<Log_Entry>& Entries()
+{
+    static auto* entries = new std::vector<Log_Entry>;  // outlives every user
+    return *entries;
+}
+
+void Describe_Buffer(const v4l2_buffer& buffer, Log_Entry& entry)
+{
+    entry.type = buffer.type;
+    entry.index = buffer.index;
+    entry.memory = buffer.memory;
+    entry.bytes_used = buffer.bytesused;
+    entry.sequence = buffer.sequence;
+    entry.offset = buffer.m.offset;
+    entry.length = buffer.length;
+}
+
+void Describe_Format(const v4l2_format& format, Log_Entry& entry)
+{
+    entry.type = format.type;
+    entry.pixel_format = format.fmt.pix.pixelformat;
+    entry.width = format.fmt.pix.width;
+    entry.height = format.fmt.pix.height;
+    entry.length = format.fmt.pix.sizeimage;
+}
+
+bool Describe_Enumeration(uint32_t request, const void* argument, Log_Entry& entry)
+{
+    if (request == VIDIOC_ENUM_FMT) {
+        const auto& format = *static_cast<const v4l2_fmtdesc*>(argument);
+        entry.type = format.type;
+        entry.index = format.index;
+        entry.pixel_format = format.pixelformat;
+    } else if (request == VIDIOC_ENUM_FRAMESIZES) {
+        const auto& size = *static_cast<const v4l2_frmsizeenum*>(argument);
+        entry.index = size.index;
+        entry.pixel_format = size.pixel_format;
+    } else if (request == VIDIOC_ENUM_FRAMEINTERVALS) {
+        const auto& interval = *static_cast<const v4l2_frmivalenum*>(argument);
+        entry.index = interval.index;
+        entry.pixel_format = interval.pixel_format;
+        entry.width = interval.width;
+        entry.height = interval.height;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool Describe_Control(uint32_t request, const void* argument, Log_Entry& entry)
+{
+    if (request == VIDIOC_G_CTRL || request == VIDIOC_S_CTRL) {
+        entry.id = static_cast<const v4l2_control*>(argument)->id;
+        entry.value = static_cast<const v4l2_control*>(argument)->value;
+    } else if (request == VIDIOC_QUERYCTRL) {
+        entry.id = static_cast<const v4l2_queryctrl*>(argument)->id;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool Is_Logging()
+{
+    return logging.load(std::memory_order_relaxed);
+}
+
+void Lock_Log()
+{
+    log_mutex.lock();
+}
+
+void Unlock_Log()
+{
+    log_mutex.unlock();
+}
+
+void Append_To_Log(Log_Entry entry)
+{
+    entry.name = Request_Name(entry.request);
+    const std::lock_guard lock(log_mutex);
+    Entries().push_back(std::move(entry));
+}
+
+void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry)
+{
+    if (!argument || Describe_Enumeration(request, argument, entry) || Describe_Control(request, argument, entry)) {
+        return;
+    }
+    if (request == VIDIOC_QBUF || request == VIDIOC_DQBUF || request == VIDIOC_QUERYBUF) {
+        Describe_Buffer(*static_cast<const v4l2_buffer*>(argument), entry);
+    } else if (request == VIDIOC_S_FMT || request == VIDIOC_G_FMT || request == VIDIOC_TRY_FMT) {
+        Describe_Format(*static_cast<const v4l2_format*>(argument), entry);
+    } else if (request == VIDIOC_S_PARM || request == VIDIOC_G_PARM) {
+        const auto& parm = *static_cast<const v4l2_streamparm*>(argument);
+        entry.type = parm.type;
+        entry.interval = parm.parm.capture.timeperframe;
+    } else if (request == VIDIOC_REQBUFS) {
+        const auto& buffers = *static_cast<const v4l2_requestbuffers*>(argument);
+        entry.type = buffers.type;
+        entry.count = buffers.count;
+        entry.memory = buffers.memory;
+    } else if (request == VIDIOC_STREAMON || request == VIDIOC_STREAMOFF) {
+        entry.type = uint32_t(*static_cast<const int*>(argument));
+    }
+}
+
+void Start_Log()
+{
+    Clear_Log();
+    logging = true;
+}
+
+std::vector<Log_Entry> Log()
+{
+    const std::lock_guard lock(log_mutex);
+    return Entries();
+}
+
+void Clear_Log()
+{
+    const std::lock_guard lock(log_mutex);
+    Entries().clear();
+}
+
+void Stop_Log()
+{
+    logging = false;
+    Clear_Log();
+}
+
+std::string Log_Names()
+{
+    std::string names;
+    for (const Log_Entry& entry : Log()) {
+        names += (names.empty() ? "" : " ") + entry.name;
+    }
+    return names;
+}
+
+}  // namespace virtual_camera

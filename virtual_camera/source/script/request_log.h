@@ -1,0 +1,23 @@
+// The calls that programs made on virtual cameras, for tests to read.
+#ifndef WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H
+#define WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H
+
+#include <virtual_camera/virtual_camera.h>
+
+namespace virtual_camera {
+
+bool Is_Logging();
+void Stop_Log();  // and empties it
+
+// Around a fork.
+void Lock_Log();
+void Unlock_Log();
+
+void Append_To_Log(Log_Entry entry);
+
+/// Copies the fields of a request's argument that are worth reading.
+void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry);
+
+}  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H

@@ -1,0 +1,24 @@
+// The system calls behind the intercepted ones: the next definition in the search order, libc's in the end.
+#ifndef WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
+#define WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
+
+#include <sys/select.h>
+#include <sys/types.h>
+#include <cstddef>
+
+namespace virtual_camera::real {
+
+int Ioctl(int fd, unsigned long request, void* argument);
+void* Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset);
+int Munmap(void* address, size_t length);
+int Close(int fd);
+int Dup3(int fd, int copy, int flags);
+int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
+long Syscall(long number, const long (&arguments)[6]);
+
+/// The function of that name in the next object, never null for a name that libc has.
+void* Next(const char* name);
+
+}  // namespace virtual_camera::real
+
+#endif  // WQZ_VIRTUAL_CAMERA_REAL_CALLS_H

@@ -1,0 +1,89 @@
+#include "calls/registry.h"
+#include "script/request_log.h"
+
+namespace virtual_camera {
+namespace {
+
+std::shared_ptr<Camera> Needed(const std::string& node)
+{
+    auto camera = Registry::Instance().Camera_At(node);
+    if (!camera) {
+        throw std::invalid_argument("no virtual camera has the node " + node);
+    }
+    return camera;
+}
+
+}  // namespace
+
+void Add_Camera(Camera_Description description)
+{
+    Registry::Instance().Add(std::move(description));
+}
+
+void Unplug(const std::string& node)
+{
+    Needed(node)->Unplug();
+}
+
+void Reset()
+{
+    Registry::Instance().Clear();
+    Stop_Log();
+}
+
+void Fail(const std::string& node, uint32_t request, Fault fault)
+{
+    Needed(node)->Scripted().Add_Fault(request, fault);
+}
+
+void Alter(const std::string& node, uint32_t request, std::function<void(void*)> change, int times, int skip)
+{
+    Needed(node)->Scripted().Add_Alteration(request, std::move(change), times, skip);
+}
+
+void Script_Select(const std::string& node, int result, int error, int times, int skip)
+{
+    Needed(node)->Scripted().Add_Select({result, error}, times, skip);
+}
+
+void Hold_Frames(const std::string& node)
+{
+    Needed(node)->Hold_Frames();
+}
+
+void Deliver_Frames(const std::string& node, uint32_t count)
+{
+    Needed(node)->Deliver_Frames(count);
+}
+
+void Resume_Frames(const std::string& node)
+{
+    Needed(node)->Resume_Frames();
+}
+
+void Delay_Frames(const std::string& node, uint32_t milliseconds)
+{
+    Needed(node)->Delay_Frames(Time(milliseconds) * (Second / 1000));
+}
+
+void Push_Frame(const std::string& node, std::vector<uint8_t> bytes)
+{
+    Needed(node)->Scripted().Push_Frame(std::move(bytes));
+}
+
+void Set_Descriptor_Minimum(const std::string& node, int minimum)
+{
+    Needed(node)->Scripted().Set_Descriptor_Minimum(minimum);
+}
+
+std::vector<uint8_t> Frame_Bytes(const std::string& node, uint32_t sequence)
+{
+    return Needed(node)->Frame_Bytes(sequence);
+}
+
+std::optional<uint32_t> Sequence_In_Frame(uint32_t fourcc, const void* bytes, size_t length)
+{
+    return Read_Sequence(fourcc, static_cast<const uint8_t*>(bytes), length);
+}
+
+}  // namespace virtual_camera
