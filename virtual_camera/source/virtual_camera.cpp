@@ -63,7 +63,7 @@ void Resume_Frames(const std::string& node)
 
 void Delay_Frames(const std::string& node, uint32_t milliseconds)
 {
-    Needed(node)->Delay_Frames(Time(milliseconds) * (Second / 1000));
+    Needed(node)->Delay_Frames(static_cast<Time>(milliseconds) * (Second / 1000));
 }
 
 void Push_Frame(const std::string& node, std::vector<uint8_t> bytes)

@@ -12,11 +12,11 @@ namespace {
 
 class Errno_Keeper {
 public:
-    ~Errno_Keeper() { errno = value_; }
-    void Set(int error) { value_ = error != 0 ? error : value_; }
+    ~Errno_Keeper() { errno = value; }
+    void Set(int error) { value = error != 0 ? error : value; }
 
 private:
-    int value_ = errno;
+    int value = errno;
 };
 
 }  // namespace
@@ -63,7 +63,7 @@ bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t
 void Munmap(void* address, size_t length)
 {
     const Errno_Keeper keeper;
-    if (length > 0 && uintptr_t(address) % uintptr_t(sysconf(_SC_PAGESIZE)) == 0) {
+    if (length > 0 && reinterpret_cast<uintptr_t>(address) % static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)) == 0) {
         Registry::Instance().Unmap(address, length);
     }
 }

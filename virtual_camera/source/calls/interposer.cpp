@@ -130,7 +130,7 @@ INTERCEPT int ioctl(int fd, unsigned long request, ...)
     void* argument = va_arg(list, void*);
     va_end(list);
     int result = -1;
-    if (fd >= 0 && !calls::Is_Idle() && calls::Ioctl(fd, uint32_t(request), argument, &result)) {
+    if (fd >= 0 && !calls::Is_Idle() && calls::Ioctl(fd, static_cast<uint32_t>(request), argument, &result)) {
         return result;
     }
     return real::Ioctl(fd, request, argument);
@@ -188,30 +188,32 @@ INTERCEPT long syscall(long number, ...)
     }
     va_end(list);
     int result = -1;
-    if (number == SYS_openat && Open_Camera(reinterpret_cast<const char*>(a[1]), int(a[2]), &result)) {
+    if (number == SYS_openat && Open_Camera(reinterpret_cast<const char*>(a[1]), static_cast<int>(a[2]), &result)) {
         return result;
     }
 #ifdef SYS_open
-    if (number == SYS_open && Open_Camera(reinterpret_cast<const char*>(a[0]), int(a[1]), &result)) {
+    if (number == SYS_open && Open_Camera(reinterpret_cast<const char*>(a[0]), static_cast<int>(a[1]), &result)) {
         return result;
     }
 #endif
     if (calls::Is_Idle()) {
         return real::Syscall(number, a);
     }
-    if (number == SYS_ioctl && calls::Ioctl(int(a[0]), uint32_t(a[1]), reinterpret_cast<void*>(a[2]), &result)) {
+    if (number == SYS_ioctl &&
+        calls::Ioctl(static_cast<int>(a[0]), static_cast<uint32_t>(a[1]), reinterpret_cast<void*>(a[2]), &result)) {
         return result;
     }
     if (number == SYS_close) {
-        return Close_Any(int(a[0]));
+        return Close_Any(static_cast<int>(a[0]));
     }
     if (number == SYS_munmap) {
-        return Munmap_Any(reinterpret_cast<void*>(a[0]), size_t(a[1]));
+        return Munmap_Any(reinterpret_cast<void*>(a[0]), static_cast<size_t>(a[1]));
     }
 #ifdef SYS_mmap
     if (number == SYS_mmap) {
-        return reinterpret_cast<long>(
-            Mmap_Any(reinterpret_cast<void*>(a[0]), size_t(a[1]), int(a[2]), int(a[3]), int(a[4]), a[5]));
+        return reinterpret_cast<long>(Mmap_Any(reinterpret_cast<void*>(a[0]), static_cast<size_t>(a[1]),
+                                               static_cast<int>(a[2]), static_cast<int>(a[3]), static_cast<int>(a[4]),
+                                               a[5]));
     }
 #endif
     return real::Syscall(number, a);

@@ -21,7 +21,7 @@ constexpr char Description_Variable[] = "WQZ_VIRTUAL_CAMERA";
 bool Holds(const fd_set* set, int fd)
 {
     const auto* words = reinterpret_cast<const fd_mask*>(set);
-    return (words[fd / NFDBITS] & (fd_mask(1) << (fd % NFDBITS))) != 0;
+    return (words[fd / NFDBITS] & (static_cast<fd_mask>(1) << (fd % NFDBITS))) != 0;
 }
 
 void Clear_Set(fd_set* set, int count)
@@ -34,12 +34,12 @@ void Clear_Set(fd_set* set, int count)
 
 void Insert(fd_set* set, int fd)
 {
-    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= fd_mask(1) << (fd % NFDBITS);
+    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= static_cast<fd_mask>(1) << (fd % NFDBITS);
 }
 
 uintptr_t Page_End(uintptr_t address)
 {
-    const auto page = uintptr_t(sysconf(_SC_PAGESIZE));
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     return (address + page - 1) / page * page;
 }
 
@@ -87,9 +87,9 @@ Registry::Registry()
 
 void Registry::Lock_All()
 {
-    mutex_.lock();
+    mutex.lock();
     std::set<Camera*> cameras;
-    for (const auto& [path, node] : nodes_) {
+    for (const auto& [path, node] : nodes) {
         if (cameras.insert(node.camera.get()).second) {
             node.camera->Lock();
         }
@@ -101,7 +101,7 @@ void Registry::Unlock_All(bool in_child)
 {
     Unlock_Log();
     std::set<Camera*> cameras;
-    for (const auto& [path, node] : nodes_) {
+    for (const auto& [path, node] : nodes) {
         if (cameras.insert(node.camera.get()).second) {
             if (in_child) {
                 node.camera->Replace_Timers();
@@ -109,16 +109,16 @@ void Registry::Unlock_All(bool in_child)
             node.camera->Unlock();
         }
     }
-    mutex_.unlock();
+    mutex.unlock();
 }
 
 void Registry::Add_Locked(Camera_Description description)
 {
-    Complete(description, [this](const std::string& path) { return nodes_.count(path) > 0; });
+    Complete(description, [this](const std::string& path) { return nodes.count(path) > 0; });
     const auto camera = std::make_shared<Camera>(std::move(description));
-    nodes_[camera->Description().capture_node] = {camera, false};
+    nodes[camera->Description().capture_node] = {camera, false};
     if (camera->Description().has_metadata) {
-        nodes_[camera->Description().metadata_node] = {camera, true};
+        nodes[camera->Description().metadata_node] = {camera, true};
     }
 }
 
@@ -127,36 +127,36 @@ void Registry::Add(Camera_Description description)
     if (description.formats.empty()) {
         description.formats = Default_Formats();
     }
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     Add_Locked(std::move(description));
 }
 
 void Registry::Clear()
 {
-    std::map<std::string, Node> nodes;
+    std::map<std::string, Node> removed;
     {
-        const std::lock_guard lock(mutex_);
-        nodes.swap(nodes_);
+        const std::lock_guard lock(mutex);
+        removed.swap(nodes);
     }
-    for (const auto& [path, node] : nodes) {
+    for (const auto& [path, node] : removed) {
         node.camera->Unplug();
     }
 }
 
 std::shared_ptr<Camera> Registry::Camera_At(const std::string& node)
 {
-    const std::lock_guard lock(mutex_);
-    const auto found = nodes_.find(node);
-    return found == nodes_.end() ? nullptr : found->second.camera;
+    const std::lock_guard lock(mutex);
+    const auto found = nodes.find(node);
+    return found == nodes.end() ? nullptr : found->second.camera;
 }
 
 bool Registry::Open(const char* path, int flags, Answer& answer)
 {
     auto file = std::make_shared<Open_File>();
     {
-        const std::lock_guard lock(mutex_);
-        const auto found = nodes_.find(path);
-        if (found == nodes_.end()) {
+        const std::lock_guard lock(mutex);
+        const auto found = nodes.find(path);
+        if (found == nodes.end()) {
             return false;
         }
         file->camera = found->second.camera;
@@ -170,8 +170,8 @@ bool Registry::Open(const char* path, int flags, Answer& answer)
         const int fd = file->camera->Open(file, flags);
         answer = {fd < 0 ? -1 : fd, fd < 0 ? -fd : 0};
         if (fd >= 0) {
-            const std::lock_guard lock(mutex_);
-            files_[fd] = file;
+            const std::lock_guard lock(mutex);
+            files[fd] = file;
             Count_Use(1);
         }
     }
@@ -185,22 +185,22 @@ bool Registry::Open(const char* path, int flags, Answer& answer)
 
 std::shared_ptr<Open_File> Registry::File_Of(int fd)
 {
-    const std::lock_guard lock(mutex_);
-    const auto found = files_.find(fd);
-    return found == files_.end() ? nullptr : found->second;
+    const std::lock_guard lock(mutex);
+    const auto found = files.find(fd);
+    return found == files.end() ? nullptr : found->second;
 }
 
 void Registry::Close(int fd)
 {
     std::shared_ptr<Open_File> file;
     {
-        const std::lock_guard lock(mutex_);
-        const auto found = files_.find(fd);
-        if (found == files_.end()) {
+        const std::lock_guard lock(mutex);
+        const auto found = files.find(fd);
+        if (found == files.end()) {
             return;
         }
         file = std::move(found->second);
-        files_.erase(found);
+        files.erase(found);
         Count_Use(-1);
     }
     if (Is_Logging()) {
@@ -220,8 +220,8 @@ void Registry::Duplicate(int original, int copy)
         return;
     }
     file->camera->Add_Descriptor(*file, copy);
-    const std::lock_guard lock(mutex_);
-    files_[copy] = file;
+    const std::lock_guard lock(mutex);
+    files[copy] = file;
     Count_Use(1);
 }
 
@@ -237,8 +237,8 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
         mapped = file->camera->Map(*file, address, length, protection, flags, offset);
     }
     if (mapped.address != MAP_FAILED) {
-        const std::lock_guard lock(mutex_);
-        mappings_[uintptr_t(mapped.address)] = {Page_End(length), file, mapped.memory, mapped.index};
+        const std::lock_guard lock(mutex);
+        mappings[reinterpret_cast<uintptr_t>(mapped.address)] = {Page_End(length), file, mapped.memory, mapped.index};
         Count_Use(1);
     }
     if (Is_Logging()) {
@@ -246,7 +246,7 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
         Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, answer);
         entry.address = mapped.address;
         entry.length = length;
-        entry.offset = uint64_t(offset);
+        entry.offset = static_cast<uint64_t>(offset);
         entry.index = mapped.index;
         Append_To_Log(std::move(entry));
     }
@@ -259,31 +259,31 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
 // A mapping that loses its beginning or its end goes on with the rest.
 bool Registry::Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken)
 {
-    const std::lock_guard lock(mutex_);
-    auto found = mappings_.upper_bound(from);
-    if (found != mappings_.begin() && std::prev(found)->first + std::prev(found)->second.length > from) {
+    const std::lock_guard lock(mutex);
+    auto found = mappings.upper_bound(from);
+    if (found != mappings.begin() && std::prev(found)->first + std::prev(found)->second.length > from) {
         --found;
     }
-    if (found == mappings_.end() || found->first >= to) {
+    if (found == mappings.end() || found->first >= to) {
         return false;
     }
     const uintptr_t start = found->first, end = start + found->second.length;
     taken = std::move(found->second);
-    mappings_.erase(found);
+    mappings.erase(found);
     if (start >= from && end <= to) {
         Count_Use(-1);
         return true;
     }
     const uintptr_t rest = start < from ? start : to;
     taken.length = start < from ? from - start : end - to;
-    mappings_[rest] = std::move(taken);
+    mappings[rest] = std::move(taken);
     return false;
 }
 
 void Registry::Unmap(void* address, size_t length)
 {
     Mapping taken;
-    const auto from = uintptr_t(address);
+    const auto from = reinterpret_cast<uintptr_t>(address);
     while (Take_Mapping(from, Page_End(from + length), taken)) {
         if (Is_Logging()) {
             Log_Entry entry = Call_Entry(Call_Munmap, taken.file->node, -1, {0, 0});
@@ -299,8 +299,8 @@ void Registry::Unmap(void* address, size_t length)
 
 std::shared_ptr<Open_File> Registry::First_Readable(int count, const fd_set* read, int& fd)
 {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [descriptor, file] : files_) {
+    const std::lock_guard lock(mutex);
+    for (const auto& [descriptor, file] : files) {
         if (read && descriptor < count && Holds(read, descriptor)) {
             fd = descriptor;
             return file;

@@ -70,10 +70,10 @@ private:
     void Lock_All();
     void Unlock_All(bool in_child);
 
-    std::mutex mutex_;
-    std::map<std::string, Node> nodes_;
-    std::unordered_map<int, std::shared_ptr<Open_File>> files_;
-    std::map<uintptr_t, Mapping> mappings_;
+    std::mutex mutex;
+    std::map<std::string, Node> nodes;
+    std::unordered_map<int, std::shared_ptr<Open_File>> files;
+    std::map<uintptr_t, Mapping> mappings;
 };
 
 }  // namespace virtual_camera

@@ -36,7 +36,7 @@ Control Boolean(uint32_t id, const char* name, int32_t value)
 
 Control Menu(uint32_t id, const char* name, std::vector<std::string> entries, int32_t value)
 {
-    Control control = Integer(id, name, 0, int32_t(entries.size()) - 1, value);
+    Control control = Integer(id, name, 0, static_cast<int32_t>(entries.size()) - 1, value);
     control.type = V4L2_CTRL_TYPE_MENU;
     control.menu = std::move(entries);
     return control;

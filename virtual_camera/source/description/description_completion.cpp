@@ -25,7 +25,7 @@ std::string Node_Name(const std::string& path)
 unsigned Node_Number(const std::string& path)
 {
     const size_t digit = path.find_first_of("0123456789");
-    return digit == std::string::npos ? 0 : unsigned(std::stoul(path.substr(digit)));
+    return digit == std::string::npos ? 0 : static_cast<unsigned>(std::stoul(path.substr(digit)));
 }
 
 void Complete(Camera_Description& camera, const std::function<bool(const std::string&)>& is_taken)

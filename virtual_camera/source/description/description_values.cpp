@@ -60,7 +60,7 @@ v4l2_fract Parse_Interval(const std::string& text)
     if (rate == std::floor(rate)) {
         return {1, Parse_Number<uint32_t>(text)};
     }
-    return {1000, uint32_t(std::lround(rate * 1000))};
+    return {1000, static_cast<uint32_t>(std::lround(rate * 1000))};
 }
 
 Frame_Size Parse_Size(const std::string& text)
@@ -89,7 +89,8 @@ uint32_t Parse_Fourcc(const std::string& text)
         Refuse("'" + text + "' is no four-character code");
     }
     std::string code = text + std::string(4 - text.size(), ' ');
-    return v4l2_fourcc(uint32_t(code[0]), uint32_t(code[1]), uint32_t(code[2]), uint32_t(code[3]));
+    return v4l2_fourcc(static_cast<uint32_t>(code[0]), static_cast<uint32_t>(code[1]), static_cast<uint32_t>(code[2]),
+                       static_cast<uint32_t>(code[3]));
 }
 
 int Parse_Errno(const std::string& text)

@@ -63,7 +63,7 @@ Usb_Identity& Usb(Reader& reader)
 
 void Begin_Camera(Reader& reader, const std::string& card)
 {
-    const auto index = uint32_t(reader.cameras.size());
+    const auto index = static_cast<uint32_t>(reader.cameras.size());
     Camera_Description camera = reader.common;
     if (camera.usb) {
         camera.usb->port = index + 1;
@@ -121,7 +121,8 @@ void Read_Size(Reader& reader, const Words& words)
     }
     if (!size.stepwise_intervals) {
         std::stable_sort(size.intervals.begin(), size.intervals.end(), [](v4l2_fract a, v4l2_fract b) {
-            return uint64_t(a.numerator) * b.denominator < uint64_t(b.numerator) * a.denominator;
+            return static_cast<uint64_t>(a.numerator) * b.denominator <
+                   static_cast<uint64_t>(b.numerator) * a.denominator;
         });
     }
     formats.back().sizes.push_back(size);
@@ -131,7 +132,7 @@ std::string Plain(const std::string& name)
 {
     std::string plain;
     for (char c : name) {
-        plain += std::isalnum(static_cast<unsigned char>(c)) ? char(std::tolower(c)) : '_';
+        plain += std::isalnum(static_cast<unsigned char>(c)) ? static_cast<char>(std::tolower(c)) : '_';
     }
     return plain;
 }

@@ -64,7 +64,8 @@ constexpr std::array Requests{
 
 std::string Upper(std::string text)
 {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::toupper(c)); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return text;
 }
 
@@ -98,7 +99,7 @@ std::string Fourcc_Text(uint32_t fourcc)
 {
     std::string text;
     for (int shift = 0; shift < 32; shift += 8) {
-        text += char((fourcc >> shift) & 0x7f);
+        text += static_cast<char>((fourcc >> shift) & 0x7f);
     }
     return text;
 }

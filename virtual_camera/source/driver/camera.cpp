@@ -20,57 +20,57 @@ Delivery_Plan Plan_Of(const Camera_Description& description)
     Delivery_Plan plan;
     plan.max_rate = description.max_rate;
     plan.unplug_after_frames = description.unplug_after_frames;
-    plan.unplug_after = Time(description.unplug_after_seconds * double(Second));
+    plan.unplug_after = static_cast<Time>(description.unplug_after_seconds * static_cast<double>(Second));
     plan.pause_after_frames = description.pause_after_frames;
-    plan.pause = Time(description.pause_seconds * double(Second));
+    plan.pause = static_cast<Time>(description.pause_seconds * static_cast<double>(Second));
     return plan;
 }
 
 }  // namespace
 
-Camera::Camera(Camera_Description description)
-    : description_(std::move(description)),
-      controls_(description_.controls),
-      queue_(Plan_Of(description_)),
-      frames_(description_, script_),
-      mode_(Nearest_Mode(description_.formats, description_.formats.front().fourcc,
-                         description_.formats.front().sizes.front().width,
-                         description_.formats.front().sizes.front().height))
+Camera::Camera(Camera_Description described)
+    : description(std::move(described)),
+      controls(description.controls),
+      queue(Plan_Of(description)),
+      frames(description, script),
+      mode(Nearest_Mode(description.formats, description.formats.front().fourcc,
+                        description.formats.front().sizes.front().width,
+                        description.formats.front().sizes.front().height))
 {
-    for (const Refusal& refusal : description_.refusals) {
-        script_.Add_Fault(refusal.request, {refusal.error, -1, refusal.times, 0, false});
+    for (const Refusal& refusal : description.refusals) {
+        script.Add_Fault(refusal.request, {refusal.error, -1, refusal.times, 0, false});
     }
 }
 
 int Camera::Open(const std::shared_ptr<Open_File>& file, int flags)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    if (unplugged_) {
+    if (unplugged) {
         return -ENOENT;
     }
-    const int fd = Make_Timer(flags, script_.Descriptor_Minimum());
+    const int fd = Make_Timer(flags, script.Descriptor_Minimum());
     if (fd < 0) {
         return fd;
     }
     file->armed = At_Once;
     file->descriptors.push_back(fd);
     file->references = 1;
-    files_.push_back(file);
+    files.push_back(file);
     Arm_Timers();
     return fd;
 }
 
 void Camera::Add_Descriptor(Open_File& file, int fd)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     file.descriptors.push_back(fd);
     file.references++;
 }
 
 void Camera::Remove_Descriptor(const std::shared_ptr<Open_File>& file, int fd)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
     std::erase(file->descriptors, fd);
     Release(*file);
@@ -83,46 +83,46 @@ void Camera::Release(Open_File& file)
     if (--file.references > 0) {
         return;
     }
-    if (owner_ == &file) {
-        queue_.Free();
-        owner_ = nullptr;
+    if (owner == &file) {
+        queue.Free();
+        owner = nullptr;
     }
-    files_.remove_if([&file](const auto& other) { return other.get() == &file; });
+    files.remove_if([&file](const auto& other) { return other.get() == &file; });
 }
 
 bool Camera::Acquire(Open_File& file)
 {
-    if (!owner_) {
-        owner_ = &file;
+    if (!owner) {
+        owner = &file;
     }
-    return owner_ == &file;
+    return owner == &file;
 }
 
 void Camera::Pass_Time()
 {
-    if (unplugged_) {
+    if (unplugged) {
         return;
     }
-    queue_.Advance(Now());
-    if (queue_.Is_Lost()) {
+    queue.Advance(Now());
+    if (queue.Is_Lost()) {
         Set_Unplugged();
     }
 }
 
 void Camera::Set_Unplugged()
 {
-    unplugged_ = true;
-    queue_.Abort();
+    unplugged = true;
+    queue.Abort();
 }
 
 void Camera::Arm_Timers()
 {
-    const Time ready = unplugged_ ? At_Once : queue_.Ready_At();
-    for (const auto& file : files_) {
-        const Time wanted = file->is_metadata && !unplugged_ ? At_Once : ready;
+    const Time ready = unplugged ? At_Once : queue.Ready_At();
+    for (const auto& file : files) {
+        const Time wanted = file->is_metadata && !unplugged ? At_Once : ready;
         const bool fired = wanted == At_Once && file->armed != Never && file->armed <= Now();
         if (file->armed != wanted && !fired && !file->descriptors.empty()) {
-            Arm_Timer(file->descriptors.front(), wanted, !waits_in_dequeue_);
+            Arm_Timer(file->descriptors.front(), wanted, !waits_in_dequeue);
             file->armed = wanted;
         }
     }
@@ -130,19 +130,19 @@ void Camera::Arm_Timers()
 
 Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument)
 {
-    const auto fault = script_.Take_Fault(request);
+    const auto fault = script.Take_Fault(request);
     int result = 0;
     if (!fault || fault->perform) {
-        Guard lock(mutex_);
+        Guard lock(mutex);
         Pass_Time();
-        result = unplugged_ ? -ENODEV : Perform(lock, file, fd, request, argument);
+        result = unplugged ? -ENODEV : Perform(lock, file, fd, request, argument);
         Arm_Timers();
     }
     Answer answer{result < 0 ? -1 : result, result < 0 ? -result : 0};
     if (fault) {
         answer = {fault->result, fault->error};
     } else if (result >= 0) {
-        if (const auto change = script_.Take_Alteration(request)) {
+        if (const auto change = script.Take_Alteration(request)) {
             change(argument);
         }
     }
@@ -161,39 +161,39 @@ Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument
 
 Camera::Mapped Camera::Map(Open_File& file, void* address, size_t length, int protection, int flags, off_t offset)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    if (unplugged_) {
+    if (unplugged) {
         return {MAP_FAILED, ENODEV, nullptr, 0};
     }
     const bool shared = (flags & MAP_TYPE) == MAP_SHARED || (flags & MAP_TYPE) == MAP_SHARED_VALIDATE;
-    const int index = offset < 0 ? -1 : queue_.Index_At(uint64_t(offset));
-    const auto page = size_t(sysconf(_SC_PAGESIZE));
+    const int index = offset < 0 ? -1 : queue.Index_At(static_cast<uint64_t>(offset));
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     if (file.is_metadata || !shared || (protection & PROT_READ) == 0 || index < 0 ||
-        length > (queue_.Length() + page - 1) / page * page) {
+        length > (queue.Length() + page - 1) / page * page) {
         return {MAP_FAILED, EINVAL, nullptr, 0};
     }
-    void* mapped = real::Mmap(address, length, protection, flags, queue_.Memory()->Descriptor(), offset);
+    void* mapped = real::Mmap(address, length, protection, flags, queue.Memory()->Descriptor(), offset);
     if (mapped == MAP_FAILED) {
         return {MAP_FAILED, errno, nullptr, 0};
     }
     file.references++;
-    queue_.Add_Mapping(uint32_t(index));
-    return {mapped, 0, queue_.Memory(), uint32_t(index)};
+    queue.Add_Mapping(static_cast<uint32_t>(index));
+    return {mapped, 0, queue.Memory(), static_cast<uint32_t>(index)};
 }
 
 void Camera::Unmap(const std::shared_ptr<Open_File>& file, const Buffer_Memory* memory, uint32_t index)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    queue_.Remove_Mapping(memory, index);
+    queue.Remove_Mapping(memory, index);
     Release(*file);
     Arm_Timers();
 }
 
 void Camera::Unplug()
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
     Set_Unplugged();
     Arm_Timers();
@@ -201,55 +201,55 @@ void Camera::Unplug()
 
 bool Camera::Is_Unplugged()
 {
-    const Guard lock(mutex_);
-    return unplugged_;
+    const Guard lock(mutex);
+    return unplugged;
 }
 
 void Camera::Hold_Frames()
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    queue_.Hold();
+    queue.Hold();
     Arm_Timers();
 }
 
 void Camera::Deliver_Frames(uint32_t count)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    queue_.Deliver(count);
+    queue.Deliver(count);
     Pass_Time();
     Arm_Timers();
 }
 
 void Camera::Resume_Frames()
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    queue_.Resume(Now());
+    queue.Resume(Now());
     Pass_Time();
     Arm_Timers();
 }
 
 void Camera::Delay_Frames(Time time)
 {
-    const Guard lock(mutex_);
+    const Guard lock(mutex);
     Pass_Time();
-    queue_.Delay(time);
+    queue.Delay(time);
     Arm_Timers();
 }
 
 std::vector<uint8_t> Camera::Frame_Bytes(uint32_t sequence)
 {
-    const Guard lock(mutex_);
-    frames_.Set_Mode(mode_);
-    return frames_.Frame_Bytes(sequence);
+    const Guard lock(mutex);
+    frames.Set_Mode(mode);
+    return frames.Frame_Bytes(sequence);
 }
 
 // The child's timers take the numbers of the inherited ones, which belong to the parent.
 void Camera::Replace_Timers()
 {
-    for (const auto& file : files_) {
+    for (const auto& file : files) {
         if (file->descriptors.empty()) {
             continue;
         }

@@ -36,10 +36,10 @@ struct Answer {
 
 class Camera {
 public:
-    explicit Camera(Camera_Description description);
+    explicit Camera(Camera_Description described);
 
-    const Camera_Description& Description() const { return description_; }
-    Script& Scripted() { return script_; }
+    const Camera_Description& Description() const { return description; }
+    Script& Scripted() { return script; }
 
     /// Opens a node of the camera. @return the descriptor, or a negative errno
     int Open(const std::shared_ptr<Open_File>& file, int flags);
@@ -72,13 +72,13 @@ public:
     // Around a fork: the child gets timers of its own, so that it does not rearm its parent's.
     void Lock()
     {
-        mutex_.lock();
-        script_.Lock();
+        mutex.lock();
+        script.Lock();
     }
     void Unlock()
     {
-        script_.Unlock();
-        mutex_.unlock();
+        script.Unlock();
+        mutex.unlock();
     }
     void Replace_Timers();
 
@@ -109,18 +109,18 @@ private:
     void Set_Unplugged();
     void Arm_Timers();
 
-    const Camera_Description description_;
-    Script script_;
-    std::mutex mutex_;
-    Control_Set controls_;
-    Capture_Queue queue_;
-    Frame_Maker frames_;
-    Video_Mode mode_;
-    Open_File* owner_ = nullptr;  // the privileged one
-    std::list<std::shared_ptr<Open_File>> files_;
-    uint32_t priority_ = V4L2_PRIORITY_INTERACTIVE;
-    bool unplugged_ = false;
-    bool waits_in_dequeue_ = false;
+    const Camera_Description description;
+    Script script;
+    std::mutex mutex;
+    Control_Set controls;
+    Capture_Queue queue;
+    Frame_Maker frames;
+    Video_Mode mode;
+    Open_File* owner = nullptr;  // the privileged one
+    std::list<std::shared_ptr<Open_File>> files;
+    uint32_t priority = V4L2_PRIORITY_INTERACTIVE;
+    bool unplugged = false;
+    bool waits_in_dequeue = false;
 };
 
 }  // namespace virtual_camera

@@ -31,13 +31,13 @@ int Camera::Perform(Guard& lock, Open_File& file, int fd, uint32_t request, void
         case VIDIOC_QUERYCAP:
             return Capability(file, As<v4l2_capability>(argument));
         case VIDIOC_G_PRIORITY:
-            As<uint32_t>(argument) = priority_;
+            As<uint32_t>(argument) = priority;
             return 0;
         case VIDIOC_S_PRIORITY:
             if (As<uint32_t>(argument) > V4L2_PRIORITY_RECORD) {
                 return -EINVAL;
             }
-            priority_ = As<uint32_t>(argument);
+            priority = As<uint32_t>(argument);
             return 0;
         default:
             break;
@@ -80,11 +80,11 @@ int Camera::Enumerate(uint32_t request, void* argument)
 {
     switch (request) {
         case VIDIOC_ENUM_FMT:
-            return Enumerate_Format(description_.formats, As<v4l2_fmtdesc>(argument));
+            return Enumerate_Format(description.formats, As<v4l2_fmtdesc>(argument));
         case VIDIOC_ENUM_FRAMESIZES:
-            return Enumerate_Size(description_.formats, As<v4l2_frmsizeenum>(argument));
+            return Enumerate_Size(description.formats, As<v4l2_frmsizeenum>(argument));
         case VIDIOC_ENUM_FRAMEINTERVALS:
-            return Enumerate_Interval(description_.formats, As<v4l2_frmivalenum>(argument));
+            return Enumerate_Interval(description.formats, As<v4l2_frmivalenum>(argument));
         default:
             return Control_Request(request, argument);
     }
@@ -94,19 +94,19 @@ int Camera::Control_Request(uint32_t request, void* argument)
 {
     switch (request) {
         case VIDIOC_QUERYCTRL:
-            return controls_.Query(As<v4l2_queryctrl>(argument));
+            return controls.Query(As<v4l2_queryctrl>(argument));
         case VIDIOC_QUERY_EXT_CTRL:
-            return controls_.Query_Extended(As<v4l2_query_ext_ctrl>(argument));
+            return controls.Query_Extended(As<v4l2_query_ext_ctrl>(argument));
         case VIDIOC_QUERYMENU:
-            return controls_.Query_Menu(As<v4l2_querymenu>(argument));
+            return controls.Query_Menu(As<v4l2_querymenu>(argument));
         case VIDIOC_G_CTRL:
-            return controls_.Get(As<v4l2_control>(argument));
+            return controls.Get(As<v4l2_control>(argument));
         case VIDIOC_S_CTRL:
-            return controls_.Set(As<v4l2_control>(argument));
+            return controls.Set(As<v4l2_control>(argument));
         case VIDIOC_G_EXT_CTRLS:
         case VIDIOC_S_EXT_CTRLS:
         case VIDIOC_TRY_EXT_CTRLS:
-            return controls_.Extended(request, As<v4l2_ext_controls>(argument));
+            return controls.Extended(request, As<v4l2_ext_controls>(argument));
         default:
             return -ENOTTY;
     }
@@ -147,11 +147,11 @@ int Camera::Capability(const Open_File& file, v4l2_capability& capability) const
     const auto copy = [](auto& target, const std::string& text) {
         std::snprintf(reinterpret_cast<char*>(target), sizeof target, "%s", text.c_str());
     };
-    copy(capability.driver, description_.driver);
-    copy(capability.card, description_.card);
-    copy(capability.bus_info, description_.bus_info);
+    copy(capability.driver, description.driver);
+    copy(capability.card, description.card);
+    copy(capability.bus_info, description.bus_info);
     capability.version = Driver_Version;
-    const uint32_t all = V4L2_CAP_VIDEO_CAPTURE | (description_.has_metadata ? V4L2_CAP_META_CAPTURE : 0U);
+    const uint32_t all = V4L2_CAP_VIDEO_CAPTURE | (description.has_metadata ? V4L2_CAP_META_CAPTURE : 0U);
     capability.capabilities = all | Common | V4L2_CAP_DEVICE_CAPS;
     capability.device_caps = (file.is_metadata ? V4L2_CAP_META_CAPTURE : V4L2_CAP_VIDEO_CAPTURE) | Common;
     return 0;
@@ -181,7 +181,7 @@ int Camera::Input_Request(Open_File& file, uint32_t request, void* argument)
 
 int Camera::Crop_Request(uint32_t request, void* argument)
 {
-    const v4l2_rect whole{0, 0, mode_.width, mode_.height};
+    const v4l2_rect whole{0, 0, mode.width, mode.height};
     if (request == VIDIOC_CROPCAP) {
         auto& crop = As<v4l2_cropcap>(argument);
         if (crop.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
@@ -217,17 +217,17 @@ int Camera::Format_Request(Open_File& file, uint32_t request, v4l2_format& forma
         return -EINVAL;
     }
     if (request == VIDIOC_G_FMT) {
-        Fill_Format(mode_, format.fmt.pix);
+        Fill_Format(mode, format.fmt.pix);
         return 0;
     }
-    if (request == VIDIOC_S_FMT && (!Acquire(file) || queue_.Has_Buffers())) {
+    if (request == VIDIOC_S_FMT && (!Acquire(file) || queue.Has_Buffers())) {
         return -EBUSY;
     }
     const v4l2_pix_format& wanted = format.fmt.pix;
-    const Video_Mode mode = Nearest_Mode(description_.formats, wanted.pixelformat, wanted.width, wanted.height);
-    Fill_Format(mode, format.fmt.pix);
+    const Video_Mode nearest = Nearest_Mode(description.formats, wanted.pixelformat, wanted.width, wanted.height);
+    Fill_Format(nearest, format.fmt.pix);
     if (request == VIDIOC_S_FMT) {
-        mode_ = mode;
+        mode = nearest;
     }
     return 0;
 }
@@ -238,15 +238,15 @@ int Camera::Parameter_Request(Open_File& file, uint32_t request, v4l2_streamparm
         return -EINVAL;
     }
     if (request == VIDIOC_S_PARM) {
-        if (!Acquire(file) || queue_.Is_Streaming()) {
+        if (!Acquire(file) || queue.Is_Streaming()) {
             return -EBUSY;
         }
-        mode_.interval = Nearest_Interval(mode_.size, parameters.parm.capture.timeperframe);
+        mode.interval = Nearest_Interval(mode.size, parameters.parm.capture.timeperframe);
     }
     parameters = v4l2_streamparm{};
     parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     parameters.parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-    parameters.parm.capture.timeperframe = mode_.interval;
+    parameters.parm.capture.timeperframe = mode.interval;
     return 0;
 }
 
@@ -255,21 +255,21 @@ int Camera::Buffer_Request(Guard& lock, Open_File& file, int fd, uint32_t reques
     if (request == VIDIOC_REQBUFS) {
         return Request_Buffers(file, As<v4l2_requestbuffers>(argument));
     }
-    if (owner_ != &file) {
+    if (owner != &file) {
         return -EBUSY;
     }
     switch (request) {
         case VIDIOC_QUERYBUF:
-            return queue_.Query(As<v4l2_buffer>(argument));
+            return queue.Query(As<v4l2_buffer>(argument));
         case VIDIOC_QBUF:
-            return queue_.Queue(As<v4l2_buffer>(argument), Now());
+            return queue.Queue(As<v4l2_buffer>(argument), Now());
         case VIDIOC_DQBUF:
             return Dequeue(lock, file, fd, As<v4l2_buffer>(argument));
         case VIDIOC_STREAMON:
             return Start(As<int>(argument));
         default:
             if (As<int>(argument) == V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-                queue_.Stop();
+                queue.Stop();
             }
             return As<int>(argument) == V4L2_BUF_TYPE_VIDEO_CAPTURE ? 0 : -EINVAL;
     }
@@ -286,17 +286,17 @@ int Camera::Request_Buffers(Open_File& file, v4l2_requestbuffers& buffers)
     if (buffers.memory != V4L2_MEMORY_MMAP) {
         return -EINVAL;
     }
-    if (queue_.Is_Streaming() || (waits_in_dequeue_ && buffers.count > 0)) {
+    if (queue.Is_Streaming() || (waits_in_dequeue && buffers.count > 0)) {
         return -EBUSY;
     }
     buffers.capabilities = V4L2_BUF_CAP_SUPPORTS_MMAP | V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
     buffers.flags = 0;
     if (buffers.count == 0) {
-        queue_.Free();
-        owner_ = nullptr;
+        queue.Free();
+        owner = nullptr;
         return 0;
     }
-    buffers.count = queue_.Allocate(std::min(buffers.count, Most_Buffers), Image_Size(mode_));
+    buffers.count = queue.Allocate(std::min(buffers.count, Most_Buffers), Image_Size(mode));
     return buffers.count == 0 ? -ENOMEM : 0;
 }
 
@@ -305,10 +305,10 @@ int Camera::Start(int type)
     if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
         return -EINVAL;
     }
-    if (!queue_.Is_Streaming() && queue_.Has_Buffers()) {
-        frames_.Set_Mode(mode_);
+    if (!queue.Is_Streaming() && queue.Has_Buffers()) {
+        frames.Set_Mode(mode);
     }
-    return queue_.Start(mode_.interval, &frames_, Now());
+    return queue.Start(mode.interval, &frames, Now());
 }
 
 int Camera::Dequeue(Guard& lock, Open_File& file, int fd, v4l2_buffer& buffer)
@@ -319,37 +319,37 @@ int Camera::Dequeue(Guard& lock, Open_File& file, int fd, v4l2_buffer& buffer)
     if (const int error = Wait_For_Frame(lock, file, fd)) {
         return error;
     }
-    queue_.Dequeue(buffer);
+    queue.Dequeue(buffer);
     return 0;
 }
 
 int Camera::Wait_For_Frame(Guard& lock, Open_File& file, int fd)
 {
-    if (waits_in_dequeue_) {
+    if (waits_in_dequeue) {
         return -EBUSY;
     }
-    while (!queue_.Is_Done()) {
-        if (unplugged_) {
+    while (!queue.Is_Done()) {
+        if (unplugged) {
             return -ENODEV;
         }
-        if (!queue_.Is_Streaming()) {
+        if (!queue.Is_Streaming()) {
             return -EINVAL;
         }
         if ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) {
             return -EAGAIN;
         }
         // Ready for select does not mean that there is a frame: before the first QBUF the timer must not spin here.
-        const Time due = queue_.Ready_At();
+        const Time due = queue.Ready_At();
         const Time wanted = due == At_Once ? Never : due;
         if (file.armed != wanted) {
             Arm_Timer(fd, wanted, false);
             file.armed = wanted;
         }
-        waits_in_dequeue_ = true;
+        waits_in_dequeue = true;
         lock.unlock();
         const int error = Wait_For_Timer(fd);
         lock.lock();
-        waits_in_dequeue_ = false;
+        waits_in_dequeue = false;
         file.armed = Never;  // reading the timer has consumed its being due
         if (error) {
             return error;

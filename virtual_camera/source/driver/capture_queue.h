@@ -38,19 +38,19 @@ struct Delivery_Plan {
 
 class Capture_Queue {
 public:
-    explicit Capture_Queue(const Delivery_Plan& plan) : plan_(plan) {}
+    explicit Capture_Queue(const Delivery_Plan& delivery) : plan(delivery) {}
 
     /// @return the number of buffers, 0 when there is no memory
-    uint32_t Allocate(uint32_t count, uint32_t length);
+    uint32_t Allocate(uint32_t count, uint32_t bytes);
     void Free();
-    bool Has_Buffers() const { return !buffers_.empty(); }
-    bool Is_Streaming() const { return streaming_; }
-    bool Is_Done() const { return !done_.empty(); }
+    bool Has_Buffers() const { return !buffers.empty(); }
+    bool Is_Streaming() const { return streaming; }
+    bool Is_Done() const { return !done.empty(); }
 
     // These give 0 or a negative errno.
     int Query(v4l2_buffer& buffer) const;
     int Queue(v4l2_buffer& buffer, Time now);
-    int Start(v4l2_fract interval, Frame_Source* source, Time now);
+    int Start(v4l2_fract frame_interval, Frame_Source* frames_from, Time now);
     void Stop();
 
     /// Takes the oldest filled buffer; there must be one.
@@ -62,24 +62,24 @@ public:
     Time Ready_At() const;
 
     /// The plan's unplugging has come.
-    bool Is_Lost() const { return lost_; }
+    bool Is_Lost() const { return lost; }
 
     /// Gives every queued buffer back, marked as failed.
     void Abort();
 
-    void Hold() { held_ = true; }
-    void Deliver(uint32_t count) { allowance_ += count; }
+    void Hold() { held = true; }
+    void Deliver(uint32_t count) { allowance += count; }
     void Resume(Time now);
-    void Delay(Time time) { start_ += time; }
+    void Delay(Time time) { start += time; }
 
     /// The buffer at a mmap offset, or -1.
     int Index_At(uint64_t offset) const;
-    uint32_t Length() const { return length_; }
-    const std::shared_ptr<Buffer_Memory>& Memory() const { return memory_; }
+    uint32_t Length() const { return length; }
+    const std::shared_ptr<Buffer_Memory>& Memory() const { return memory; }
 
-    // Mappings are counted for V4L2_BUF_FLAG_MAPPED; `memory` tells those of an earlier allocation apart.
-    void Add_Mapping(uint32_t index) { buffers_[index].mappings++; }
-    void Remove_Mapping(const Buffer_Memory* memory, uint32_t index);
+    // Mappings are counted for V4L2_BUF_FLAG_MAPPED; `mapped` tells those of an earlier allocation apart.
+    void Add_Mapping(uint32_t index) { buffers[index].mappings++; }
+    void Remove_Mapping(const Buffer_Memory* mapped, uint32_t index);
 
 private:
     enum class State { Idle, Queued, Done };
@@ -94,31 +94,31 @@ private:
         std::optional<uint32_t> content;  // the frame that it holds
     };
 
-    Time Next_Due() const { return start_ + (Time(sequence_) + 1) * interval_; }
-    bool Unplugs_Next() const { return plan_.unplug_after_frames > 0 && frames_ >= plan_.unplug_after_frames; }
-    bool Comes_At_Once() const { return held_ ? allowance_ > 0 : plan_.max_rate; }
+    Time Next_Due() const { return start + (static_cast<Time>(sequence) + 1) * interval; }
+    bool Unplugs_Next() const { return plan.unplug_after_frames > 0 && frames >= plan.unplug_after_frames; }
+    bool Comes_At_Once() const { return held ? allowance > 0 : plan.max_rate; }
     void Pass_Frame(Time time);
     void Fill_Oldest(Time time);
     void Describe(uint32_t index, v4l2_buffer& buffer) const;
     uint32_t Stride() const;
 
-    Delivery_Plan plan_;
-    std::shared_ptr<Buffer_Memory> memory_;
-    uint32_t length_ = 0;
-    std::vector<Buffer> buffers_;
-    std::deque<uint32_t> queued_, done_;
-    bool streaming_ = false;
-    bool queued_once_ = false;  // since buffers were allocated or the stream stopped
+    Delivery_Plan plan;
+    std::shared_ptr<Buffer_Memory> memory;
+    uint32_t length = 0;
+    std::vector<Buffer> buffers;
+    std::deque<uint32_t> queued, done;
+    bool streaming = false;
+    bool queued_once = false;  // since buffers were allocated or the stream stopped
 
-    Frame_Source* source_ = nullptr;
-    Time start_ = 0;
-    Time interval_ = 1;
-    uint32_t sequence_ = 0;
-    uint32_t frames_ = 0;  // of all streams
-    Time unplug_at_ = Never;
-    bool lost_ = false;
-    bool held_ = false;
-    uint32_t allowance_ = 0;
+    Frame_Source* source = nullptr;
+    Time start = 0;
+    Time interval = 1;
+    uint32_t sequence = 0;
+    uint32_t frames = 0;  // of all streams
+    Time unplug_at = Never;
+    bool lost = false;
+    bool held = false;
+    uint32_t allowance = 0;
 };
 
 }  // namespace virtual_camera

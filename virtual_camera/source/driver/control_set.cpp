@@ -33,29 +33,29 @@ void Fill_Class(v4l2_queryctrl& query, uint32_t id)
 
 }  // namespace
 
-Control_Set::Control_Set(std::vector<Control> controls) : controls_(std::move(controls))
+Control_Set::Control_Set(std::vector<Control> described) : controls(std::move(described))
 {
-    std::sort(controls_.begin(), controls_.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
-    for (const Control& control : controls_) {
-        values_[control.id] = control.default_value;
+    std::sort(controls.begin(), controls.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
+    for (const Control& control : controls) {
+        values[control.id] = control.default_value;
     }
 }
 
 const Control* Control_Set::Find(uint32_t id) const
 {
-    const auto found = std::find_if(controls_.begin(), controls_.end(), [id](const Control& c) { return c.id == id; });
-    return found == controls_.end() ? nullptr : &*found;
+    const auto found = std::find_if(controls.begin(), controls.end(), [id](const Control& c) { return c.id == id; });
+    return found == controls.end() ? nullptr : &*found;
 }
 
 bool Control_Set::Is_Class(uint32_t id) const
 {
-    return std::any_of(controls_.begin(), controls_.end(), [id](const Control& c) { return Class_Id(c.id) == id; });
+    return std::any_of(controls.begin(), controls.end(), [id](const Control& c) { return Class_Id(c.id) == id; });
 }
 
 // A list of several controls counts as done as a whole: the master's last value in it decides.
 bool Control_Set::Is_Automatic(const Control& control, const v4l2_ext_controls* list) const
 {
-    if (control.master == 0 || values_.count(control.master) == 0) {
+    if (control.master == 0 || values.count(control.master) == 0) {
         return false;
     }
     for (uint32_t i = list ? list->count : 0; i > 0; i--) {
@@ -63,13 +63,13 @@ bool Control_Set::Is_Automatic(const Control& control, const v4l2_ext_controls* 
             return list->controls[i - 1].value != control.master_manual;
         }
     }
-    return values_.at(control.master) != control.master_manual;
+    return values.at(control.master) != control.master_manual;
 }
 
 uint32_t Control_Set::Next_Id(uint32_t id) const
 {
     uint32_t next = 0;
-    for (const Control& control : controls_) {
+    for (const Control& control : controls) {
         for (uint32_t candidate : {Class_Id(control.id), control.id}) {
             next = candidate > id && (next == 0 || candidate < next) ? candidate : next;
         }
@@ -116,7 +116,7 @@ int Control_Set::Query_Extended(v4l2_query_ext_ctrl& extended) const
     std::memcpy(extended.name, query.name, sizeof extended.name);
     extended.minimum = query.minimum;
     extended.maximum = query.maximum;
-    extended.step = query.type == V4L2_CTRL_TYPE_CTRL_CLASS ? 0 : uint64_t(query.step);
+    extended.step = query.type == V4L2_CTRL_TYPE_CTRL_CLASS ? 0 : static_cast<uint64_t>(query.step);
     extended.default_value = query.default_value;
     extended.flags = query.flags;
     extended.elem_size = 4;
@@ -145,15 +145,19 @@ int Control_Set::Check_Value(const Control& control, int32_t& value) const
         if (value < control.minimum || value > control.maximum) {
             return -ERANGE;
         }
-        const bool exists = size_t(value) < control.menu.size() && !control.menu[size_t(value)].empty();
+        const bool exists =
+            static_cast<size_t>(value) < control.menu.size() && !control.menu[static_cast<size_t>(value)].empty();
         return exists ? 0 : -EINVAL;
     }
     if (control.type == V4L2_CTRL_TYPE_INTEGER) {
-        const uint32_t step = uint32_t(std::max(control.step, 1)), above = uint32_t(value) - uint32_t(control.minimum);
+        const uint32_t step = static_cast<uint32_t>(std::max(control.step, 1)),
+                       above = static_cast<uint32_t>(value) - static_cast<uint32_t>(control.minimum);
         const uint32_t steps = above / step + (above % step >= (step + 1) / 2 && step > 1 ? 1 : 0);
-        value = int32_t(uint32_t(control.minimum) + steps * step);
+        value = static_cast<int32_t>(static_cast<uint32_t>(control.minimum) + steps * step);
         if (!control.is_signed && control.minimum >= 0) {
-            value = int32_t(std::clamp(uint32_t(value), uint32_t(control.minimum), uint32_t(control.maximum)));
+            value =
+                static_cast<int32_t>(std::clamp(static_cast<uint32_t>(value), static_cast<uint32_t>(control.minimum),
+                                                static_cast<uint32_t>(control.maximum)));
             return 0;
         }
     }
@@ -188,7 +192,7 @@ int Control_Set::Extended(uint32_t request, v4l2_ext_controls& list)
         v4l2_ext_control& entry = list.controls[i];
         const Control& control = *Find(entry.id);
         if (request == VIDIOC_G_EXT_CTRLS) {
-            entry.value = list.which == V4L2_CTRL_WHICH_DEF_VAL ? control.default_value : values_.at(entry.id);
+            entry.value = list.which == V4L2_CTRL_WHICH_DEF_VAL ? control.default_value : values.at(entry.id);
             continue;
         }
         int32_t value = entry.value;
@@ -198,7 +202,7 @@ int Control_Set::Extended(uint32_t request, v4l2_ext_controls& list)
         }
         entry.value = value;
         if (request == VIDIOC_S_EXT_CTRLS) {
-            values_[entry.id] = value;
+            values[entry.id] = value;
         }
     }
     return 0;
@@ -206,8 +210,8 @@ int Control_Set::Extended(uint32_t request, v4l2_ext_controls& list)
 
 int Control_Set::Get(v4l2_control& control) const
 {
-    const auto found = values_.find(control.id);
-    if (found == values_.end()) {
+    const auto found = values.find(control.id);
+    if (found == values.end()) {
         return Is_Class(control.id) ? -EACCES : -EINVAL;
     }
     control.value = found->second;

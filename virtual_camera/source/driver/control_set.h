@@ -10,7 +10,7 @@ namespace virtual_camera {
 /// All requests give 0 or a negative errno, and change their argument on success only.
 class Control_Set {
 public:
-    explicit Control_Set(std::vector<Control> controls);
+    explicit Control_Set(std::vector<Control> described);
 
     int Query(v4l2_queryctrl& query) const;
     int Query_Extended(v4l2_query_ext_ctrl& query) const;
@@ -29,8 +29,8 @@ private:
     int Check_Value(const Control& control, int32_t& value) const;
     int Check_Access(uint32_t request, const v4l2_ext_controls& list, const v4l2_ext_control& control) const;
 
-    std::vector<Control> controls_;  // by id
-    std::map<uint32_t, int32_t> values_;
+    std::vector<Control> controls;  // by id
+    std::map<uint32_t, int32_t> values;
 };
 
 }  // namespace virtual_camera

@@ -65,7 +65,7 @@ uint64_t Distance(uint64_t w0, uint64_t h0, uint64_t w1, uint64_t h1)
 
 double Seconds(v4l2_fract interval)
 {
-    return interval.denominator == 0 ? HUGE_VAL : double(interval.numerator) / interval.denominator;
+    return interval.denominator == 0 ? HUGE_VAL : static_cast<double>(interval.numerator) / interval.denominator;
 }
 
 v4l2_fract Stepwise_Interval(const Frame_Size& size, double wanted)
@@ -80,7 +80,7 @@ v4l2_fract Stepwise_Interval(const Frame_Size& size, double wanted)
     constexpr double Units = 10'000'000;  // as USB cameras count
     const double steps = std::round((wanted - Seconds(shortest)) / Seconds(step));
     const double value = std::min(Seconds(shortest) + steps * Seconds(step), Seconds(longest));
-    return {uint32_t(std::lround(value * Units)), uint32_t(Units)};
+    return {static_cast<uint32_t>(std::lround(value * Units)), static_cast<uint32_t>(Units)};
 }
 
 }  // namespace
@@ -171,7 +171,7 @@ int Enumerate_Format(const std::vector<Pixel_Format>& formats, v4l2_fmtdesc& ent
     entry.index = index;
     entry.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     entry.pixelformat = fact.fourcc;
-    entry.flags = fact.bytes_per_pixel == 0 ? uint32_t(V4L2_FMT_FLAG_COMPRESSED) : 0;
+    entry.flags = fact.bytes_per_pixel == 0 ? static_cast<uint32_t>(V4L2_FMT_FLAG_COMPRESSED) : 0;
     std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description, "%s",
                   fact.name ? fact.name : Fourcc_Text(fact.fourcc).c_str());
     return 0;

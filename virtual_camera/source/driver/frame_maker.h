@@ -11,10 +11,10 @@ namespace virtual_camera {
 
 class Frame_Maker : public Frame_Source {
 public:
-    Frame_Maker(const Camera_Description& description, Script& script);
+    Frame_Maker(const Camera_Description& of_camera, Script& scripted);
 
     /// Renders what frames of a mode are made of, which takes some milliseconds; nothing when it is there already.
-    void Set_Mode(const Video_Mode& mode);
+    void Set_Mode(const Video_Mode& wanted);
 
     uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content) override;
 
@@ -24,11 +24,11 @@ public:
 private:
     uint32_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous);
 
-    const Camera_Description& description_;
-    Script& script_;
-    Video_Mode mode_;
-    Paint_Mode painted_mode_;
-    std::unique_ptr<Frame_Painter> painter_;
+    const Camera_Description& description;
+    Script& script;
+    Video_Mode mode;
+    Paint_Mode painted_mode;
+    std::unique_ptr<Frame_Painter> painter;
 };
 
 }  // namespace virtual_camera

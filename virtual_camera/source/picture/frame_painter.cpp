@@ -24,7 +24,7 @@ struct Raw_Picture {
 uint8_t To_Byte(double value)
 {
     const double rounded_up = value + 0.5;  // never negative here, and faster than lround
-    return uint8_t(std::clamp(int(rounded_up), 0, 255));
+    return static_cast<uint8_t>(std::clamp(static_cast<int>(rounded_up), 0, 255));
 }
 
 double Luma(const uint8_t* p)
@@ -44,11 +44,11 @@ void Pack_Pair(const uint8_t* left, const uint8_t* right, uint8_t* target)
 Raw_Picture Pack(const Picture& picture, size_t bytes_per_pixel)
 {
     Raw_Picture raw;
-    raw.stride = size_t(picture.width) * bytes_per_pixel;
-    raw.rows = size_t(picture.height);
+    raw.stride = static_cast<size_t>(picture.width) * bytes_per_pixel;
+    raw.rows = static_cast<size_t>(picture.height);
     raw.bytes.resize(raw.stride * raw.rows);
     for (int y = 0; y < picture.height; y++) {
-        uint8_t* row = &raw.bytes[size_t(y) * raw.stride];
+        uint8_t* row = &raw.bytes[static_cast<size_t>(y) * raw.stride];
         if (bytes_per_pixel == 1) {
             for (int x = 0; x < picture.width; x++) {
                 row[x] = To_Byte(Luma(picture.At(x, y)));
@@ -64,93 +64,94 @@ Raw_Picture Pack(const Picture& picture, size_t bytes_per_pixel)
 
 class Raw_Painter : public Frame_Painter {
 public:
-    Raw_Painter(const Paint_Mode& mode, size_t bytes_per_pixel, size_t frame_bytes)
-        : pixel_bytes_(bytes_per_pixel), layout_(Lay_Out(int(mode.width), int(mode.height)))
+    Raw_Painter(const Paint_Mode& mode, size_t bytes_per_pixel, size_t image_bytes)
+        : pixel_bytes(bytes_per_pixel), layout(Lay_Out(static_cast<int>(mode.width), static_cast<int>(mode.height)))
     {
-        card_ = Pack(Draw_Card(layout_, mode.name, mode.text), pixel_bytes_);
-        if (layout_.digits > 0) {
-            digits_ = Pack(Draw_Digits(layout_), pixel_bytes_);
+        card = Pack(Draw_Card(layout, mode.name, mode.text), pixel_bytes);
+        if (layout.digits > 0) {
+            digits = Pack(Draw_Digits(layout), pixel_bytes);
         }
-        if (layout_.band_height > 0) {
-            ball_ = Pack(Draw_Ball(layout_), pixel_bytes_);
+        if (layout.band_height > 0) {
+            ball = Pack(Draw_Ball(layout), pixel_bytes);
         }
-        frame_bytes_ = std::max<size_t>(frame_bytes, 1);
-        const size_t drawn = card_.bytes.size();
-        card_.bytes.resize(std::max(drawn, frame_bytes_));
-        for (size_t at = drawn; at < card_.bytes.size() && drawn > 0; at++) {
-            card_.bytes[at] = card_.bytes[at - drawn];
+        frame_bytes = std::max<size_t>(image_bytes, 1);
+        const size_t drawn = card.bytes.size();
+        card.bytes.resize(std::max(drawn, frame_bytes));
+        for (size_t at = drawn; at < card.bytes.size() && drawn > 0; at++) {
+            card.bytes[at] = card.bytes[at - drawn];
         }
     }
 
     size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous) override
     {
-        if (capacity < card_.stride * card_.rows) {
-            std::memcpy(target, card_.bytes.data(), std::min(capacity, frame_bytes_));
-            return std::min(capacity, frame_bytes_);
+        if (capacity < card.stride * card.rows) {
+            std::memcpy(target, card.bytes.data(), std::min(capacity, frame_bytes));
+            return std::min(capacity, frame_bytes);
         }
         if (!previous) {
-            std::memcpy(target, card_.bytes.data(), frame_bytes_);
-        } else if (layout_.band_height > 0) {
-            Restore_Band(target, layout_.Ball_X(*previous));
+            std::memcpy(target, card.bytes.data(), frame_bytes);
+        } else if (layout.band_height > 0) {
+            Restore_Band(target, layout.Ball_X(*previous));
         }
         Put_Number(target, sequence);
         Put_Digits(target, sequence);
-        if (layout_.band_height > 0) {
-            Put(target, ball_, 0, ball_.stride, layout_.Ball_X(sequence), layout_.band_y);
+        if (layout.band_height > 0) {
+            Put(target, ball, 0, ball.stride, layout.Ball_X(sequence), layout.band_y);
         }
-        return frame_bytes_;
+        return frame_bytes;
     }
 
 private:
     /// Copies columns of a piece, `from` and `length` in bytes, to a place in the frame.
     void Put(uint8_t* target, const Raw_Picture& piece, size_t from, size_t length, int x, int y) const
     {
-        uint8_t* row = target + size_t(y) * card_.stride + size_t(x) * pixel_bytes_;
-        for (size_t i = 0; i < piece.rows; i++, row += card_.stride) {
+        uint8_t* row = target + static_cast<size_t>(y) * card.stride + static_cast<size_t>(x) * pixel_bytes;
+        for (size_t i = 0; i < piece.rows; i++, row += card.stride) {
             std::memcpy(row, &piece.bytes[i * piece.stride + from], length);
         }
     }
 
     void Restore_Band(uint8_t* target, int x) const
     {
-        for (int y = 0; y < layout_.band_height; y++) {
-            const size_t at = size_t(layout_.band_y + y) * card_.stride + size_t(x) * pixel_bytes_;
-            std::memcpy(target + at, &card_.bytes[at], ball_.stride);
+        for (int y = 0; y < layout.band_height; y++) {
+            const size_t at =
+                static_cast<size_t>(layout.band_y + y) * card.stride + static_cast<size_t>(x) * pixel_bytes;
+            std::memcpy(target + at, &card.bytes[at], ball.stride);
         }
     }
 
     void Put_Digits(uint8_t* target, uint32_t sequence) const
     {
-        const size_t width = size_t(layout_.digit_width) * pixel_bytes_;
-        for (int i = layout_.digits - 1; i >= 0; i--, sequence /= 10) {
-            Put(target, digits_, (sequence % 10) * width, width, layout_.digit_x + i * layout_.digit_width,
-                layout_.digit_y);
+        const size_t width = static_cast<size_t>(layout.digit_width) * pixel_bytes;
+        for (int i = layout.digits - 1; i >= 0; i--, sequence /= 10) {
+            Put(target, digits, (sequence % 10) * width, width, layout.digit_x + i * layout.digit_width,
+                layout.digit_y);
         }
     }
 
     // Two pixels a bit, so that the number survives the sharing of chroma; the highest bit comes first.
     void Put_Number(uint8_t* target, uint32_t sequence) const
     {
-        if (frame_bytes_ < 2 * pixel_bytes_ * Number_Bits) {
+        if (frame_bytes < 2 * pixel_bytes * Number_Bits) {
             return;
         }
         for (int bit = Number_Bits - 1; bit >= 0; bit--) {
             const uint8_t luma = (sequence >> bit) & 1 ? Bright : Dark;
             *target++ = luma;
-            if (pixel_bytes_ == 2) {
+            if (pixel_bytes == 2) {
                 *target++ = 128;
             }
             *target++ = luma;
-            if (pixel_bytes_ == 2) {
+            if (pixel_bytes == 2) {
                 *target++ = 128;
             }
         }
     }
 
-    size_t pixel_bytes_;
-    size_t frame_bytes_ = 0;
-    Card_Layout layout_;
-    Raw_Picture card_, digits_, ball_;
+    size_t pixel_bytes;
+    size_t frame_bytes = 0;
+    Card_Layout layout;
+    Raw_Picture card, digits, ball;
 };
 
 std::optional<uint32_t> Read_Raw_Sequence(const uint8_t* bytes, size_t length, size_t pixel_bytes)
@@ -175,15 +176,15 @@ std::optional<uint32_t> Read_Jpeg_Sequence(const uint8_t* bytes, size_t length)
     constexpr uint8_t Comment = 0xfe, Start_Of_Scan = 0xda;
     constexpr size_t Prefix = sizeof(Jpeg_Comment_Prefix) - 1;
     for (size_t at = 2; at + 4 <= length && bytes[at] == 0xff && bytes[at + 1] != Start_Of_Scan;) {
-        const size_t size = size_t(bytes[at + 2]) << 8 | bytes[at + 3];
+        const size_t size = static_cast<size_t>(bytes[at + 2]) << 8 | bytes[at + 3];
         const uint8_t* text = bytes + at + 4;
         if (bytes[at + 1] == Comment && at + 4 + Prefix + Jpeg_Comment_Digits <= length &&
             std::memcmp(text, Jpeg_Comment_Prefix, Prefix) == 0) {
             uint64_t sequence = 0;
             for (size_t i = 0; i < Jpeg_Comment_Digits; i++) {
-                sequence = sequence * 10 + uint64_t(text[Prefix + i] - '0');
+                sequence = sequence * 10 + static_cast<uint64_t>(text[Prefix + i] - '0');
             }
-            return uint32_t(sequence);
+            return static_cast<uint32_t>(sequence);
         }
         at += 2 + size;
     }

@@ -25,15 +25,15 @@ using Bytes = std::vector<uint8_t>;
 
 void Set_Up(jpeg_compress_struct& encoder, const Picture& picture, int segment_width)
 {
-    encoder.image_width = JDIMENSION(picture.width);
-    encoder.image_height = JDIMENSION(picture.height);
+    encoder.image_width = static_cast<JDIMENSION>(picture.width);
+    encoder.image_height = static_cast<JDIMENSION>(picture.height);
     encoder.input_components = 3;
     encoder.in_color_space = JCS_RGB;
     jpeg_set_defaults(&encoder);
     jpeg_set_quality(&encoder, Quality, TRUE);
     encoder.comp_info[0].h_samp_factor = 2;  // 4:2:2, as cameras deliver it
     encoder.comp_info[0].v_samp_factor = 1;
-    encoder.restart_interval = unsigned(segment_width / Block_Width);
+    encoder.restart_interval = static_cast<unsigned>(segment_width / Block_Width);
 }
 
 Bytes Encode(const Picture& picture, int segment_width)
@@ -48,9 +48,10 @@ Bytes Encode(const Picture& picture, int segment_width)
     Set_Up(encoder, picture, segment_width);
     jpeg_start_compress(&encoder, TRUE);
     const std::string comment = Jpeg_Comment_Prefix + std::string(Jpeg_Comment_Digits, '0');
-    jpeg_write_marker(&encoder, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()), unsigned(comment.size()));
+    jpeg_write_marker(&encoder, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()),
+                      static_cast<unsigned>(comment.size()));
     while (encoder.next_scanline < encoder.image_height) {
-        auto* row = const_cast<JSAMPROW>(picture.At(0, int(encoder.next_scanline)));
+        auto* row = const_cast<JSAMPROW>(picture.At(0, static_cast<int>(encoder.next_scanline)));
         jpeg_write_scanlines(&encoder, &row, 1);
     }
     jpeg_finish_compress(&encoder);
@@ -71,19 +72,19 @@ size_t Scan_Start(const Bytes& jpeg)
     constexpr uint8_t Start_Of_Scan = 0xda;
     size_t at = 2;
     while (jpeg[at + 1] != Start_Of_Scan) {
-        at += 2 + (size_t(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+        at += 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3]);
     }
-    return at + 2 + (size_t(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+    return at + 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3]);
 }
 
 Cut_Picture Cut(const Bytes& jpeg)
 {
     Cut_Picture cut;
     size_t from = Scan_Start(jpeg);
-    cut.header.assign(jpeg.begin(), jpeg.begin() + long(from));
+    cut.header.assign(jpeg.begin(), jpeg.begin() + static_cast<long>(from));
     for (size_t at = from; at + 1 < jpeg.size(); at++) {
         if (jpeg[at] == Marker && jpeg[at + 1] != 0) {
-            cut.segments.emplace_back(jpeg.begin() + long(from), jpeg.begin() + long(at));
+            cut.segments.emplace_back(jpeg.begin() + static_cast<long>(from), jpeg.begin() + static_cast<long>(at));
             from = at + 2;
             at++;
         }
@@ -94,12 +95,12 @@ Cut_Picture Cut(const Bytes& jpeg)
 class Jpeg_Painter : public Frame_Painter {
 public:
     explicit Jpeg_Painter(const Paint_Mode& mode)
-        : layout_(Lay_Out(int(mode.width), int(mode.height))), ball_(Draw_Ball(layout_))
+        : layout(Lay_Out(static_cast<int>(mode.width), static_cast<int>(mode.height))), ball(Draw_Ball(layout))
     {
-        const Cut_Picture card = Cut(Encode(Draw_Card(layout_, mode.name, mode.text), layout_.segment_width));
-        columns_ = size_t((layout_.width + layout_.segment_width - 1) / layout_.segment_width);
-        if (layout_.digits > 0) {
-            digits_ = Cut(Encode(Draw_Digits(layout_), layout_.segment_width)).segments;
+        const Cut_Picture card = Cut(Encode(Draw_Card(layout, mode.name, mode.text), layout.segment_width));
+        columns = static_cast<size_t>((layout.width + layout.segment_width - 1) / layout.segment_width);
+        if (layout.digits > 0) {
+            digits = Cut(Encode(Draw_Digits(layout), layout.segment_width)).segments;
         }
         Find_Comment(card.header);
         Plan(card);
@@ -108,23 +109,23 @@ public:
     size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>) override
     {
         const Bytes& band = Band(sequence % Ball_Phases);
-        char digits[Jpeg_Comment_Digits + 1];
-        std::snprintf(digits, sizeof digits, "%010u", sequence);
-        frame_.clear();
-        for (const Piece& piece : plan_) {
+        char number[Jpeg_Comment_Digits + 1];
+        std::snprintf(number, sizeof number, "%010u", sequence);
+        frame.clear();
+        for (const Piece& piece : plan) {
             if (piece.kind == Piece_Kind::Still) {
                 Append(piece.bytes);
             } else if (piece.kind == Piece_Kind::Band) {
                 Append(band);
             } else {
-                const int digit = digits[Jpeg_Comment_Digits - size_t(layout_.digits) + piece.place] - '0';
-                Append(digits_[piece.segment + size_t(digit) * Digit_Columns()]);
-                Append_Marker(frame_, piece.index);
+                const int digit = number[Jpeg_Comment_Digits - static_cast<size_t>(layout.digits) + piece.place] - '0';
+                Append(digits[piece.segment + static_cast<size_t>(digit) * Digit_Columns()]);
+                Append_Marker(frame, piece.index);
             }
         }
-        std::memcpy(&frame_[comment_at_], digits, Jpeg_Comment_Digits);
-        std::memcpy(target, frame_.data(), std::min(capacity, frame_.size()));
-        return std::min(capacity, frame_.size());
+        std::memcpy(&frame[comment_at], number, Jpeg_Comment_Digits);
+        std::memcpy(target, frame.data(), std::min(capacity, frame.size()));
+        return std::min(capacity, frame.size());
     }
 
 private:
@@ -138,62 +139,63 @@ private:
         size_t index = 0;    // of the segment in the picture
     };
 
-    size_t Digit_Columns() const { return size_t(layout_.digit_width / layout_.segment_width); }
-    size_t Band_First() const { return size_t(layout_.band_y / Block_Height) * columns_; }
-    size_t Band_Count() const { return size_t(layout_.band_height / Block_Height) * columns_; }
+    size_t Digit_Columns() const { return static_cast<size_t>(layout.digit_width / layout.segment_width); }
+    size_t Band_First() const { return static_cast<size_t>(layout.band_y / Block_Height) * columns; }
+    size_t Band_Count() const { return static_cast<size_t>(layout.band_height / Block_Height) * columns; }
 
-    void Append(const Bytes& bytes) { frame_.insert(frame_.end(), bytes.begin(), bytes.end()); }
+    void Append(const Bytes& bytes) { frame.insert(frame.end(), bytes.begin(), bytes.end()); }
 
     /// Behind the last segment comes the end of the image, behind the others a restart marker.
     void Append_Marker(Bytes& bytes, size_t index) const
     {
         constexpr uint8_t End_Of_Image = 0xd9;
         bytes.push_back(Marker);
-        bytes.push_back(index + 1 == segments_ ? End_Of_Image : uint8_t(First_Restart + index % Restarts));
+        bytes.push_back(index + 1 == segments ? End_Of_Image : static_cast<uint8_t>(First_Restart + index % Restarts));
     }
 
     void Find_Comment(const Bytes& header)
     {
         const char* prefix = Jpeg_Comment_Prefix;
         const size_t length = std::strlen(prefix);
-        comment_at_ =
-            size_t(std::search(header.begin(), header.end(), prefix, prefix + length) - header.begin()) + length;
+        comment_at =
+            static_cast<size_t>(std::search(header.begin(), header.end(), prefix, prefix + length) - header.begin()) +
+            length;
     }
 
     std::optional<Piece> Digit_Piece(size_t index) const
     {
-        const int x = int(index % columns_) * layout_.segment_width - layout_.digit_x;
-        const int y = int(index / columns_) * Block_Height - layout_.digit_y;
-        if (x < 0 || y < 0 || x >= layout_.digits * layout_.digit_width || y >= layout_.digit_height) {
+        const int x = static_cast<int>(index % columns) * layout.segment_width - layout.digit_x;
+        const int y = static_cast<int>(index / columns) * Block_Height - layout.digit_y;
+        if (x < 0 || y < 0 || x >= layout.digits * layout.digit_width || y >= layout.digit_height) {
             return std::nullopt;
         }
         Piece piece;
         piece.kind = Piece_Kind::Digit;
-        piece.place = size_t(x / layout_.digit_width);
-        piece.segment =
-            size_t(y / Block_Height) * 10 * Digit_Columns() + size_t(x % layout_.digit_width / layout_.segment_width);
+        piece.place = static_cast<size_t>(x / layout.digit_width);
+        piece.segment = static_cast<size_t>(y / Block_Height) * 10 * Digit_Columns() +
+                        static_cast<size_t>(x % layout.digit_width / layout.segment_width);
         piece.index = index;
         return piece;
     }
 
     Piece& Still_Piece()
     {
-        if (plan_.empty() || plan_.back().kind != Piece_Kind::Still) {
-            plan_.emplace_back();
+        if (plan.empty() || plan.back().kind != Piece_Kind::Still) {
+            plan.emplace_back();
         }
-        return plan_.back();
+        return plan.back();
     }
 
     void Plan(const Cut_Picture& card)
     {
-        segments_ = card.segments.size();
+        segments = card.segments.size();
         Still_Piece().bytes = card.header;
-        for (size_t index = 0; index < segments_; index++) {
+        for (size_t index = 0; index < segments; index++) {
             if (Band_Count() > 0 && index == Band_First()) {
-                plan_.emplace_back().kind = Piece_Kind::Band;
+                plan.emplace_back().kind = Piece_Kind::Band;
                 index += Band_Count() - 1;
             } else if (const auto digit = Digit_Piece(index)) {
-                plan_.push_back(*digit);
+                plan.push_back(*digit);
             } else {
                 Bytes& bytes = Still_Piece().bytes;
                 bytes.insert(bytes.end(), card.segments[index].begin(), card.segments[index].end());
@@ -204,9 +206,10 @@ private:
 
     const Bytes& Band(size_t phase)
     {
-        Bytes& band = bands_[phase];
+        Bytes& band = bands[phase];
         if (band.empty() && Band_Count() > 0) {
-            const Cut_Picture cut = Cut(Encode(Draw_Band(layout_, ball_, uint32_t(phase)), layout_.segment_width));
+            const Cut_Picture cut =
+                Cut(Encode(Draw_Band(layout, ball, static_cast<uint32_t>(phase)), layout.segment_width));
             for (size_t i = 0; i < cut.segments.size(); i++) {
                 band.insert(band.end(), cut.segments[i].begin(), cut.segments[i].end());
                 Append_Marker(band, Band_First() + i);
@@ -215,15 +218,15 @@ private:
         return band;
     }
 
-    Card_Layout layout_;
-    Picture ball_;
-    size_t columns_ = 0;   // segments in a row
-    size_t segments_ = 0;  // in the picture
-    size_t comment_at_ = 0;
-    std::vector<Piece> plan_;
-    std::vector<Bytes> digits_;
-    std::array<Bytes, Ball_Phases> bands_;
-    Bytes frame_;
+    Card_Layout layout;
+    Picture ball;
+    size_t columns = 0;   // segments in a row
+    size_t segments = 0;  // in the picture
+    size_t comment_at = 0;
+    std::vector<Piece> plan;
+    std::vector<Bytes> digits;
+    std::array<Bytes, Ball_Phases> bands;
+    Bytes frame;
 };
 
 }  // namespace

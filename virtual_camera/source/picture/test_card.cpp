@@ -31,7 +31,7 @@ constexpr std::array<Colour, 8> Bars{{{235, 235, 235},
 
 int Round_To(double value, int step)
 {
-    return int(std::lround(value / step)) * step;
+    return static_cast<int>(std::lround(value / step)) * step;
 }
 
 void Blend(uint8_t* pixel, const Colour& colour, double share)
@@ -43,7 +43,7 @@ void Blend(uint8_t* pixel, const Colour& colour, double share)
     const double ink[3] = {colour.r, colour.g, colour.b};
     for (int i = 0; i < 3; i++) {
         const double rounded_up = pixel[i] + (ink[i] - pixel[i]) * part + 0.5;  // lround takes thrice as long
-        pixel[i] = uint8_t(rounded_up);
+        pixel[i] = static_cast<uint8_t>(rounded_up);
     }
 }
 
@@ -59,7 +59,7 @@ void Fill_Rows(Picture& picture, int y0, int y1, const Colour& colour)
 void Repeat_Row(Picture& picture, int y0, int y1)
 {
     for (int y = y0 + 1; y < y1; y++) {
-        std::memcpy(picture.At(0, y), picture.At(0, y0), size_t(picture.width) * 3);
+        std::memcpy(picture.At(0, y), picture.At(0, y0), static_cast<size_t>(picture.width) * 3);
     }
 }
 
@@ -89,7 +89,7 @@ void Draw_Ring(Picture& picture, double centre_x, double centre_y, double radius
 // Enlarged glyphs get smooth outlines: the bitmap is interpolated and cut at one half.
 double Cover(const Glyph& glyph, double u, double v, double scale)
 {
-    const int u0 = int(std::floor(u)), v0 = int(std::floor(v));
+    const int u0 = static_cast<int>(std::floor(u)), v0 = static_cast<int>(std::floor(v));
     const double fu = u - u0, fv = v - v0;
     const auto pixel = [&glyph](int x, int y) { return glyph.Has(x, y) ? 1.0 : 0.0; };
     const double above = pixel(u0, v0) * (1 - fu) + pixel(u0 + 1, v0) * fu;
@@ -99,7 +99,7 @@ double Cover(const Glyph& glyph, double u, double v, double scale)
 
 void Draw_Glyph(Picture& picture, int left, int top, int width, int height, const Glyph& glyph, const Colour& colour)
 {
-    const double step_u = double(glyph.width) / width, step_v = double(glyph.height) / height;
+    const double step_u = static_cast<double>(glyph.width) / width, step_v = static_cast<double>(glyph.height) / height;
     for (int y = std::max(0, -top); y < height && top + y < picture.height; y++) {
         for (int x = std::max(0, -left); x < width && left + x < picture.width; x++) {
             const double cover = Cover(glyph, (x + 0.5) * step_u - 0.5, (y + 0.5) * step_v - 0.5, 1 / step_u);
@@ -113,13 +113,13 @@ void Draw_Centred(Picture& picture, int top, int height, const std::string& text
     if (text.empty() || height < 8) {
         return;
     }
-    const int fitting = int(picture.width * 0.92 / double(text.size()));
+    const int fitting = static_cast<int>(picture.width * 0.92 / static_cast<double>(text.size()));
     const int width = std::min(height * Glyph_Width / Glyph_Height, fitting);
     if (width < 5) {
         return;
     }
     const int line = width * Glyph_Height / Glyph_Width;
-    int x = (picture.width - width * int(text.size())) / 2;
+    int x = (picture.width - width * static_cast<int>(text.size())) / 2;
     for (char character : text) {
         Draw_Glyph(picture, x, top + (height - line) / 2, width, line, Small_Glyph(character), colour);
         x += width;
@@ -143,8 +143,8 @@ void Draw_Bars_And_Ramps(Picture& picture)
     for (int x = 0; x < picture.width; x++) {
         const int step = x * Grey_Steps / picture.width;
         const double grey = 8 + 240.0 * step / (Grey_Steps - 1);
-        Blend(picture.At(x, 0), Bars[size_t(x) * Bars.size() / size_t(picture.width)], 1);
-        Blend(picture.At(x, bars_end), Hue(double(x) / picture.width), 1);
+        Blend(picture.At(x, 0), Bars[static_cast<size_t>(x) * Bars.size() / static_cast<size_t>(picture.width)], 1);
+        Blend(picture.At(x, bars_end), Hue(static_cast<double>(x) / picture.width), 1);
         Blend(picture.At(x, hues_end), Colour{grey, grey, grey}, 1);
     }
     Repeat_Row(picture, 0, bars_end);
@@ -168,7 +168,7 @@ int Card_Layout::Ball_X(uint32_t phase) const
     constexpr double Turn = 2 * 3.14159265358979;
     const double share = 0.5 - 0.5 * std::cos(Turn * (phase % Ball_Phases) / Ball_Phases);
     const int way = width / 2 * 2 - band_height;
-    return int(share * way) / 2 * 2;
+    return static_cast<int>(share * way) / 2 * 2;
 }
 
 Card_Layout Lay_Out(int width, int height)
@@ -244,7 +244,7 @@ Picture Draw_Band(const Card_Layout& layout, const Picture& ball, uint32_t phase
     Picture picture(layout.width, layout.band_height);
     Fill_Rows(picture, 0, picture.height, Band_Ground);
     for (int y = 0; y < ball.height; y++) {
-        std::memcpy(picture.At(layout.Ball_X(phase), y), ball.At(0, y), size_t(ball.width) * 3);
+        std::memcpy(picture.At(layout.Ball_X(phase), y), ball.At(0, y), static_cast<size_t>(ball.width) * 3);
     }
     return picture;
 }

@@ -15,9 +15,15 @@ struct Picture {
     int height = 0;
     std::vector<uint8_t> rgb;
 
-    Picture(int width_, int height_) : width(width_), height(height_), rgb(size_t(width_) * size_t(height_) * 3) {}
-    uint8_t* At(int x, int y) { return &rgb[(size_t(y) * size_t(width) + size_t(x)) * 3]; }
-    const uint8_t* At(int x, int y) const { return &rgb[(size_t(y) * size_t(width) + size_t(x)) * 3]; }
+    Picture(int w, int h) : width(w), height(h), rgb(static_cast<size_t>(w) * static_cast<size_t>(h) * 3) {}
+    uint8_t* At(int x, int y)
+    {
+        return &rgb[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) * 3];
+    }
+    const uint8_t* At(int x, int y) const
+    {
+        return &rgb[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) * 3];
+    }
 };
 
 constexpr int Block_Width = 16;  // of a Motion-JPEG coding unit with 4:2:2 chroma

@@ -114,7 +114,7 @@ void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry)
         entry.count = buffers.count;
         entry.memory = buffers.memory;
     } else if (request == VIDIOC_STREAMON || request == VIDIOC_STREAMOFF) {
-        entry.type = uint32_t(*static_cast<const int*>(argument));
+        entry.type = static_cast<uint32_t>(*static_cast<const int*>(argument));
     }
 }
 

@@ -4,30 +4,30 @@ namespace virtual_camera {
 
 void Script::Add_Fault(uint32_t request, const Fault& fault)
 {
-    const std::lock_guard lock(mutex_);
-    faults_[request].push_back({fault, fault.times, fault.skip});
-    empty_ = false;
+    const std::lock_guard lock(mutex);
+    faults[request].push_back({fault, fault.times, fault.skip});
+    empty = false;
 }
 
 void Script::Add_Alteration(uint32_t request, Alteration change, int times, int skip)
 {
-    const std::lock_guard lock(mutex_);
-    alterations_[request].push_back({std::move(change), times, skip});
-    empty_ = false;
+    const std::lock_guard lock(mutex);
+    alterations[request].push_back({std::move(change), times, skip});
+    empty = false;
 }
 
 void Script::Add_Select(const Select_Answer& answer, int times, int skip)
 {
-    const std::lock_guard lock(mutex_);
-    selects_.push_back({answer, times, skip});
-    empty_ = false;
+    const std::lock_guard lock(mutex);
+    selects.push_back({answer, times, skip});
+    empty = false;
 }
 
 void Script::Push_Frame(std::vector<uint8_t> bytes)
 {
-    const std::lock_guard lock(mutex_);
-    frames_.push_back(std::move(bytes));
-    empty_ = false;
+    const std::lock_guard lock(mutex);
+    frames.push_back(std::move(bytes));
+    empty = false;
 }
 
 template <typename What>
@@ -50,44 +50,44 @@ std::optional<What> Script::Take(std::deque<Step<What>>& steps)
 
 std::optional<Fault> Script::Take_Fault(uint32_t request)
 {
-    if (empty_) {
+    if (empty) {
         return std::nullopt;
     }
-    const std::lock_guard lock(mutex_);
-    const auto found = faults_.find(request);
-    return found == faults_.end() ? std::nullopt : Take(found->second);
+    const std::lock_guard lock(mutex);
+    const auto found = faults.find(request);
+    return found == faults.end() ? std::nullopt : Take(found->second);
 }
 
 Script::Alteration Script::Take_Alteration(uint32_t request)
 {
-    if (empty_) {
+    if (empty) {
         return nullptr;
     }
-    const std::lock_guard lock(mutex_);
-    const auto found = alterations_.find(request);
-    return found == alterations_.end() ? nullptr : Take(found->second).value_or(nullptr);
+    const std::lock_guard lock(mutex);
+    const auto found = alterations.find(request);
+    return found == alterations.end() ? nullptr : Take(found->second).value_or(nullptr);
 }
 
 std::optional<Select_Answer> Script::Take_Select()
 {
-    if (empty_) {
+    if (empty) {
         return std::nullopt;
     }
-    const std::lock_guard lock(mutex_);
-    return Take(selects_);
+    const std::lock_guard lock(mutex);
+    return Take(selects);
 }
 
 std::optional<std::vector<uint8_t>> Script::Take_Frame()
 {
-    if (empty_) {
+    if (empty) {
         return std::nullopt;
     }
-    const std::lock_guard lock(mutex_);
-    if (frames_.empty()) {
+    const std::lock_guard lock(mutex);
+    if (frames.empty()) {
         return std::nullopt;
     }
-    std::vector<uint8_t> bytes = std::move(frames_.front());
-    frames_.pop_front();
+    std::vector<uint8_t> bytes = std::move(frames.front());
+    frames.pop_front();
     return bytes;
 }
 

@@ -23,18 +23,18 @@ public:
     void Add_Alteration(uint32_t request, Alteration change, int times, int skip);
     void Add_Select(const Select_Answer& answer, int times, int skip);
     void Push_Frame(std::vector<uint8_t> bytes);
-    void Set_Descriptor_Minimum(int minimum) { descriptor_minimum_ = minimum; }
+    void Set_Descriptor_Minimum(int minimum) { descriptor_minimum = minimum; }
 
     // Each takes what is due at this call.
     std::optional<Fault> Take_Fault(uint32_t request);
     Alteration Take_Alteration(uint32_t request);
     std::optional<Select_Answer> Take_Select();
     std::optional<std::vector<uint8_t>> Take_Frame();
-    int Descriptor_Minimum() const { return descriptor_minimum_; }
+    int Descriptor_Minimum() const { return descriptor_minimum; }
 
     // Around a fork.
-    void Lock() { mutex_.lock(); }
-    void Unlock() { mutex_.unlock(); }
+    void Lock() { mutex.lock(); }
+    void Unlock() { mutex.unlock(); }
 
 private:
     template <typename What>
@@ -47,13 +47,13 @@ private:
     template <typename What>
     static std::optional<What> Take(std::deque<Step<What>>& steps);
 
-    std::atomic<bool> empty_{true};  // spares the lock where nothing is scripted
-    std::atomic<int> descriptor_minimum_{0};
-    std::mutex mutex_;
-    std::map<uint32_t, std::deque<Step<Fault>>> faults_;
-    std::map<uint32_t, std::deque<Step<Alteration>>> alterations_;
-    std::deque<Step<Select_Answer>> selects_;
-    std::deque<std::vector<uint8_t>> frames_;
+    std::atomic<bool> empty{true};  // spares the lock where nothing is scripted
+    std::atomic<int> descriptor_minimum{0};
+    std::mutex mutex;
+    std::map<uint32_t, std::deque<Step<Fault>>> faults;
+    std::map<uint32_t, std::deque<Step<Alteration>>> alterations;
+    std::deque<Step<Select_Answer>> selects;
+    std::deque<std::vector<uint8_t>> frames;
 };
 
 }  // namespace virtual_camera

@@ -23,27 +23,27 @@ int Move_Up(int fd)
 
 }  // namespace
 
-Buffer_Memory::Buffer_Memory(size_t size) : size_(size)
+Buffer_Memory::Buffer_Memory(size_t bytes) : size(bytes)
 {
-    const int fd = memfd_create("virtual-camera", MFD_CLOEXEC);
-    if (fd < 0) {
+    const int low = memfd_create("virtual-camera", MFD_CLOEXEC);
+    if (low < 0) {
         return;
     }
-    fd_ = Move_Up(fd);
-    if (ftruncate(fd_, off_t(size)) != 0) {
+    fd = Move_Up(low);
+    if (ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
         return;
     }
-    void* data = real::Mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    data_ = data == MAP_FAILED ? nullptr : static_cast<uint8_t*>(data);
+    void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    data = mapped == MAP_FAILED ? nullptr : static_cast<uint8_t*>(mapped);
 }
 
 Buffer_Memory::~Buffer_Memory()
 {
-    if (data_) {
-        real::Munmap(data_, size_);
+    if (data) {
+        real::Munmap(data, size);
     }
-    if (fd_ >= 0) {
-        real::Close(fd_);
+    if (fd >= 0) {
+        real::Close(fd);
     }
 }
 

@@ -10,18 +10,18 @@ namespace virtual_camera {
 class Buffer_Memory {
 public:
     /// On failure the object is empty (Data() is null).
-    explicit Buffer_Memory(size_t size);
+    explicit Buffer_Memory(size_t bytes);
     ~Buffer_Memory();
     Buffer_Memory(const Buffer_Memory&) = delete;
     Buffer_Memory& operator=(const Buffer_Memory&) = delete;
 
-    uint8_t* Data() const { return data_; }
-    int Descriptor() const { return fd_; }
+    uint8_t* Data() const { return data; }
+    int Descriptor() const { return fd; }
 
 private:
-    int fd_ = -1;
-    uint8_t* data_ = nullptr;
-    size_t size_ = 0;
+    int fd = -1;
+    uint8_t* data = nullptr;
+    size_t size = 0;
 };
 
 }  // namespace virtual_camera
