@@ -12,6 +12,14 @@ cmake --install "$build_dir" --prefix "$prefix" > "$work/install.log"
 library=$(find "$prefix" -name libWQZ_USBCam.so.1)
 libdir=$(dirname "$library")
 
+echo "-- headers in a folder of their own"
+if [ "$(ls "$prefix/include")" != wqz-usbcam ]; then
+  echo "$prefix/include holds: $(ls "$prefix/include")"
+  exit 1
+fi
+(cd "$source_dir/include" && find . -name '*.h' -o -name '*.hpp') | sort > "$work/headers"
+(cd "$prefix/include/wqz-usbcam" && find . -type f) | sort | diff "$work/headers" -
+
 echo "-- a CMake project over the installed package"
 cmake -S "$source_dir/tests/consumer" -B "$work/package" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$work/log"
 cmake --build "$work/package" > "$work/log" || { cat "$work/log"; exit 1; }
@@ -32,15 +40,17 @@ cmake --build "$work/subdirectory" -j2 > "$work/log" || { cat "$work/log"; exit 
 "$work/subdirectory/consumer_c"
 "$work/subdirectory/consumer_cpp"
 
-echo "-- every header by itself: the flat one as C99, all as C++11"
-include=$work/moved/include
+echo "-- every header by itself: the flat one as C99, *.h as C++11, *.hpp as C++17"
+include=$work/moved/include/wqz-usbcam
 cc -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" -x c "$include/USBCam_API/USBCam_API.h"
-for compiler in g++ clang++; do
-  (cd "$include" && find . -name '*.h' -not -path './virtual_camera/*') | while read -r header; do
-    echo "#include \"${header#./}\"" > "$work/one.cpp"
-    "$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" "$work/one.cpp"
+while read -r header; do
+  standard=c++11
+  [[ $header != *.hpp ]] || standard=c++17
+  echo "#include \"${header#./}\"" > "$work/one.cpp"
+  for compiler in g++ clang++; do
+    "$compiler" "-std=$standard" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" "$work/one.cpp"
   done
-done
+done < "$work/headers"
 
 echo "-- what the library needs and exports"
 needed=$(readelf -d "$libdir/libWQZ_USBCam.so.1" | sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' | sort | tr '\n' ' ')
