@@ -1,4 +1,4 @@
-// The device layer on the virtual camera: opening, set-up, retries, controls, catalogue.
+// The device layer on a virtual camera: opening, set-up, retries, controls, catalogue.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -34,7 +34,7 @@ TEST_F(Device, OpensForReadingAndWritingAndClosesOnce)
     EXPECT_EQ(device.C_V4L2_VC_Pu.VC_fd, static_cast<uint32_t>(fd)) << "the controls keep the old number";
 }
 
-TEST_F(Device, AFailedOpenIsReportedAndBindsTheControlsToNothing)
+TEST_F(Device, AFailedOpenIsReportedAndMakesControlsFail)
 {
     Fail_With(Call_Open, {EACCES});
     Captured_Stderr printed;
@@ -56,7 +56,7 @@ struct Retry_Case {
     int given_up_with;  // 0: silent
 };
 
-TEST_F(Device, RequestsAreRetriedUpToFiveTimesWhileTheErrorMayPass)
+TEST_F(Device, RequestsAreTriedUpToFiveTimesOnTransientErrors)
 {
     const std::vector<Retry_Case> cases = {
         {{}, 1, 0, 0},
@@ -79,7 +79,7 @@ TEST_F(Device, RequestsAreRetriedUpToFiveTimesWhileTheErrorMayPass)
     }
 }
 
-TEST_F(Device, SettingUpMakesTheseRequestsInThisOrder)
+TEST_F(Device, SetUpIssuesItsRequestsInOrder)
 {
     device.Video_Open();
     EXPECT_EQ(device.Video_Stream_Set_Format(V4L2_PIX_FMT_MJPEG, 640, 480), 0);
@@ -103,7 +103,7 @@ TEST_F(Device, SettingUpMakesTheseRequestsInThisOrder)
     EXPECT_EQ(log[8].length, log[7].length);
 }
 
-TEST_F(Device, ACountOfNoBuffersStillMakesOne)
+TEST_F(Device, SetFrameBuffWithCountZeroMakesOneBuffer)
 {
     device.Video_Open();
     Captured_Stderr printed;
@@ -113,7 +113,7 @@ TEST_F(Device, ACountOfNoBuffersStillMakesOne)
     EXPECT_EQ(Log_Names(), "open VIDIOC_REQBUFS VIDIOC_QUERYBUF VIDIOC_QBUF");
 }
 
-TEST_F(Device, ARefusedRequestForBuffersDoesNotStopTheSetUp)
+TEST_F(Device, ARefusedReqbufsDoesNotStopTheSetUp)
 {
     device.Video_Open();
     Fail_With(VIDIOC_REQBUFS, {EBUSY});
@@ -137,7 +137,7 @@ TEST_F(Device, AFailedMappingIsNotUnmapped)
     EXPECT_EQ(device.Video_Stream_Clear_Frame_Buff(), 0);
 }
 
-TEST_F(Device, FramesAreLabelledByTheRequestNotByTheAnswer)
+TEST_F(Device, CurrentPixFormatIsTheRequestNotTheDriversAnswer)
 {
     device.Video_Open();
     EXPECT_EQ(device.Video_Stream_Set_Format(v4l2_fourcc('N', 'O', 'N', 'E'), 641, 479), 0);
@@ -162,12 +162,12 @@ TEST_F(Device, RefusalsOnTheWayLeaveWhatWasAskedFor)
     EXPECT_EQ(device.LC_Buffer_List.size(), 4U) << "a second set-up appends";
 }
 
-TEST_F(Device, ANegativeDescriptorWaitsForNothingButTheTimeOut)
+TEST_F(Device, WaitingOnANegativeDescriptorTimesOut)
 {
     EXPECT_EQ(Wait_Readable(-1, {0, 1000}), 0);
 }
 
-TEST_F(Device, DeletingAnOpenDeviceMakesNoRequest)
+TEST_F(Device, DeletingAnOpenDeviceIssuesNoRequestAndKeepsItsMappings)
 {
     PVOID stored = nullptr;
     Video_Device_Base_Class* other = creater_Video_Device_Base_Class(&record, &stored);
@@ -212,7 +212,7 @@ TEST_F(Device, ControlsAreReadAndWrittenAndEachOutcomeOfAWriteIsReported)
     EXPECT_EQ(Requests(VIDIOC_S_CTRL), 2) << "control requests are not retried, unbound ones not made";
 }
 
-// A camera whose catalogue has every shape.
+// A camera with discrete and stepwise sizes and intervals.
 class Catalogue : public testing::Test {
 protected:
     static constexpr const char* Node = "/dev/video4";
@@ -235,7 +235,7 @@ protected:
     v4l2_dev_sys_data_t record{};
 };
 
-TEST_F(Catalogue, HoldsWhatTheDriverListsInItsOrder)
+TEST_F(Catalogue, HoldsFormatsSizesAndIntervalsInDriverOrder)
 {
     Video_Device device(&record);
     device.Video_Open();
@@ -291,7 +291,7 @@ TEST_F(Catalogue, ARepeatedBuildAppendsAndCountsOn)
     device.Video_Close();
 }
 
-TEST_F(Catalogue, AStepwiseIntervalIsTheWholeAnswer)
+TEST_F(Catalogue, AStepwiseIntervalEndsTheEnumeration)
 {
     Video_Device device(&record);
     device.Video_Open();
@@ -306,7 +306,7 @@ TEST_F(Catalogue, AStepwiseIntervalIsTheWholeAnswer)
     device.Video_Close();
 }
 
-TEST_F(Catalogue, AContinuousIntervalIsTheWholeAnswer)
+TEST_F(Catalogue, AContinuousIntervalEndsTheEnumeration)
 {
     Video_Device device(&record);
     device.Video_Open();
@@ -319,7 +319,7 @@ TEST_F(Catalogue, AContinuousIntervalIsTheWholeAnswer)
     device.Video_Close();
 }
 
-TEST_F(Catalogue, EmptyListsAnswerWithNothing)
+TEST_F(Catalogue, EmptyListsReturnNullAndZero)
 {
     Format_Info format;
     Resolution_Info resolution;
@@ -337,7 +337,7 @@ TEST_F(Catalogue, EmptyListsAnswerWithNothing)
     device.Video_Close();
 }
 
-TEST_F(Catalogue, DecodableFormatsAreKnownAndZeroPasses)
+TEST_F(Catalogue, FormatSupportKnowsItsTableAndAcceptsZero)
 {
     Video_Device device(&record);
     for (uint32_t code :

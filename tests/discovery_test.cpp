@@ -92,7 +92,7 @@ protected:
         return nodes;
     }
 
-    // Strings of nodes that no array took.
+    // Frees the strings of a scan whose records went into no array.
     static void Free_Strings(USB_Video_Enum& scan)
     {
         for (v4l2_dev_sys_data_t& record : scan.C_Dev_Mes.V4l2_dev_message) {
@@ -105,7 +105,7 @@ protected:
     Device_Tree tree;
 };
 
-TEST_F(Discovery, AnEmptyMachineGivesAnEmptyArray)
+TEST_F(Discovery, WithoutCamerasTheArrayIsEmpty)
 {
     EXPECT_EQ(Nodes(Find()), "");
     const USB_Video_Enum scan;
@@ -113,7 +113,7 @@ TEST_F(Discovery, AnEmptyMachineGivesAnEmptyArray)
     EXPECT_EQ(scan.C_Dev_Mes.S_V4L2_Device_List_Index.udev, nullptr);
 }
 
-TEST_F(Discovery, ACameraIsDescribedWhole)
+TEST_F(Discovery, AUsbCameraIsFoundOnceWithEveryFieldFilled)
 {
     Camera_Description camera = Usb_Camera();
     camera.card = "Bench Camera";
@@ -166,7 +166,7 @@ TEST_F(Discovery, IdsFilterExactly)
     EXPECT_EQ(Nodes(Find(model.usb->vendor, 0xFFFF)), "");
 }
 
-TEST_F(Discovery, OnlyNeighboursMerge)
+TEST_F(Discovery, OnlyNeighboursWithOneLocationMerge)
 {
     Plug_In({On_Platform("/dev/video10", ""), On_Platform("/dev/video11", "AAAA"), On_Platform("/dev/video12", "AAAA"),
              On_Platform("/dev/video13", "B"), On_Platform("/dev/video14", "B"), On_Platform("/dev/video15", "AAAA")});
@@ -176,7 +176,7 @@ TEST_F(Discovery, OnlyNeighboursMerge)
         << "an empty location is never taken before another";
 }
 
-TEST_F(Discovery, ACameraThatIsNotOnUsbHasNoIdsAndNoInlinePath)
+TEST_F(Discovery, ACameraThatIsNotOnUsbHasNoIdsAndAnEmptyDevicePath)
 {
     Plug_In({On_Platform("/dev/video10", "platform:cam-000")});
     const Cameras found = Find();
@@ -189,7 +189,7 @@ TEST_F(Discovery, ACameraThatIsNotOnUsbHasNoIdsAndNoInlinePath)
     EXPECT_EQ(found->valid, 1);
 }
 
-TEST_F(Discovery, MissingAttributesReadAsNothingAndLongOnesAreCut)
+TEST_F(Discovery, MissingAttributesReadAsZeroAndLongOnesAreCutAt255)
 {
     const std::string usb = "/devices/pci0/usb9/9-1";
     tree.Add("P: " + usb + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nA: manufacturer=" + std::string(255, 'm') +
@@ -231,7 +231,7 @@ TEST_F(Discovery, NodesThatDoNotAnswerAreSkippedAndEveryDescriptorIsClosed)
 
 }  // namespace
 
-// The leak checker finds its way through libudev only by the slow unwinder.
+// Leak suppressions match callers inside libudev, which only the slow unwinder finds.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {

@@ -1,4 +1,4 @@
-// The whole job through the flat functions, on the virtual camera.
+// Whole captures through the flat functions, on virtual cameras.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -48,7 +48,7 @@ void* Open(const v4l2_dev_sys_data_t& camera)
     return handle;
 }
 
-// The rest of the life of an opened handle: `count` frames taken in a mode, ended by the documented order.
+// Takes `count` frames through an open handle, then ends the capture and the handle in the documented order.
 std::vector<Received> Take_Frames(void* handle, const v4l2_dev_sys_data_t& camera, Pix_Format mode, std::size_t count)
 {
     std::thread loop([=] { EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH(handle, mode), 0); });
@@ -99,7 +99,7 @@ TEST_F(Flat, CapturesInDifferentModesOneAfterAnother)
     Expect_Without_A_Gap(Capture(camera, {0, 320, 240, 30}, 15));
 }
 
-TEST_F(Flat, WithoutTheClearingTheCameraStaysBusy)
+TEST_F(Flat, TheCameraStaysBusyUntilItsBuffersAreCleared)
 {
     const v4l2_dev_sys_data_t camera = Camera_Record();
     void* handle = WQZ_USBCam_CREATE_DEVICE_POINT(camera);
@@ -118,7 +118,7 @@ TEST_F(Flat, WithoutTheClearingTheCameraStaysBusy)
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);
 }
 
-TEST_F(Flat, TwoCamerasAtOnce)
+TEST_F(Flat, TwoCamerasCaptureAtOnceWithoutLoss)
 {
     Camera_Description second = Usb_Camera(1);
     second.capture_node = "/dev/video8";
@@ -183,7 +183,7 @@ TEST_F(Flat, ControlsNeedAnOpenCamera)
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);
 }
 
-TEST_F(Flat, ACameraThatDoesNotOpenShowsAsAnEmptyList)
+TEST_F(Flat, ACameraThatDoesNotOpenHasAnEmptyFormatList)
 {
     void* handle = WQZ_USBCam_CREATE_DEVICE_POINT(Camera_Record("/dev/no-such-node"));
     EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH_INIT(handle, 0), 0);

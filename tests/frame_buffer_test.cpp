@@ -1,4 +1,4 @@
-// Dequeue, copy, requeue: on a streaming virtual camera whose answers are bent.
+// One kernel buffer on a streaming virtual camera whose answers are altered: mapping, reading, queueing, unmapping.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/mman.h>
@@ -36,7 +36,7 @@ protected:
         device.Video_Exe_End();
     }
 
-    // Reads the next frame; without one the request would wait.
+    // Makes one frame due and reads it; without a due frame the read would block.
     int32_t Read()
     {
         Deliver_Frames(Node, 1);
@@ -50,7 +50,7 @@ protected:
 
     const uint8_t* Bytes() const { return static_cast<const uint8_t*>(frame.pMem); }
 
-    // The bytes of the mapped buffer at a position.
+    // The bytes of the mapped buffer with that index.
     const uint8_t* Mapped(uint32_t position)
     {
         return static_cast<const uint8_t*>(std::next(device.LC_Buffer_List.begin(), position)->sBuf.pMem);
@@ -70,23 +70,23 @@ TEST_F(Reading, CopiesTheFrameAndGivesTheBufferBack)
     EXPECT_EQ(frame.buffer.bytesused, Payload);
     EXPECT_EQ(frame.buff_Length, Payload + 256);
     EXPECT_EQ(frame.buff_Offset, 0U);
-    EXPECT_EQ(frame.index, 77U) << "not the reader's field";
+    EXPECT_EQ(frame.index, 77U) << "the reader does not set it";
     EXPECT_EQ(Log().back().index, frame.buffer.index);
     const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
     EXPECT_TRUE(std::equal(sent.begin(), sent.end(), Bytes()));
 }
 
-TEST_F(Reading, TheBlockIsKeptOnlyWhenItsLengthIsMoreThanAskedFor)
+TEST_F(Reading, MemoryIsReusedOnlyWhenItsRecordedLengthExceedsTheRequest)
 {
     constexpr uint32_t asked = 1000 + 256;
     for (const uint32_t recorded : {asked - 1, asked, asked + 1}) {
         delete[] static_cast<uint8_t*>(frame.pMem);
-        frame.pMem = new uint8_t[5000];  // told apart by its size from a block of the length asked for
+        frame.pMem = new uint8_t[5000];  // its size tells it from a new block
         frame.buff_Length = recorded;
         Push_Frame(Node, std::vector<uint8_t>(1000, 3));
         ASSERT_EQ(Read(), 0);
         EXPECT_EQ(malloc_usable_size(frame.pMem) >= 5000, recorded > asked) << recorded;
-        EXPECT_EQ(frame.buff_Length, asked) << "the length last asked for, not the block's";
+        EXPECT_EQ(frame.buff_Length, asked) << "the last size requested, not the size of the block";
         EXPECT_EQ(Bytes()[999], 3);
     }
 }
@@ -103,7 +103,7 @@ TEST_F(Reading, AnIndexBeyondTheBuffersReadsTheFirst)
     EXPECT_EQ(std::memcmp(Bytes(), Mapped(0), Payload), 0);
 }
 
-TEST_F(Reading, AFrameLongerThanItsMappingIsAFailedReadWithZerosBehindTheMapping)
+TEST_F(Reading, AFrameLongerThanItsMappingIsAFailedRead)
 {
     const uint32_t mapped = device.LC_Buffer_List.front().sBuf.buff_Length;
     Alter(Node, VIDIOC_DQBUF, [=](void* buffer) { static_cast<v4l2_buffer*>(buffer)->bytesused = mapped + 5000; });
@@ -123,7 +123,7 @@ TEST_F(Reading, AFrameLongerThanItsMappingIsAFailedReadWithZerosBehindTheMapping
     }
 }
 
-TEST_F(Reading, AnImpossibleLengthIsRefusedAfterTheRequeue)
+TEST_F(Reading, ALengthThatOverflowsIsRefusedAfterTheRequeue)
 {
     for (uint32_t over : {0xFFFFFF00U, 0xFFFFFFFFU}) {
         Clear_Log();
@@ -131,11 +131,11 @@ TEST_F(Reading, AnImpossibleLengthIsRefusedAfterTheRequeue)
         EXPECT_EQ(Read(), -1);
         EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
         EXPECT_EQ(frame.pMem, nullptr);
-        EXPECT_EQ(frame.buffer.bytesused, 0U) << "no reader may follow the length";
+        EXPECT_EQ(frame.buffer.bytesused, 0U) << "a reader of the record would run past the block";
     }
 }
 
-TEST_F(Reading, ABufferThatIsNotMappedReadsAsZero)
+TEST_F(Reading, AnUnmappedBufferIsAFailedReadOfZeros)
 {
     for (void* no_mapping : {static_cast<void*>(nullptr), MAP_FAILED}) {
         Clear_Log();
@@ -150,7 +150,7 @@ TEST_F(Reading, ABufferThatIsNotMappedReadsAsZero)
     }
 }
 
-TEST_F(Reading, ARefusedDequeueStillCopiesAnEmptyRecordAndQueues)
+TEST_F(Reading, ARefusedDequeueStillCopiesAndRequeues)
 {
     Fail_With(VIDIOC_DQBUF, {EIO});
     Fail_With(VIDIOC_QBUF, {EINVAL});
@@ -161,7 +161,7 @@ TEST_F(Reading, ARefusedDequeueStillCopiesAnEmptyRecordAndQueues)
     EXPECT_NE(frame.pMem, nullptr);
 }
 
-TEST_F(Reading, AnOddDequeueResultLeavesTheRecordAlone)
+TEST_F(Reading, ADequeueResultBelowMinusOneLeavesTheRecordAlone)
 {
     Fail(Node, VIDIOC_DQBUF, {EIO, -2});
     Captured_Stderr printed;
@@ -172,21 +172,21 @@ TEST_F(Reading, AnOddDequeueResultLeavesTheRecordAlone)
     EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[read_buff] END!"), std::string::npos);
 }
 
-TEST_F(Reading, AFailedRequeueShowsInTheResult)
+TEST_F(Reading, AFailedRequeueMakesTheResultMinusOne)
 {
     Fail_With(VIDIOC_QBUF, {EINVAL});
     EXPECT_EQ(Read(), -1);
     EXPECT_EQ(frame.buffer.bytesused, Payload);
 }
 
-TEST_F(Reading, WithoutMappedBuffersNothingIsAskedFor)
+TEST_F(Reading, WithoutBuffersNoRequestIsIssued)
 {
     std::list<Frame_Buffer> none;
     EXPECT_EQ(Frame_Buffer::read_buff(static_cast<uint32_t>(device.Video_Device_FD), none, &frame), -1);
     EXPECT_EQ(Log_Names(), "");
 }
 
-TEST_F(Reading, TheVariantWithoutADestinationPrintsANameAndRequeues)
+TEST_F(Reading, ReadingWithoutADestinationPrintsANameAndRequeues)
 {
     Captured_Stderr printed;
     Deliver_Frames(Node, 1);
@@ -203,7 +203,7 @@ TEST_F(Reading, TheVariantWithoutADestinationPrintsANameAndRequeues)
     EXPECT_LE(std::abs(seconds - time(nullptr)), 5);
 }
 
-TEST_F(Reading, UnmappingLeavesItsEndMarkOnlyWhenItWorked)
+TEST_F(Reading, UnmapTracesItsEndOnlyOnSuccess)
 {
     Frame_Buffer never_mapped;
     EXPECT_EQ(never_mapped.unmap_buff(), -1);
@@ -226,7 +226,7 @@ TEST_F(Reading, AFailedQueryMapsNothing)
     EXPECT_EQ(Log_Names(), "VIDIOC_QUERYBUF VIDIOC_QBUF");
 }
 
-TEST_F(Reading, AFailedMappingShowsInTheQuerysResult)
+TEST_F(Reading, AFailedMappingMakesTheQueryFail)
 {
     Frame_Buffer buffer;
     Fail(Node, Call_Mmap, {ENOMEM});
@@ -236,8 +236,8 @@ TEST_F(Reading, AFailedMappingShowsInTheQuerysResult)
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// The sanitizers' own address space leaves no room for this limit.
-TEST_F(Reading, MemoryThatRunsOutLosesNeitherTheBufferNorTheRecord)
+// The sanitizers reserve more address space than this limit allows.
+TEST_F(Reading, AnAllocationFailureStillRequeuesTheBuffer)
 {
     ASSERT_EQ(Read(), 0);
     Clear_Log();
@@ -248,7 +248,7 @@ TEST_F(Reading, MemoryThatRunsOutLosesNeitherTheBufferNorTheRecord)
     ASSERT_EQ(setrlimit(RLIMIT_AS, &little), 0);
     EXPECT_THROW(Read(), std::bad_alloc);
     setrlimit(RLIMIT_AS, &before);
-    EXPECT_EQ(frame.pMem, nullptr) << "the old block is gone, so nothing may point at it";
+    EXPECT_EQ(frame.pMem, nullptr) << "the old block is freed";
     EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
 }
 #endif

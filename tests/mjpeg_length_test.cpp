@@ -1,5 +1,5 @@
-// The search for the end of a padded image against a plain backward scan, in blocks that end and begin where the data
-// does, so that a read outside shows under the address sanitizer.
+// The length of Motion-JPEG frames: the search for the end of a padded image, compared with a plain backward scan.
+// Blocks begin and end with the data, so that the address sanitizer reports any read outside.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,7 +40,7 @@ public:
         for (uint32_t i = 0, zeros = 0; i < image; ++i) {
             zeros = bytes[i] == 0 ? zeros + 1 : 0;
             if (zeros == 100) {
-                bytes[i] = 1;  // where runs have met
+                bytes[i] = 1;  // two runs have met
                 zeros = 0;
             }
         }
@@ -63,13 +63,13 @@ public:
 
 class Mjpeg_Search : public testing::Test {
 protected:
-    // One diagnostic line per search: kept out of the test's output.
+    // Every search prints a line; capturing them keeps the test's output short.
     void SetUp() override { testing::internal::CaptureStderr(); }
     void TearDown() override { (void)testing::internal::GetCapturedStderr(); }
     std::mt19937 random{2026};
 };
 
-TEST_F(Mjpeg_Search, EveryLengthOfSmallBuffers)
+TEST_F(Mjpeg_Search, FindsTheEndInSmallBuffersOfEveryLength)
 {
     for (uint32_t length = 2; length <= 460; ++length) {
         for (uint32_t image = 2; image <= length; image += (length < 230 ? 1 : 3)) {
@@ -78,38 +78,21 @@ TEST_F(Mjpeg_Search, EveryLengthOfSmallBuffers)
     }
 }
 
-TEST_F(Mjpeg_Search, LengthsAroundTheProbesSteps)
+TEST_F(Mjpeg_Search, FindsTheEndAroundTheProbePositions)
 {
     for (uint32_t base : {400U, 800U, 1600U, 3200U, 4096U, 6400U, 12800U, 65536U}) {
         for (uint32_t length = base - 5; length <= base + 5; ++length) {
-            for (uint32_t image : {2U,
-                                   4U,
-                                   5U,
-                                   99U,
-                                   100U,
-                                   101U,
-                                   103U,
-                                   104U,
-                                   199U,
-                                   200U,
-                                   201U,
-                                   length / 4,
-                                   length / 2 - 1,
-                                   length / 2,
-                                   length / 2 + 1,
-                                   length / 2 + 100,
-                                   length - 101,
-                                   length - 100,
-                                   length - 99,
-                                   length - 1,
-                                   length}) {
-                Padded_Image(image, length, random).Expect_Search_Agrees();
+            for (uint32_t probe :
+                 {4U, 102U, 201U, length / 4, length / 2, length / 2 + 100, length - 100, length - 2}) {
+                for (uint32_t image = probe - 2; image <= probe + 2; ++image) {
+                    Padded_Image(image, length, random).Expect_Search_Agrees();
+                }
             }
         }
     }
 }
 
-TEST_F(Mjpeg_Search, RandomBuffersUpToEightMegabytes)
+TEST_F(Mjpeg_Search, FindsTheEndInRandomBuffersUpToEightMegabytes)
 {
     for (int i = 0; i < 3000; ++i) {
         const uint32_t length = 2 + static_cast<uint32_t>(random() % (1U << (1 + random() % 15)));
@@ -121,7 +104,7 @@ TEST_F(Mjpeg_Search, RandomBuffersUpToEightMegabytes)
     }
 }
 
-TEST_F(Mjpeg_Search, UnalignedBuffersAndDamagedEnds)
+TEST_F(Mjpeg_Search, ReadsUnalignedBuffersAndRefusesDamagedEnds)
 {
     for (uint32_t shift = 1; shift < 4; ++shift) {
         Padded_Image image(5001, 20000, random);
@@ -149,7 +132,7 @@ TEST(Mjpeg_Length, BadInputIsRefusedBeforeAnythingIsRead)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(Mjpeg_Length, TheDriversByteCountIsCheckedByItsMarkers)
+TEST(Mjpeg_Length, ByteCountIsReturnedOnlyBetweenStartAndEndMarkers)
 {
     uint8_t image[8] = {0xFF, 0xD8, 1, 2, 0xFF, 0xD9, 0, 0};
     v4l2_buffer record{};
@@ -160,7 +143,7 @@ TEST(Mjpeg_Length, TheDriversByteCountIsCheckedByItsMarkers)
     EXPECT_NE(std::string(WQZ_USBCam_Log()).find("] Fun:[MJPEG_Length] END!\r\n"), std::string::npos);
 }
 
-TEST(Mjpeg_Length, ASearchTellsWhatItFound)
+TEST(Mjpeg_Length, ASearchPrintsTheEndItFound)
 {
     uint8_t image[300] = {0xFF, 0xD8, 1, 0xFF, 0xD9};
     testing::internal::CaptureStderr();

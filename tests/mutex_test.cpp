@@ -1,3 +1,4 @@
+// The mutex with its condition variable and the scope guard over it.
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -17,7 +17,7 @@
 
 namespace {
 
-std::string* redirected_to = nullptr;  // where the fixed directory's files go
+std::string* redirected_to = nullptr;  // where files for the fixed directory go instead
 
 using Bytes = std::vector<uint8_t>;
 
@@ -57,7 +57,7 @@ void Expect_Header(const Bytes& file, uint32_t width, uint32_t height)
     }
 }
 
-// A frame whose bytes end where its block does.
+// A frame whose block ends with its bytes, so that the address sanitizer reports any read beyond.
 class Frame {
 public:
     Frame(const Bytes& bytes, uint32_t width, uint32_t height)
@@ -116,7 +116,7 @@ const std::vector<std::string> One_Bmp = {"1700000000_5.bmp"};
 
 TEST(In_Place, AYuyvFrameBecomesABitmap)
 {
-    // The small ones meet used memory, in which missing zeros would show.
+    // Small frames get recently freed memory, filled with 0xEE: a byte that should be zero and is not written shows.
     for (uint32_t length : {640U * 480U * 2U, 640U * 480U * 2U - 5U, 16U, 17U, 18U, 19U, 20U}) {
         auto* used = new uint8_t[length * 3 / 2 + 54];
         std::fill_n(static_cast<volatile uint8_t*>(used), length * 3 / 2 + 54, uint8_t{0xEE});
@@ -137,7 +137,7 @@ TEST(In_Place, AYuyvFrameBecomesABitmap)
     }
 }
 
-TEST(In_Place, WhatCannotBeConvertedStaysAsItIs)
+TEST(In_Place, EmptyAndOversizedFramesStayUnchanged)
 {
     Frame_Buffer_Data empty{};
     testing::internal::CaptureStderr();
@@ -202,7 +202,7 @@ TEST(Raw_Picture, NothingIsWrittenWithoutAPicture)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Raw Not Vail!\n") << "a failed open stays silent";
 }
 
-TEST(Raw_Samples, BothDepthsAreRepackedAlike)
+TEST(Raw_Samples, TenAndTwelveBitSamplesAreRepackedAlike)
 {
     Bytes samples = Random_Bytes(1001);
     Frame ten(samples, 0, 0);
@@ -217,7 +217,7 @@ TEST(Raw_Samples, BothDepthsAreRepackedAlike)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Raw Not Vail!\n");
 }
 
-TEST(Raw_Dump, WritesTheBytesUnderTheFramesTime)
+TEST(Raw_Dump, WritesTheBytesToAFileNamedByTheFramesTime)
 {
     Directory directory;
     Bytes bytes = Random_Bytes(5000);
@@ -228,7 +228,7 @@ TEST(Raw_Dump, WritesTheBytesUnderTheFramesTime)
     EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[Save_Frame_buffer] END!"), std::string::npos);
 }
 
-TEST(Raw_Dump, FailuresAreReportedAndHarmless)
+TEST(Raw_Dump, ReportsAFileThatDoesNotOpenAndAnEmptyFrame)
 {
     Frame frame({1}, 1, 1);
     Frame_Buffer empty;
@@ -242,8 +242,8 @@ TEST(Raw_Dump, FailuresAreReportedAndHarmless)
     EXPECT_NE(std::string(WQZ_USBCam_Log()).find("Fun:[Save_Frame_buffer] END!"), std::string::npos);
 }
 
-// What is written without a directory goes to the fixed one, here led to a directory of the test.
-TEST(Fixed_Directory, TakesYuyvPicturesAndDumpsWithoutADirectory)
+// fopen below redirects the fixed directory to one of the test.
+TEST(Fixed_Directory, ReceivesYuyvPicturesAndDumpsSavedWithoutADirectory)
 {
     Directory directory;
     redirected_to = &directory.path;
@@ -261,7 +261,7 @@ TEST(Fixed_Directory, TakesYuyvPicturesAndDumpsWithoutADirectory)
 
 }  // namespace
 
-// Stands in front of the C library's.
+// Overrides the C library's function.
 extern "C" FILE* fopen(const char* path, const char* mode)
 {
     static const auto real = reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));

@@ -39,7 +39,7 @@ TEST(Records, MembersLieInTheirOrder)
     EXPECT_EQ(sizeof(Video_Stream_EXE_Base_Class::YUV_MODE), 4U);
 }
 
-// The position of a virtual operation in its table, by the C++ ABI of this platform.
+// The index of a virtual function in its table: the C++ ABI of x86-64 keeps its offset in the member pointer.
 template <typename Member>
 std::ptrdiff_t Slot(Member member)
 {
@@ -75,8 +75,8 @@ TEST(Records, VirtualOperationsKeepTheirSlots)
     EXPECT_EQ(Slot(&Video_Stream_EXE_Base_Class::Set_YUV_Mode), 5);
 }
 
-// A leak checker sees strings that stay; a record beyond the count holds nothing that may be freed.
-TEST(Records, FreeingTheArrayFreesTheStringsOfItsFirstRecords)
+// The leak checker reports strings that stay. Freeing the string of the third record would crash.
+TEST(Records, DeviceFreeReleasesTheArrayAndTheStringsOfItsCountedRecords)
 {
     auto* cameras = new v4l2_dev_sys_data_t[3]();
     for (int i = 0; i < 2; ++i) {
@@ -90,7 +90,7 @@ TEST(Records, FreeingTheArrayFreesTheStringsOfItsFirstRecords)
     WQZ_USBCam_DEVICE_FREE(nullptr, 2);
 }
 
-TEST(Records, ANewSessionIsClosedAndEndless)
+TEST(Records, ANewSessionIsClosedWithAnEndlessBudget)
 {
     v4l2_dev_sys_data_t camera{};
     std::strcpy(camera.Device_Path, "/dev/video7");

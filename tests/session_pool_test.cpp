@@ -1,4 +1,4 @@
-// The pools of a session: order, waits, marks, what is freed.
+// The session's pools of frame records: order, waiting, what is freed.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -45,7 +45,7 @@ protected:
     USBCam session;
 };
 
-TEST_F(Pools, NewRecordsAreZeroAndAdded)
+TEST_F(Pools, InitAddsZeroedRecordsAtTheFront)
 {
     session.INIT_FRAME_RES(0);
     EXPECT_TRUE(session.cFrame_RES.empty());
@@ -128,7 +128,7 @@ TEST_F(Pools, ClearingLeavesTheApplicationsRecordAlone)
     EXPECT_EQ(session.cFrame_RES.size(), 1U);
 }
 
-// One blocking call on a thread of its own, woken until it has returned.
+// Runs a blocking call on a thread of its own and wakes it until it returns.
 template <typename Wait, typename Wake>
 auto Wait_And_Wake(Wait wait, Wake wake)
 {
@@ -201,7 +201,7 @@ TEST_F(Pools, ProducerAndConsumersPassEveryRecordOnce)
     };
     std::thread first(consume);
     std::thread second(consume);
-    // A record that comes back with its number still set was taken from the queue: its frame is lost, not handed out.
+    // Consumers clear the index. A record that still has one came from the filled queue: its frame is lost.
     uint32_t lost = 0;
     for (uint32_t i = 1; i <= frames; ++i) {
         Frame_Buffer_Data* frame = session.GET_FRAME_RES();

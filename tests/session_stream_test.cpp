@@ -122,7 +122,7 @@ TEST_F(Reader, ARefusedRequestIsRepeatedSilentlyEveryElevenMilliseconds)
     EXPECT_EQ(printed.Text(), "");
 }
 
-TEST_F(Reader, OddResultsAreRetriedOnlyWhileTheErrorMayPass)
+TEST_F(Reader, PositiveResultsAreRetriedOnlyOnTransientErrors)
 {
     Fail(Node, VIDIOC_DQBUF, {EAGAIN, 1, 2, 0, true});
     EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
@@ -140,7 +140,7 @@ TEST_F(Reader, OddResultsAreRetriedOnlyWhileTheErrorMayPass)
     EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[580] Fun:[Read_Frame_BUFF] END!\r\n");
 }
 
-TEST_F(Reader, WithoutMappedBuffersNothingIsAskedFor)
+TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
 {
     std::list<Frame_Buffer> aside;
     aside.swap(session.LC_Buffer_List);
@@ -151,7 +151,7 @@ TEST_F(Reader, WithoutMappedBuffersNothingIsAskedFor)
 
 // The loop ------------------------------------------------------------------------------------------------------------
 
-TEST_F(Stream, AClosedCameraIsRefusedAndNothingIsTouched)
+TEST_F(Stream, AClosedCameraIsRefusedWithoutARequest)
 {
     session.Video_DEAL_WITH_UNINIT();
     EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[544] Fun:[Video_DEAL_WITH_UNINIT] END!\r\n");
@@ -162,7 +162,7 @@ TEST_F(Stream, AClosedCameraIsRefusedAndNothingIsTouched)
     EXPECT_EQ(Log_Names(), "");
 }
 
-TEST_F(Stream, AFailedOpenPassesAndShowsLater)
+TEST_F(Stream, InitHidesAFailedOpenAndTheCaptureReportsIt)
 {
     session.Video_DEAL_WITH_UNINIT();
     Fail_With(Call_Open, {EBUSY});
@@ -171,7 +171,7 @@ TEST_F(Stream, AFailedOpenPassesAndShowsLater)
     EXPECT_EQ(Capture_Counted(Mjpeg, -1), -1);
 }
 
-TEST_F(Stream, AWholeRunMakesTheseRequestsInThisOrder)
+TEST_F(Stream, ACaptureIssuesItsRequestsInOrder)
 {
     Deliver_Frames(Node, 2);
     Captured_Stderr printed;
@@ -189,7 +189,7 @@ TEST_F(Stream, AWholeRunMakesTheseRequestsInThisOrder)
     EXPECT_EQ(session.iLoopMode, 0);
 }
 
-TEST_F(Stream, AnEarlierStopEndsTheRunBeforeItsFirstWait)
+TEST_F(Stream, ABudgetOfZeroEndsTheCaptureBeforeItsFirstWait)
 {
     Captured_Stderr printed;
     EXPECT_EQ(Capture_Counted({7, 320, 240, 30}, 0), 0);
@@ -253,7 +253,7 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
         EXPECT_EQ(frame->fd, session.Video_Device_FD);
         EXPECT_STREQ(frame->device_path, Node);
         EXPECT_LE(std::abs(frame->Frame_Time.tv_sec - time(nullptr)), 5);
-        // The first frame of a second closes the count of the one before; the others of that second repeat it.
+        // The first frame of a second carries the count of the previous second, and the others repeat it.
         const bool next_second = i > 0 && frame->Frame_Time.tv_sec != last_second;
         EXPECT_EQ(frame->PixFormat.u_Fps, next_second ? i : last_rate);
         last_rate = frame->PixFormat.u_Fps;
@@ -270,7 +270,7 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
     EXPECT_LT(session.fps_i, 3);
 }
 
-TEST_F(Stream, AClockThatWentBackStartsNoSecond)
+TEST_F(Stream, AClockSetBackStartsNoNewSecond)
 {
     Captured_Stderr printed;
     session.tv_b.tv_sec += 1000;
@@ -425,7 +425,7 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
     greedy.Video_Exe_End();
 }
 
-// A device that says it delivers what the loop does not know.
+// A device whose label is a format that the loop does not know.
 class Grey : public USBCam {
 public:
     using USBCam::USBCam;
@@ -447,7 +447,7 @@ TEST_F(Stream, AnUnknownFormatIsCountedReportedAndNotQueued)
     grey.Video_Exe_End();
 }
 
-TEST_F(Stream, ADescriptorBeyondTheFixedSetsWorks)
+TEST_F(Stream, CapturesOnADescriptorBeyondFdSetsize)
 {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -468,7 +468,7 @@ TEST_F(Stream, ADescriptorBeyondTheFixedSetsWorks)
     EXPECT_EQ(printed.Text(), Quitting);
 }
 
-TEST_F(Stream, ARecordOfAnOddReadStaysSafe)
+TEST_F(Stream, FailedReadsLeaveNothingToConvert)
 {
     Deliver_Frames(Node, 6);
     Fail(Node, VIDIOC_DQBUF, {EIO, -2});
@@ -478,8 +478,8 @@ TEST_F(Stream, ARecordOfAnOddReadStaysSafe)
     EXPECT_EQ(printed.Text(), "NULL \nRaw Not Vail!\nRaw Not Vail!\n" + Quitting);
 }
 
-// What waits for ever on purpose, in a process that ends itself.
-TEST_F(Stream, RefusedSettingsLeaveTheLoopInItsReadBeyondAnyStop)
+// This capture never returns, so it runs in a child process that ends itself.
+TEST_F(Stream, ARefusedStreamOnKeepsTheLoopInItsReadDespiteAStop)
 {
     session.Video_DEAL_WITH_UNINIT();
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -116,7 +116,7 @@ TEST_F(Task_Loop, MotionJpegFramesReachTheirTaskWithTheImageLength)
         << "a damaged image has the length -1";
 }
 
-TEST_F(Task_Loop, YuyvFramesFollowTheMode)
+TEST_F(Task_Loop, YuyvFramesReachTheTaskThatTheYuvModeSelects)
 {
     Start(V4L2_PIX_FMT_YUYV);
     Register_All();
@@ -185,7 +185,7 @@ TEST_F(Task_Loop, TimeOutsAndFailuresOfSelectAreRetried)
     }
 }
 
-TEST_F(Task_Loop, ACountOfNothingWaitsForNothing)
+TEST_F(Task_Loop, ACountOfZeroReturnsWithoutWaiting)
 {
     Start(V4L2_PIX_FMT_MJPEG);
     Clear_Log();
@@ -193,7 +193,7 @@ TEST_F(Task_Loop, ACountOfNothingWaitsForNothing)
     EXPECT_EQ(Log_Names(), "");
 }
 
-TEST_F(Task_Loop, AFailedReadIsDispatchedAsItIs)
+TEST_F(Task_Loop, AFailedReadStillReachesItsTask)
 {
     Start(V4L2_PIX_FMT_MJPEG);
     Register_All();

@@ -98,7 +98,7 @@ class Tool_Test(unittest.TestCase):
 
 
 class Looking(Tool_Test):
-    def test_list(self):
+    def test_list_shows_and_filters_cameras(self):
         cameras = json.loads(self.run_tool(THREE, "list", "--json").stdout)
         self.assertEqual([(c["index"], c["card"]) for c in cameras],
                          [(0, "First Twin"), (1, "Second Twin"), (2, "On Chip")])
@@ -111,7 +111,7 @@ class Looking(Tool_Test):
         filtered = json.loads(self.run_tool(mixed, "list", "--vid", "bad", "--json").stdout)
         self.assertEqual([c["index"] for c in filtered], [1])
 
-    def test_modes(self):
+    def test_modes_are_listed_by_any_name_of_a_camera(self):
         expected = [("MJPG", 320, 240, 30), ("MJPG", 320, 240, 15), ("YUYV", 322, 240, 30)]
         for camera in ([], ["/dev/video0"], ["1234:ABCD"], ["0"]):
             modes = json.loads(self.run_tool(SMALL, "modes", *camera, "--json").stdout)
@@ -120,7 +120,7 @@ class Looking(Tool_Test):
         on_chip = json.loads(self.run_tool(THREE, "modes", "2", "--json").stdout)
         self.assertIn({"format": "YUYV", "width": 640, "height": 480, "fps": 30}, on_chip)
 
-    def test_what_is_no_camera(self):
+    def test_words_that_name_no_camera_are_refused_with_a_reason(self):
         for words, message in (
                 ([], "more than one camera.*\n.*/dev/video0 .*\n.*/dev/video2 "),
                 (["1d6b:0102"], "more than one camera"),
@@ -135,7 +135,7 @@ class Looking(Tool_Test):
         forbidden = self.run_tool(SMALL + "refuse open EACCES\n", "modes", "/dev/video0", status=1)
         self.assertRegex(forbidden.stderr, "permission denied.*usermod -aG video")
 
-    def test_controls(self):
+    def test_controls_are_shown_set_and_checked(self):
         text = self.run_tool(SMALL, "controls").stdout
         self.assertRegex(text, r"(?m)^brightness +128  0\.\.255, default 128$")
         self.assertRegex(text, r"(?m)^power_line_frequency +1 .*\(0 Disabled, 1 50 Hz, 2 60 Hz\)$")
@@ -156,7 +156,7 @@ class Looking(Tool_Test):
 
 
 class Capturing(Tool_Test):
-    def test_pictures(self):
+    def test_pictures_are_whole_and_numbered_on(self):
         self.capture(SMALL, "--format", "mjpeg", "--frames", "5")
         self.assert_whole_jpegs(5)
         again = self.capture(SMALL, "--format", "mjpeg", "--frames", "2", "--size", "320x240", "--fps", "15",
@@ -212,7 +212,7 @@ class Capturing(Tool_Test):
             output = process.communicate(timeout=TIME_LIMIT)[0]
         self.assertGreater(self.counts(output, 30)[1], 15)
 
-    def test_raw_and_damaged_frames(self):
+    def test_raw_frames_are_saved_and_damaged_ones_counted(self):
         self.capture(SMALL + "jpeg-padding 4096\n", "--raw", "--format", "mjpeg", "--frames", "3")
         self.assertEqual(len(self.files()), 3)
         for name in self.files():
@@ -223,7 +223,7 @@ class Capturing(Tool_Test):
         result = self.capture(SMALL + "damage-every 3\n", "--format", "mjpeg", "--frames", "9")
         self.assertRegex(result.stdout, r"damaged +3\nsaved +9 files")
 
-    def test_what_cannot_start(self):
+    def test_a_capture_that_cannot_start_is_refused_with_a_reason(self):
         under_a_file = os.path.join(self.folder, "cameras", "out")
         for more, words, message in (
                 ("", ["--size", "640x480"], r"no mode of 640x480; it offers:\n  MJPG 320x240 at 30 15\n  YUYV 322x240"),
@@ -253,16 +253,16 @@ class Failing(Tool_Test):
         self.assert_whole_jpegs(len(self.files()))
         self.assertRegex(result.stdout, r"captured  %d frames" % len(self.files()))
 
-    def test_unplugged(self):
+    def test_an_unplugged_camera_is_reported(self):
         self.assert_failed_soon(SMALL + "unplug-after 10\n", "camera is gone", "--frames", "50", least=5)
 
-    def test_never_starting(self):
+    def test_a_refused_start_is_reported(self):
         self.assert_failed_soon(SMALL + "refuse STREAMON ENOSPC\n", "did not start.*USB bus", "--frames", "5")
 
-    def test_falling_silent(self):
+    def test_a_silent_camera_is_reported(self):
         self.assert_failed_soon(SMALL + "pause-after 4 60s\n", "stopped sending frames", "--seconds", "50", least=4)
 
-    def test_disk_full(self):
+    def test_a_full_disk_is_reported_and_leaves_whole_files(self):
         # A file system with room for two or three files; where none may be mounted, a third file that is always full.
         own_mounts = ["unshare", "-rm"]
         can_mount = subprocess.run([*own_mounts, "mount", "-t", "tmpfs", "tmpfs", self.folder], capture_output=True,
@@ -296,7 +296,7 @@ class Failing(Tool_Test):
         self.assertRegex(output, r"saved +%d files" % len(self.files()))
         return process.returncode
 
-    def test_interrupted(self):
+    def test_an_interrupt_ends_with_whole_files(self):
         self.assertEqual(self.interrupt("--frames", "1000"), 128 + signal.SIGINT)
         shutil.rmtree(self.out)
         self.assertEqual(self.interrupt(), 0, "the way to end a capture without limits")
@@ -308,7 +308,7 @@ class Examples(Tool_Test):
                                 capture_output=True, timeout=TIME_LIMIT, check=True)
         return re.sub(r"\*\*\d+\n", "", result.stdout)  # the library counts the formats it finds
 
-    def test_they_run(self):
+    def test_both_examples_run(self):
         self.run_example("camera\n", EXAMPLE_CAPTURE)
         pictures = sorted(name for name in os.listdir(self.folder) if name.endswith(".jpg"))
         self.assertEqual(pictures, ["picture-%d.jpg" % i for i in range(10)])

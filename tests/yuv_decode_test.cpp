@@ -1,3 +1,4 @@
+// Conversion of YUYV and raw frames: tables, vector paths and raw splitting against the formulas.
 #include "Stream/YUV/yuv_decode.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,7 @@
 
 #include "Stream/YUV/yuyv_bgr_simd.h"
 
-// The AVX-512 kernel once more, on emulated instructions: it is checked on processors that lack them, too.
+// The AVX-512 kernel a second time, on emulated instructions: this checks it on processors that lack them.
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
 #undef _mm512_madd_epi16  // simde 0.7 gives it the arguments of the masked one
@@ -44,10 +45,10 @@ int Clamped(int value)
     return std::clamp(value, 0, 255);
 }
 
-/// One way to convert; any of them must give what the tables hold.
+/// One way to convert; each must give the bytes that the tables hold.
 struct Way {
     std::string name;
-    unsigned step_of_v;  ///< not every V where it would take minutes
+    unsigned step_of_v;  ///< a slow way skips values of V
     std::function<void(uint8_t* yuyv, size_t size, uint8_t* bgr)> convert;
 };
 
@@ -80,7 +81,7 @@ std::vector<Way> Ways()
     return ways;
 }
 
-/// What the definition says, without tables.
+/// The pixels by the formulas, without tables.
 Bytes Expected_Pixels(const Bytes& yuyv)
 {
     Bytes bgr(yuyv.size() / 4 * 6);
@@ -110,33 +111,33 @@ class Guarded_Memory {
 public:
     Guarded_Memory()
     {
-        base_ =
-            static_cast<uint8_t*>(mmap(nullptr, 3 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        EXPECT_NE(base_, MAP_FAILED);
-        EXPECT_EQ(mprotect(base_, page_, PROT_NONE), 0);
-        EXPECT_EQ(mprotect(base_ + 2 * page_, page_, PROT_NONE), 0);
+        base =
+            static_cast<uint8_t*>(mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        EXPECT_NE(base, MAP_FAILED);
+        EXPECT_EQ(mprotect(base, page, PROT_NONE), 0);
+        EXPECT_EQ(mprotect(base + 2 * page, page, PROT_NONE), 0);
     }
-    ~Guarded_Memory() { munmap(base_, 3 * page_); }
+    ~Guarded_Memory() { munmap(base, 3 * page); }
     Guarded_Memory(const Guarded_Memory&) = delete;
     Guarded_Memory& operator=(const Guarded_Memory&) = delete;
-    uint8_t* First() { return base_ + page_; }
-    uint8_t* Last(size_t size) { return base_ + 2 * page_ - size; }
+    uint8_t* First() { return base + page; }
+    uint8_t* Last(size_t size) { return base + 2 * page - size; }
 
 private:
-    size_t page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    uint8_t* base_;
+    size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    uint8_t* base;
 };
 
-/// Leaves the choice of path as it was found.
+/// Restores the chosen path.
 class Yuyv : public testing::Test {
 protected:
-    ~Yuyv() override { yuyv_bgr::Force_Path(before_); }
+    ~Yuyv() override { yuyv_bgr::Force_Path(before); }
 
 private:
-    Path before_ = yuyv_bgr::Chosen_Path();
+    Path before = yuyv_bgr::Chosen_Path();
 };
 
-TEST(Tables, Match_The_Formulas)
+TEST(Tables, MatchTheFormulas)
 {
     const YUV_Decode& tables = Tables();
     for (int first = 0; first < 256; ++first) {
@@ -152,7 +153,7 @@ TEST(Tables, Match_The_Formulas)
     }
 }
 
-TEST(Tables, Red_Is_Printed_In_Rows_Of_Sixteen)
+TEST(Tables, MatrixDebugPrintsRedInRowsOfSixteen)
 {
     testing::internal::CaptureStdout();
     Tables().Matrix_Debug();
@@ -165,7 +166,7 @@ TEST(Tables, Red_Is_Printed_In_Rows_Of_Sixteen)
               "0x0000FFF0:\nFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\t");
 }
 
-TEST_F(Yuyv, Paths_Follow_The_Processor)
+TEST_F(Yuyv, TheWidestPathOfTheProcessorIsChosen)
 {
     std::ifstream cpuinfo("/proc/cpuinfo");
     std::string line;
@@ -193,8 +194,8 @@ TEST_F(Yuyv, Paths_Follow_The_Processor)
     }
 }
 
-// 2 to the 24th groups; with the second luma running against the first, both pixels see every (Y, U, V).
-TEST_F(Yuyv, Every_Input_Gives_The_Defined_Pixel)
+// The second luma is 255 minus the first, so that both pixels see every (Y, U, V) in 2^24 groups.
+TEST_F(Yuyv, EveryInputGivesTheDefinedPixel)
 {
     Bytes in(256 * 256 * 4);
     Bytes out(256 * 256 * 6);
@@ -219,7 +220,7 @@ TEST_F(Yuyv, Every_Input_Gives_The_Defined_Pixel)
 }
 
 // Lengths that are no multiple of 4 also put the groups at every alignment.
-TEST_F(Yuyv, Every_Length_Stays_Within_Its_Bytes)
+TEST_F(Yuyv, EveryLengthStaysWithinItsBytes)
 {
     Guarded_Memory in;
     Guarded_Memory out;
@@ -231,7 +232,7 @@ TEST_F(Yuyv, Every_Length_Stays_Within_Its_Bytes)
                 uint8_t* const source = at_the_end ? in.Last(size) : in.First();
                 uint8_t* const target = at_the_end ? out.Last(expected.size()) : out.First();
                 std::copy(bytes.begin(), bytes.end(), source);
-                // What lies outside but on the same page must stay too.
+                // Bytes outside, but on the same page, must stay as they are.
                 uint8_t* const neighbour = at_the_end ? target - 64 : target + expected.size();
                 std::fill_n(neighbour, 64, uint8_t{0x55});
                 way.convert(source, size, target);
@@ -242,7 +243,7 @@ TEST_F(Yuyv, Every_Length_Stays_Within_Its_Bytes)
     }
 }
 
-TEST_F(Yuyv, Source_And_Target_Need_No_Alignment)
+TEST_F(Yuyv, SourceAndTargetNeedNoAlignment)
 {
     constexpr size_t size = 2 * 128 + 4 * 31;
     Bytes in(size + 64);
@@ -259,7 +260,7 @@ TEST_F(Yuyv, Source_And_Target_Need_No_Alignment)
     }
 }
 
-// A mosaic in words: the colours of even and odd columns, in even and odd rows.
+// The colours of even and odd columns, in even and odd rows.
 struct Mosaic {
     bool (YUV_Decode::*decode)(uint8_t*, uint32_t, uint32_t, uint8_t*, uint32_t);
     const char* rows[2];
@@ -278,7 +279,7 @@ struct Raw_Shape {
     size_t further_bytes;
 };
 
-/// Pixels of an even number of rows, on a ground of 0x55 that nothing may touch.
+/// Pixels of an even number of rows. The other bytes stay 0x55.
 Bytes Expected_Mosaic(const Mosaic& mosaic, const Raw_Shape& shape, const Bytes& raw, size_t room)
 {
     Bytes bgr(room, 0x55);
@@ -294,7 +295,7 @@ Bytes Expected_Mosaic(const Mosaic& mosaic, const Raw_Shape& shape, const Bytes&
     return bgr;
 }
 
-TEST(Raw, Every_Sample_Lands_In_Its_Colour)
+TEST(Raw, EverySampleLandsInItsColour)
 {
     const Raw_Shape shapes[] = {
         {2, 2, 0},   {16, 6, 0},  {642, 4, 0},
@@ -316,7 +317,7 @@ TEST(Raw, Every_Sample_Lands_In_Its_Colour)
     }
 }
 
-TEST(Raw, Less_Than_A_Row_Is_Refused)
+TEST(Raw, LessThanARowIsRefused)
 {
     uint8_t raw[32] = {};
     uint8_t bgr[48];
@@ -330,9 +331,9 @@ TEST(Raw, Less_Than_A_Row_Is_Refused)
     EXPECT_EQ(std::count(bgr, bgr + sizeof bgr, 0x55), 48);
 }
 
-TEST(Raw, Ten_And_Twelve_Bits_Are_Repacked_Alike)
+TEST(Raw, TenAndTwelveBitsAreRepackedAlike)
 {
-    // All samples at an odd address, then a lone byte.
+    // Every sample value, from an odd address on, then a single byte.
     Bytes ten(1 + 65536 * 2 + 1, 0x77);
     for (size_t sample = 0; sample < 65536; ++sample) {
         ten[1 + sample * 2] = static_cast<uint8_t>(sample);

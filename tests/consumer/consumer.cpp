@@ -1,3 +1,4 @@
+// A user's C++11 program over the classes.
 #include <cstring>
 
 #include "Stream/YUV/yuv_stream.h"

@@ -1,4 +1,4 @@
-// Captures from the kernel's own drivers: every frame, whole, in order, and converted by the formulas.
+// Captures from the kernel's own drivers: every frame is whole, in order and converted by the formulas.
 
 #include <gtest/gtest.h>
 
@@ -25,15 +25,16 @@ protected:
     }
 };
 
-/// Checks the numbers of frames in a row that nobody delayed.
-/// @return how many numbers the driver itself left out
+/// Checks that frames have consecutive indexes and ascending sequence numbers.
+/// @return how many sequence numbers the driver left out
 uint32_t Expect_In_Order(const std::vector<Delivered_Frame>& frames)
 {
     for (size_t i = 0; i < frames.size(); ++i) {
         EXPECT_EQ(frames[i].index, frames[0].index + i);
         EXPECT_TRUE(i == 0 || frames[i].sequence > frames[i - 1].sequence) << i;
     }
-    return frames.empty() ? 0 : frames.back().sequence - frames.front().sequence + 1 - uint32_t(frames.size());
+    return frames.empty() ? 0
+                          : frames.back().sequence - frames.front().sequence + 1 - static_cast<uint32_t>(frames.size());
 }
 
 void Expect_Motion_Jpeg(const Delivered_Frame& frame, const Pix_Format& mode)
@@ -48,7 +49,7 @@ void Expect_Motion_Jpeg(const Delivered_Frame& frame, const Pix_Format& mode)
     EXPECT_EQ(frame.format.u_Height, mode.u_Height);
 }
 
-// Long vectors are not worth printing: the first difference is.
+// Prints the first difference instead of long vectors.
 void Expect_Bitmap(const Delivered_Frame& frame, const std::vector<uint8_t>& yuyv, const Pix_Format& mode)
 {
     const std::vector<uint8_t> expected = Expected_Bitmap(yuyv, mode.u_Width, mode.u_Height);
@@ -80,7 +81,7 @@ void Expect_Vivid_Yuyv(const std::vector<Delivered_Frame>& frames, const Vivid_P
     }
 }
 
-TEST_F(Capture, Hundred_Motion_Jpeg_Frames_From_Usb)
+TEST_F(Capture, DeliversAHundredWholeMotionJpegFramesFromUsb)
 {
     const Discovered_Camera camera("uvcvideo");
     Capture_Session session(camera);
@@ -98,7 +99,7 @@ TEST_F(Capture, Hundred_Motion_Jpeg_Frames_From_Usb)
     EXPECT_LE(frames.back().format.u_Fps, 17U);
 }
 
-TEST_F(Capture, Hundred_Yuyv_Frames_From_Usb)
+TEST_F(Capture, DeliversAHundredConvertedYuyvFramesFromUsb)
 {
     const Discovered_Camera camera("uvcvideo");
     Capture_Session session(camera);
@@ -113,7 +114,7 @@ TEST_F(Capture, Hundred_Yuyv_Frames_From_Usb)
     }
 }
 
-TEST_F(Capture, Hundred_Yuyv_Frames_From_Vivid)
+TEST_F(Capture, DeliversAHundredConvertedYuyvFramesFromVivid)
 {
     const Discovered_Camera camera("vivid");
     const Pix_Format mode = Yuyv(320, 180, 25);
@@ -128,7 +129,7 @@ TEST_F(Capture, Hundred_Yuyv_Frames_From_Vivid)
     Expect_Vivid_Yuyv(frames, pictures, mode);
 }
 
-TEST_F(Capture, Stalling_Consumer_Loses_The_Oldest_Frames_Only)
+TEST_F(Capture, AStallingConsumerLosesOnlyTheOldestFrames)
 {
     const Discovered_Camera camera("uvcvideo");
     Capture_Session session(camera);
@@ -155,7 +156,7 @@ TEST_F(Capture, Stalling_Consumer_Loses_The_Oldest_Frames_Only)
     }
 }
 
-TEST_F(Capture, Two_Cameras_At_Once)
+TEST_F(Capture, TwoCamerasAtOnceDeliverTheirOwnFramesInOrder)
 {
     const Discovered_Camera usb("uvcvideo"), vivid("vivid");
     const Pix_Format usb_mode = Yuyv(160, 120, 15), vivid_mode = Yuyv(320, 180, 15);
@@ -178,7 +179,7 @@ TEST_F(Capture, Two_Cameras_At_Once)
     Expect_Vivid_Yuyv(vivid_frames, pictures, vivid_mode);
 }
 
-TEST_F(Capture, A_Stop_Ends_The_Loop_And_The_Stream)
+TEST_F(Capture, AStopEndsTheLoopAndTheStream)
 {
     for (const char* driver : {"uvcvideo", "vivid"}) {
         const Discovered_Camera camera(driver);
@@ -198,7 +199,7 @@ TEST_F(Capture, A_Stop_Ends_The_Loop_And_The_Stream)
     }
 }
 
-TEST_F(Capture, Three_Captures_One_After_Another_In_Different_Modes)
+TEST_F(Capture, NewSessionsCaptureInDifferentModesOneAfterAnother)
 {
     const Discovered_Camera usb("uvcvideo");
     for (const Pix_Format& mode : {Motion_Jpeg(160, 120, 30), Yuyv(320, 240, 15), Motion_Jpeg(320, 240, 15)}) {
@@ -225,7 +226,7 @@ TEST_F(Capture, Three_Captures_One_After_Another_In_Different_Modes)
     }
 }
 
-TEST_F(Capture, A_Camera_That_Pauses_Shows_Time_Outs_And_Goes_On)
+TEST_F(Capture, ACameraThatPausesCausesTimeOutsAndGoesOn)
 {
     const Discovered_Camera camera("uvcvideo");
     testing::internal::CaptureStderr();
@@ -292,7 +293,7 @@ void Run_Tasks(Video_Device& device, uint32_t fourcc, uint32_t width, uint32_t h
     EXPECT_TRUE(std::is_sorted(seen->sequences.begin(), seen->sequences.end()));
 }
 
-TEST_F(Capture, Task_Loop_Of_The_Bare_Device)
+TEST_F(Capture, TheTaskLoopHandsEachFrameToTheTaskOfItsFormat)
 {
     const Discovered_Camera vivid("vivid"), usb("uvcvideo");
     const Vivid_Pictures pictures(vivid.Node(), "GREY", 320, 180);

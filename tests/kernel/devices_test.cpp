@@ -1,4 +1,4 @@
-// Discovery, catalogue and controls of the kernel's own drivers, compared with what v4l2-ctl says of them.
+// Discovery, catalogue and controls on the kernel's own drivers, compared with what v4l2-ctl reports.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,8 +17,8 @@ namespace {
 uint32_t Listed_Fourcc(const std::string& line)
 {
     const size_t at = line.find('\'') + 1;
-    const uint32_t code =
-        v4l2_fourcc(uint32_t(line[at]), uint32_t(line[at + 1]), uint32_t(line[at + 2]), uint32_t(line[at + 3]));
+    const uint32_t code = v4l2_fourcc(static_cast<uint32_t>(line[at]), static_cast<uint32_t>(line[at + 1]),
+                                      static_cast<uint32_t>(line[at + 2]), static_cast<uint32_t>(line[at + 3]));
     return line.compare(at + 4, 3, "-BE") == 0 ? code | 1U << 31 : code;
 }
 
@@ -70,7 +70,7 @@ protected:
     static void SetUpTestSuite() { Plug_In_Usb_Camera(); }
 };
 
-TEST_F(Devices, Discovery_Lists_Each_Camera_Once_With_Its_Identity)
+TEST_F(Devices, DiscoveryListsEachCameraOnceWithItsIdentity)
 {
     v4l2_dev_sys_data_t* records = nullptr;
     const int32_t count = WQZ_USBCam_DEVICE_FIND_ID(&records, 0xFFFF, 0xFFFF);
@@ -109,7 +109,7 @@ TEST_F(Devices, Discovery_Lists_Each_Camera_Once_With_Its_Identity)
     WQZ_USBCam_DEVICE_FREE(records, by_id);
 }
 
-TEST_F(Devices, A_Record_Off_Usb_Opens_Only_With_Its_Node_In_The_Path)
+TEST_F(Devices, ARecordOffUsbOpensOnlyWithItsNodeInDevicePath)
 {
     const Discovered_Camera vivid("vivid");
     v4l2_dev_sys_data_t as_found = vivid.S_Record;
@@ -123,7 +123,7 @@ TEST_F(Devices, A_Record_Off_Usb_Opens_Only_With_Its_Node_In_The_Path)
     EXPECT_GT(WQZ_USBCam_Get_Format_List_Size(session.Handle()), 0);
 }
 
-TEST_F(Devices, Catalogue_Of_Discrete_Sizes_Is_What_V4l2_Ctl_Lists)
+TEST_F(Devices, TheCatalogueListsWhatV4l2CtlLists)
 {
     Make_Vivid_Repeatable();
     for (const char* driver : {"uvcvideo", "vivid"}) {
@@ -135,7 +135,7 @@ TEST_F(Devices, Catalogue_Of_Discrete_Sizes_Is_What_V4l2_Ctl_Lists)
     }
 }
 
-TEST_F(Devices, Stepwise_Sizes_Read_As_Smallest_And_Largest_Width)
+TEST_F(Devices, StepwiseSizesReadAsSmallestAndLargestWidth)
 {
     const Discovered_Camera vivid("vivid");
     ASSERT_EQ(Run_Command("v4l2-ctl -d " + vivid.Node() + " -i 3").status, 0);
@@ -156,7 +156,7 @@ TEST_F(Devices, Stepwise_Sizes_Read_As_Smallest_And_Largest_Width)
         ASSERT_EQ(format->Size(), 1U) << i;
         EXPECT_EQ(format->Index_At(0)->Width(), static_cast<int32_t>(smallest));
         EXPECT_EQ(format->Index_At(0)->High(), static_cast<int32_t>(largest));
-        // What the driver says of exactly that width and height.
+        // Count the intervals that the driver lists for exactly that width and height.
         v4l2_frmivalenum asked{};
         asked.pixel_format = static_cast<uint32_t>(format->Format());
         asked.width = smallest;
@@ -183,7 +183,7 @@ int32_t Control_By_V4l2_Ctl(const std::string& node, const std::string& name)
     return value;
 }
 
-TEST_F(Devices, Controls_Are_The_Same_Through_The_Library_And_V4l2_Ctl)
+TEST_F(Devices, LibraryAndV4l2CtlReadEachOthersControlValues)
 {
     struct Case {
         const char* driver;
@@ -208,7 +208,7 @@ TEST_F(Devices, Controls_Are_The_Same_Through_The_Library_And_V4l2_Ctl)
     }
 }
 
-TEST_F(Devices, Refused_Controls_Are_Reported_With_The_Drivers_Error)
+TEST_F(Devices, RefusedControlsAreReportedWithTheDriversError)
 {
     const Discovered_Camera camera("uvcvideo");
     const Capture_Session session(camera);

@@ -1,3 +1,4 @@
+// Runs commands, finds cameras, captures frames and computes the expected pictures.
 #include "kernel_test_support.h"
 
 #include <sys/wait.h>

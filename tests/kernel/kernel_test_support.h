@@ -1,3 +1,4 @@
+// Support for tests on the kernel's own drivers: commands, cameras, captured frames, expected pictures.
 #ifndef WQZ_TESTS_KERNEL_KERNEL_TEST_SUPPORT_H
 #define WQZ_TESTS_KERNEL_KERNEL_TEST_SUPPORT_H
 

@@ -1,5 +1,5 @@
-// What a second capture in one process does, by how the first one was put away. Each case runs in a child process,
-// since a capture that the driver refuses may never return.
+// A second capture in one process, after the first was cleared, closed and deleted or not. Each case runs in a child
+// process, because a capture that the driver refuses may never return.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -23,7 +23,7 @@ struct Put_Away {
     bool new_handle;  // DELETE and CREATE in between
 };
 
-// Of the second capture.
+// The outcome of the second capture.
 struct Outcome {
     size_t frames = 0;
     size_t right = 0;          // of the size that was asked for
@@ -88,7 +88,7 @@ private:
         WQZ_USBCam_Video_DEAL_WITH_INIT(pHandle, 0);
     }
 
-    // The frames of three seconds at most; then asks the loop to stop.
+    // Takes frames for three seconds at most, then asks the loop to stop.
     std::vector<std::string> Take()
     {
         std::vector<std::string> frames;
@@ -110,7 +110,7 @@ private:
     Outcome S_Outcome;
 };
 
-/// Captures twice in a child process; what that prints goes to the results.
+/// Captures twice in a child process, whose messages go to the results.
 class Two_Captures_Apart {
 public:
     Two_Captures_Apart(const std::string& driver, const Put_Away& how, const Pix_Format& first,
@@ -199,7 +199,7 @@ protected:
     }
 };
 
-TEST_F(Repeated_Capture, Works_After_Clearing_And_Closing)
+TEST_F(Repeated_Capture, WorksAfterClearingAndClosing)
 {
     For_Each({true, true, true}, [](const Outcome& outcome, bool) {
         EXPECT_TRUE(outcome.Good());
@@ -212,13 +212,13 @@ TEST_F(Repeated_Capture, Works_After_Clearing_And_Closing)
     });
 }
 
-TEST_F(Repeated_Capture, Gets_No_Frames_Without_Clearing)
+TEST_F(Repeated_Capture, GetsNoFramesWithoutClearing)
 {
     For_Each({false, true, true}, [](const Outcome& outcome, bool) { EXPECT_TRUE(outcome.Stuck()); });
     For_Each({false, true, false}, [](const Outcome& outcome, bool) { EXPECT_TRUE(outcome.Stuck()); });
 }
 
-TEST_F(Repeated_Capture, Keeps_The_First_Mode_Without_Closing)
+TEST_F(Repeated_Capture, KeepsTheFirstModeWithoutClosing)
 {
     For_Each({true, false, false}, [](const Outcome& outcome, bool other_mode) {
         EXPECT_EQ(outcome.Good(), !other_mode);

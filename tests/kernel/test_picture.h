@@ -1,7 +1,6 @@
+// The pictures and names that the test camera sends, shared by the camera and by the tests that check its frames.
 #ifndef WQZ_TESTS_KERNEL_TEST_PICTURE_H
 #define WQZ_TESTS_KERNEL_TEST_PICTURE_H
-
-// What the camera of these tests sends; shared by the camera and by the tests that look at its frames.
 
 #include <cstdint>
 #include <cstdio>

@@ -53,7 +53,7 @@ size_t Whole_Pictures(const fs::path& directory)
     return files.size();
 }
 
-TEST_F(Tool, Lists_Cameras_Modes_And_Controls)
+TEST_F(Tool, ListsCamerasModesAndControls)
 {
     const Command_Result list = Run_Command("wqz-usbcam list");
     EXPECT_EQ(list.status, 0);
@@ -69,7 +69,7 @@ TEST_F(Tool, Lists_Cameras_Modes_And_Controls)
     EXPECT_EQ(Run_Command("v4l2-ctl -d " + node + " -C brightness").output, "brightness: 33\n");
 }
 
-TEST_F(Tool, Captures_Pictures_From_Both_Cameras)
+TEST_F(Tool, CapturesPicturesFromBothCameras)
 {
     const struct {
         std::string camera, mode;
@@ -96,7 +96,7 @@ Command_Result Capture_Beside_Another(const std::string& node, const std::string
                        size_and_rate + "; status=$?; kill $user; exit $status");
 }
 
-TEST_F(Tool, A_Camera_In_Use_Is_Reported)
+TEST_F(Tool, ReportsACameraInUse)
 {
     for (const auto& result : {Capture_Beside_Another(Discovered_Camera("uvcvideo").Node(), "160x120 --fps 30"),
                                Capture_Beside_Another(Discovered_Camera("vivid").Node(), "320x180 --fps 25")}) {
@@ -113,7 +113,7 @@ Command_Result Capture_With_Pause(const std::string& seconds, const fs::path& di
                        " --format mjpeg --size 160x120 --fps 30 --frames 60 -o " + directory.string());
 }
 
-TEST_F(Tool, A_Short_Pause_Is_Survived_And_A_Long_One_Reported)
+TEST_F(Tool, SurvivesAShortPauseAndReportsALongOne)
 {
     const fs::path short_pause = fs::path(Results_Directory) / "tool-pause-3";
     const Command_Result survived = Capture_With_Pause("3", short_pause);
@@ -128,7 +128,7 @@ TEST_F(Tool, A_Short_Pause_Is_Survived_And_A_Long_One_Reported)
     EXPECT_LT(Whole_Pictures(long_pause), 60U);
 }
 
-TEST_F(Tool, An_Unplugged_Camera_Ends_A_Capture_With_A_Message)
+TEST_F(Tool, EndsWithAMessageWhenTheCameraIsUnplugged)
 {
     const fs::path directory = fs::path(Results_Directory) / "tool-unplug";
     auto capture = std::async(std::launch::async, [&] {

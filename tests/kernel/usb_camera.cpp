@@ -1,6 +1,6 @@
 // A USB Video Class camera in user space. One end of a socket pair goes into the kernel's vhci_hcd, which then finds
-// a high-speed device behind one of its ports; on the other end this program answers in the USB/IP protocol. The
-// stream runs over a bulk endpoint, whose payloads need no isochronous timing.
+// a high-speed device behind one of its ports. At the other end this program answers in the USB/IP protocol. The
+// stream runs over a bulk endpoint, because bulk payloads need no isochronous timing.
 //
 //     usb_camera FIFO
 //
@@ -67,7 +67,7 @@ public:
         }
         const uint32_t sequence = be32toh(header.sequence);
         if (be32toh(header.command) == Command_Unlink) {
-            // A transfer that was answered before the request to drop it came is gone: status 0 says so.
+            // Status 0: the transfer was answered before the request to drop it arrived.
             const auto meant = [&](const Transfer& t) { return t.sequence == be32toh(header.argument[0]); };
             Reply(Reply_Unlink, sequence, std::erase_if(cPending, meant) == 0 ? 0 : -ECONNRESET, 0, {});
             return true;
@@ -138,7 +138,7 @@ private:
             return data.empty() ? Stall : 0;
         }
         if (setup.type == 0x02 && setup.request == Clear_Feature) {
-            C_Stream.Stop();  // how a host tells a bulk camera that the stream has ended
+            C_Stream.Stop();  // a host ends the stream of a bulk camera so
         }
         return 0;  // with zeros for a status and the like
     }

@@ -1,7 +1,6 @@
+// The USB descriptors of the test camera: two formats in two sizes, brightness, white balance.
 #ifndef WQZ_TESTS_KERNEL_USB_CAMERA_DESCRIPTORS_H
 #define WQZ_TESTS_KERNEL_USB_CAMERA_DESCRIPTORS_H
-
-// What the camera says about itself: two formats in two sizes, brightness, white balance.
 
 #include <cstdint>
 #include <iterator>

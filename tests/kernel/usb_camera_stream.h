@@ -1,3 +1,4 @@
+// The streaming side of the test camera: negotiation, numbered frames, payloads.
 #ifndef WQZ_TESTS_KERNEL_USB_CAMERA_STREAM_H
 #define WQZ_TESTS_KERNEL_USB_CAMERA_STREAM_H
 

@@ -1,3 +1,4 @@
+// Plugs the fixture's camera in, makes its requests fail and counts them.
 #include "support/camera_fixture.h"
 
 #include <algorithm>

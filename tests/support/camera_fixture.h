@@ -1,4 +1,6 @@
-#pragma once
+// A test fixture with one virtual USB camera, and a capture of standard error.
+#ifndef WQZ_TESTS_SUPPORT_CAMERA_FIXTURE_H
+#define WQZ_TESTS_SUPPORT_CAMERA_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <virtual_camera/virtual_camera.h>
@@ -16,7 +18,7 @@ inline virtual_camera::Frame_Size Discrete_Size(uint32_t width, uint32_t height,
     return {width, height, width, height, 0, 0, std::move(intervals), false};
 }
 
-/// One virtual USB camera at Node, freshly plugged in, its requests recorded.
+/// One virtual USB camera at Node, freshly plugged in. The log records its requests.
 class Camera_Fixture : public testing::Test {
 protected:
     static constexpr const char* Node = "/dev/video0";
@@ -27,17 +29,17 @@ protected:
     /// The record that discovery would make.
     static v4l2_dev_sys_data_t Camera_Record(const std::string& node = Node);
 
-    /// Lets the next calls of a request fail with each of the errors in turn.
+    /// Makes the next calls of a request fail with each of the errors in turn.
     static void Fail_With(uint32_t request, const std::vector<int>& errors);
 
     /// How often a request was made since the log began.
     static int Requests(uint32_t request);
 
-    /// @return how the retrying request's last words read
+    /// @return the message of a retrying request that gives up
     static std::string Giving_Up(uint32_t request, int error);
 };
 
-/// Takes what the process prints while it lives.
+/// Captures standard error while it lives.
 class Captured_Stderr {
 public:
     Captured_Stderr() { testing::internal::CaptureStderr(); }
@@ -50,7 +52,7 @@ public:
     Captured_Stderr(const Captured_Stderr&) = delete;
     Captured_Stderr& operator=(const Captured_Stderr&) = delete;
 
-    /// Once.
+    /// @return what was printed; call it once
     std::string Text()
     {
         taken = true;
@@ -60,3 +62,5 @@ public:
 private:
     bool taken = false;
 };
+
+#endif  // WQZ_TESTS_SUPPORT_CAMERA_FIXTURE_H

@@ -1,10 +1,9 @@
-// What the runtimes of the sanitizers are asked to overlook, by function or name: each is meant.
+// Suppressions for the sanitizers: reports from these functions and libraries are expected.
 
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions();
 
-// Discovery keeps each libudev device with what it was asked for; its record's strings belong to the caller, and those
-// of nodes that were merged or filtered out to nobody.
+// Discovery never releases its libudev devices. The strings of nodes that it merges or filters out stay allocated.
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:udev_device_new_from_syspath\n"
@@ -12,7 +11,7 @@ extern "C" const char* __lsan_default_suppressions()
            "leak:Describe_Node\n";
 }
 
-// The trace buffer has no lock. The mocked device tree has a thread of its own in libraries that are not instrumented.
+// The trace buffer has no lock. umockdev runs a thread inside libraries that are not instrumented.
 extern "C" const char* __tsan_default_suppressions()
 {
     return "race:GLOG\n"
