@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "support/allocation_watch.h"
 #include "support/camera_fixture.h"
 #include "Device/device_wait.h"
 #include "Video/Video_Device.h"
@@ -127,14 +128,26 @@ TEST_F(Device, ARefusedReqbufsDoesNotStopTheSetUp)
 TEST_F(Device, AFailedMappingIsNotUnmapped)
 {
     device.Video_Open();
-    Fail(Node, Call_Mmap, {ENOMEM, -1, 1, 1});
-    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(3), 0);
-    EXPECT_EQ(std::next(device.LC_Buffer_List.begin())->sBuf.pMem, MAP_FAILED);
+    Fail(Node, Call_Mmap, {ENOMEM});
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(1), 0);
+    EXPECT_EQ(device.LC_Buffer_List.front().sBuf.pMem, MAP_FAILED);
+    std::strcpy(GLOG, "no unmapping");
     EXPECT_EQ(device.Video_Stream_Clear_Frame_Buff(), 0);
-    EXPECT_EQ(Requests(Call_Munmap), 2);
+    EXPECT_STREQ(GLOG, "no unmapping") << "unmapping writes a trace line";
     EXPECT_TRUE(device.LC_Buffer_List.empty());
-    EXPECT_EQ(device.u_VideoStream_Queue_buff, 3U);
+    EXPECT_EQ(device.u_VideoStream_Queue_buff, 1U);
     EXPECT_EQ(device.Video_Stream_Clear_Frame_Buff(), 0);
+}
+
+TEST_F(Device, ASecondOpenBindsANewDescriptorAndLeavesTheFirstOpen)
+{
+    const int32_t first = device.Video_Open();
+    const int32_t second = device.Video_Open();
+    EXPECT_NE(second, first);
+    EXPECT_EQ(device.Get_Video_Device_FD(), second);
+    EXPECT_EQ(device.C_V4L2_VC_Pu.VC_fd, static_cast<uint32_t>(second));
+    EXPECT_EQ(Log_Names(), "open open");
+    EXPECT_EQ(close(first), 0);
 }
 
 TEST_F(Device, CurrentPixFormatIsTheRequestNotTheDriversAnswer)
@@ -148,23 +161,48 @@ TEST_F(Device, CurrentPixFormatIsTheRequestNotTheDriversAnswer)
     EXPECT_NE(Log().back().width, 641U) << "the driver adjusts the size";
 }
 
-TEST_F(Device, RefusalsOnTheWayLeaveWhatWasAskedFor)
+TEST_F(Device, SetFormatKeepsTheRequestedFormatWhenTheDriverRefuses)
 {
     device.Video_Open();
     Fail_With(VIDIOC_S_FMT, {EBUSY});
     EXPECT_EQ(device.Video_Stream_Set_Format(V4L2_PIX_FMT_GREY, 320, 240), -1);
     EXPECT_EQ(device.Get_Current_PixFormat().u_PixFormat, V4L2_PIX_FMT_GREY);
+}
+
+TEST_F(Device, SetFrameRateSetsTheIntervalWhenItCannotBeRead)
+{
+    device.Video_Open();
     Fail_With(VIDIOC_G_PARM, {EINVAL});
     EXPECT_EQ(device.Video_Stream_Set_Frame_Rate(1, 15), 0);
     EXPECT_EQ(Log().back().interval.denominator, 15U);
-    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
-    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
-    EXPECT_EQ(device.LC_Buffer_List.size(), 4U) << "a second set-up appends";
 }
 
-TEST_F(Device, WaitingOnANegativeDescriptorTimesOut)
+TEST_F(Device, ASecondSetFrameBuffAppendsBuffers)
+{
+    device.Video_Open();
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
+    EXPECT_EQ(device.Video_Stream_Set_Frame_Buff(2), 0);
+    EXPECT_EQ(device.LC_Buffer_List.size(), 4U);
+}
+
+TEST(Wait_Readable, ANegativeDescriptorWaitsUntilTheTimeOut)
 {
     EXPECT_EQ(Wait_Readable(-1, {0, 1000}), 0);
+}
+
+TEST(Wait_Readable, KeepsTheErrorOfSelectAndAllocatesNothingBelowFdSetsize)
+{
+    for (const int32_t fd : {FD_SETSIZE - 1, FD_SETSIZE}) {
+        allocation_watch::Set_Errno_On_Delete(EDOM);
+        const int before = allocation_watch::Allocations();
+        const int32_t result = Wait_Readable(fd, {-1, 0});
+        const int error = errno;
+        const int allocations = allocation_watch::Allocations() - before;
+        allocation_watch::Set_Errno_On_Delete(0);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(error, EINVAL) << "a negative time-out, descriptor " << fd;
+        EXPECT_EQ(allocations > 0, fd >= FD_SETSIZE);
+    }
 }
 
 TEST_F(Device, DeletingAnOpenDeviceIssuesNoRequestAndKeepsItsMappings)

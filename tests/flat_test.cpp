@@ -7,6 +7,7 @@
 
 #include "Stream/YUV/yuv_stream.h"
 #include "support/camera_fixture.h"
+#include "support/watched_device.h"
 #include "USBCam/USBCam.h"
 #include "USBCam_API/USBCam_API.h"
 
@@ -179,6 +180,36 @@ TEST_F(Flat, ControlsNeedAnOpenCamera)
     EXPECT_EQ(WQZ_USBCam_PU_Get(handle, V4L2_CID_PAN_SPEED, &value), 0) << "a failed read is not reported";
     EXPECT_EQ(value, 0);
     EXPECT_EQ(WQZ_USBCam_PU_Get(handle, V4L2_CID_CONTRAST, nullptr), -2);
+    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
+    WQZ_USBCam_DELETE_DEVICE_POINT(handle);
+}
+
+TEST_F(Flat, OpeningClearingClosingAndDeletingCallTheDerivedClass)
+{
+    v4l2_dev_sys_data_t camera = Camera_Record();
+    bool destroyed = false;
+    auto* watched = new Watched<USBCam>(&camera);
+    watched->destroyed = &destroyed;
+    void* handle = static_cast<USBCam*>(watched);
+    Open_Quietly(handle);
+    EXPECT_EQ(WQZ_USBCam_Clear_Frame_Buff(handle), 0);
+    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
+    EXPECT_EQ(watched->calls,
+              "Video_Open Get_Video_Device_FD Video_Frame_Format Video_Stream_Clear_Frame_Buff Video_Close ");
+    WQZ_USBCam_DELETE_DEVICE_POINT(handle);
+    EXPECT_TRUE(destroyed);
+}
+
+TEST_F(Flat, ListedPixelFormatsComeFromTheSizeRecords)
+{
+    void* handle = Open(Camera_Record());
+    Format_Info& format = static_cast<USBCam*>(handle)->LC_Format_List.front();
+    ASSERT_EQ(format.S_Format.pixelformat, V4L2_PIX_FMT_MJPEG);
+    format.LC_Resolution_List.front().S_Resolution.pixel_format = V4L2_PIX_FMT_JPEG;
+    std::vector<Pix_Format> modes(static_cast<std::size_t>(WQZ_USBCam_Get_Format_List_Size(handle)));
+    WQZ_USBCam_Get_Format_List(handle, modes.data());
+    EXPECT_EQ(modes.front().u_PixFormat, V4L2_PIX_FMT_JPEG);
+    EXPECT_EQ(modes[format.LC_Resolution_List.front().Size()].u_PixFormat, V4L2_PIX_FMT_MJPEG) << "the second size";
     WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);
 }

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <string>
 
+#include "support/allocation_watch.h"
 #include "support/camera_fixture.h"
+#include "support/watched_device.h"
 #include "Video/Video_Device.h"
 
 namespace {
@@ -226,26 +228,46 @@ TEST_F(Task_Loop, TheEndOfADeviceThatWasNeverOpenedIsHarmless)
     EXPECT_EQ(Log_Names(), "");
 }
 
-// A derived device may present itself otherwise: the label comes through the virtual calls.
-class Disguised : public Video_Device {
-public:
-    using Video_Device::Video_Device;
-    Pix_Format Get_Current_PixFormat() override { return {V4L2_PIX_FMT_GREY, 1, 2, 3}; }
-};
-
-TEST_F(Task_Loop, TheLabelIsTheDerivedDevices)
+// Frees the frame's bytes and leaves others, or nothing when `user` is null.
+int32_t Replace_Memory(void* /*context*/, Frame_Buffer_Data* frame, void* user)
 {
-    Disguised disguised(&record);
-    disguised.Video_Open();
-    disguised.Video_Stream_Set_Format(V4L2_PIX_FMT_YUYV, 320, 240);
-    disguised.Video_Stream_Set_Frame_Buff(2);
-    disguised.Video_Stream_Start_Stream();
-    disguised.Set_Task_YUV(Yuv);
-    disguised.Set_Task_Unusual(Unusual);
-    disguised.Video_Exe(1, &calls);
-    disguised.Video_Exe_End();
-    EXPECT_EQ(Reached(), "unusual ");
+    delete[] static_cast<uint8_t*>(frame->pMem);
+    frame->pMem = user == nullptr ? nullptr : new uint8_t[10];
+    allocation_watch::Watch(frame->pMem);
+    return 0;
+}
+
+TEST_F(Task_Loop, TheLoopFreesTheMemoryThatTheTaskLeftInTheRecord)
+{
+    Start(V4L2_PIX_FMT_GREY);
+    device.Set_Task_Unusual(Replace_Memory);
+    device.Video_Exe(1, &calls);
+    EXPECT_EQ(allocation_watch::Times_Freed(), 1);
+    device.Video_Exe(1, nullptr);  // a second delete of the old block would end the program
+}
+
+TEST_F(Task_Loop, LabelAndEndCallTheDerivedClass)
+{
+    constexpr int32_t shown_fd = 4711;
+    Watched<Video_Device> watched(&record);
+    watched.Video_Open();
+    watched.Video_Stream_Set_Format(V4L2_PIX_FMT_YUYV, 320, 240);
+    watched.Video_Stream_Set_Frame_Buff(2);
+    watched.Video_Stream_Start_Stream();
+    watched.Set_Task_YUV(Yuv);
+    watched.Set_Task_Unusual(Unusual);
+    watched.label = {V4L2_PIX_FMT_GREY, 1, 2, 3};
+    watched.shown_fd = shown_fd;
+    watched.calls.clear();
+    watched.Video_Exe(1, &calls);
+    EXPECT_EQ(watched.calls, "Get_Current_PixFormat Get_Video_Device_FD ");
+    ASSERT_EQ(Reached(), "unusual ");
     EXPECT_EQ(calls.list[0].frame.PixFormat.u_Fps, 3U);
+    EXPECT_EQ(calls.list[0].frame.fd, shown_fd);
+    EXPECT_EQ(Requests(VIDIOC_DQBUF), 1) << "the loop reads from Video_Device_FD itself";
+    watched.calls.clear();
+    watched.Video_Exe_End();
+    EXPECT_EQ(watched.calls, "Video_Stream_Clear_Frame_Buff Video_Stream_Stop_Stream Video_Close ");
 }
 
 }  // namespace

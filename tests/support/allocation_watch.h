@@ -1,0 +1,21 @@
+// Watches the operators new and delete of the test program that this is compiled into.
+#ifndef WQZ_TESTS_SUPPORT_ALLOCATION_WATCH_H
+#define WQZ_TESTS_SUPPORT_ALLOCATION_WATCH_H
+
+namespace allocation_watch {
+
+/// Makes every operator delete of this thread leave `error` in errno, as an allocator may; 0 ends it.
+void Set_Errno_On_Delete(int error);
+
+/// @return how often this thread has called operator new
+int Allocations();
+
+/// Counts how often this thread frees a block, from now on.
+void Watch(const void* block);
+
+/// @return how often the watched block was freed
+int Times_Freed();
+
+}  // namespace allocation_watch
+
+#endif  // WQZ_TESTS_SUPPORT_ALLOCATION_WATCH_H
