@@ -1,9 +1,18 @@
-// Replaces the operators new and delete of a test program by counting ones.
+// Replaces malloc, calloc, free, new and delete of a test program by counting ones; the linker's --wrap leads here.
 #include "support/allocation_watch.h"
 
 #include <cerrno>
-#include <cstdlib>
+#include <cstddef>
 #include <new>
+
+extern "C" {
+void* __real_malloc(std::size_t bytes);
+void* __real_calloc(std::size_t count, std::size_t bytes);
+void __real_free(void* block);
+void* __wrap_malloc(std::size_t bytes);
+void* __wrap_calloc(std::size_t count, std::size_t bytes);
+void __wrap_free(void* block);
+}
 
 namespace {
 
@@ -14,23 +23,39 @@ thread_local int errno_on_delete = 0;
 
 void* Allocate(std::size_t bytes)
 {
-    ++allocations;
-    void* block = std::malloc(bytes == 0 ? 1 : bytes);
+    void* block = __wrap_malloc(bytes == 0 ? 1 : bytes);
     return block == nullptr ? throw std::bad_alloc() : block;
 }
 
 void Free(void* block)
 {
-    if (block != nullptr && block == watched) {
-        ++times_freed;
-    }
-    std::free(block);
+    __wrap_free(block);
     if (errno_on_delete != 0) {
         errno = errno_on_delete;
     }
 }
 
 }  // namespace
+
+void* __wrap_malloc(std::size_t bytes)
+{
+    ++allocations;
+    return __real_malloc(bytes);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t bytes)
+{
+    ++allocations;
+    return __real_calloc(count, bytes);
+}
+
+void __wrap_free(void* block)
+{
+    if (block != nullptr && block == watched) {
+        ++times_freed;
+    }
+    __real_free(block);
+}
 
 void allocation_watch::Set_Errno_On_Delete(int error)
 {

@@ -1,13 +1,13 @@
-// Watches the operators new and delete of the test program that this is compiled into.
+// Watches allocations of the test program that this is linked into (CMake target wqz_allocation_watch).
 #ifndef WQZ_TESTS_SUPPORT_ALLOCATION_WATCH_H
 #define WQZ_TESTS_SUPPORT_ALLOCATION_WATCH_H
 
 namespace allocation_watch {
 
-/// Makes every operator delete of this thread leave `error` in errno, as an allocator may; 0 ends it.
+/// Makes every operator delete of this thread leave `error` in errno, as it may; 0 ends it.
 void Set_Errno_On_Delete(int error);
 
-/// @return how often this thread has called operator new
+/// @return how often this thread has allocated
 int Allocations();
 
 /// Counts how often this thread frees a block, from now on.
