@@ -1,37 +1,31 @@
+// Turns the library's picture of a YUYV frame into a BMP file that viewers show upright.
 #include "bitmap.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "Stream/YUV/yuv_stream.h"
+
 namespace {
 
-constexpr size_t Header_Bytes = 54;
-constexpr size_t Pixel_Bytes = 3;
+constexpr size_t Header_Bytes = sizeof(bmp_header_t);
+constexpr uint32_t Info_Bytes = 40;  // of the header: the part from head_size on
+constexpr uint32_t Pixel_Bytes = 3;
 
-void Put_16(uint8_t* at, uint32_t value)
+bmp_header_t Header(const Pix_Format& format, size_t pixel_bytes)
 {
-    at[0] = static_cast<uint8_t>(value);
-    at[1] = static_cast<uint8_t>(value >> 8U);
-}
-
-void Put_32(uint8_t* at, uint32_t value)
-{
-    Put_16(at, value);
-    Put_16(at + 2, value >> 16U);
-}
-
-void Fill_Header(uint8_t* header, const Pix_Format& format, size_t pixel_bytes)
-{
-    header[0] = 'B';
-    header[1] = 'M';
-    Put_32(header + 2, static_cast<uint32_t>(Header_Bytes + pixel_bytes));
-    Put_32(header + 10, Header_Bytes);
-    Put_32(header + 14, 40);  // size of the part that starts here
-    Put_32(header + 18, format.u_Width);
-    Put_32(header + 22, format.u_Height);  // positive: from bottom to top
-    Put_16(header + 26, 1);                // planes
-    Put_16(header + 28, 8 * Pixel_Bytes);
-    Put_32(header + 34, static_cast<uint32_t>(pixel_bytes));
+    bmp_header_t header{};
+    header.file_type[0] = 'B';
+    header.file_type[1] = 'M';
+    header.file_size = static_cast<uint32_t>(Header_Bytes + pixel_bytes);
+    header.offset = static_cast<uint32_t>(Header_Bytes);
+    header.head_size = Info_Bytes;
+    header.width = format.u_Width;
+    header.height = format.u_Height;  // positive: rows run from bottom to top
+    header.bit_planes = 1;
+    header.bits_per_pixel = 8 * Pixel_Bytes;
+    header.image_size = static_cast<uint32_t>(pixel_bytes);
+    return header;
 }
 
 }  // namespace
@@ -47,7 +41,8 @@ void Render_Bitmap(const Frame_Buffer_Data& frame, std::vector<uint8_t>& file)
     const size_t padded_row = (row + 3) / 4 * 4;
     const size_t rows = frame.PixFormat.u_Height;
     file.assign(Header_Bytes + padded_row * rows, 0);
-    Fill_Header(file.data(), frame.PixFormat, padded_row * rows);
+    const bmp_header_t header = Header(frame.PixFormat, padded_row * rows);
+    std::memcpy(file.data(), &header, Header_Bytes);
 
     const auto* source = static_cast<const uint8_t*>(frame.pMem);
     const size_t available = frame.buffer.bytesused;

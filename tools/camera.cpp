@@ -1,3 +1,4 @@
+// Selects a camera by node, USB ids or position, and manages a library session on it.
 #include "camera.h"
 
 #include <algorithm>
@@ -57,7 +58,7 @@ v4l2_dev_sys_data_t With_Path(v4l2_dev_sys_data_t record, const std::string& pat
     if (path.size() >= sizeof record.Device_Path) {
         throw Tool_Error(path + ": the path is too long");
     }
-    // Discovery leaves Device_Path empty for cameras that are not on USB, and it is what a session opens.
+    // A session opens Device_Path. Discovery leaves it empty for cameras that are not on USB.
     std::memset(record.Device_Path, 0, sizeof record.Device_Path);
     std::memcpy(record.Device_Path, path.data(), path.size());
     return record;
@@ -81,7 +82,7 @@ v4l2_dev_sys_data_t Camera_At_Node(Records records, const std::string& path)
     if (listed != records.end()) {
         return With_Path(*listed, path);
     }
-    // A link to a node, a further node of a listed camera, or one that discovery could not use.
+    // The path may be a link to a node, another node of a listed camera, or a node that discovery skipped.
     const Camera_Node node(path);
     const std::string location = Field_Text(node.Capability().bus_info);
     const auto sibling = std::ranges::find_if(records, [&](const auto& record) { return location == record.location; });
@@ -93,7 +94,8 @@ v4l2_dev_sys_data_t Camera_At_Node(Records records, const std::string& path)
     return With_Path(sibling == records.end() ? v4l2_dev_sys_data_t{} : *sibling, path);
 }
 
-// The capture loop converts what its device calls YUYV and passes on what it calls Motion-JPEG: so this one does.
+// A session that delivers every frame as the camera sent it. The capture loop converts YUYV frames and passes
+// Motion-JPEG frames on unchanged. It asks the device for the format, so this device always answers Motion-JPEG.
 class Unconverted_Session : public USBCam {
 public:
     using USBCam::USBCam;
@@ -165,7 +167,7 @@ std::string Id_Text(const v4l2_dev_sys_data_t& camera)
 std::string Printable(const char* text)
 {
     std::string result = text == nullptr ? "" : text;
-    // A camera's strings are its maker's: no escape sequences reach the terminal.
+    // The maker of a camera chooses its strings, and control characters in them could take over the terminal.
     std::ranges::replace_if(
         result, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
     return result;

@@ -1,3 +1,4 @@
+// Opens a camera's device node, asks it questions, and explains failures with their remedies.
 #include "camera_node.h"
 
 #include <fcntl.h>
@@ -75,7 +76,7 @@ Camera_Node::~Camera_Node()
 
 bool Camera_Node::Delivers_Pictures() const
 {
-    // Of a camera with several nodes, `capabilities` is the sum and `device_caps` tells about this one.
+    // `capabilities` covers all nodes of a camera, `device_caps` this node alone.
     const bool has_own = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0;
     return ((has_own ? capability.device_caps : capability.capabilities) & V4L2_CAP_VIDEO_CAPTURE) != 0;
 }

@@ -1,3 +1,4 @@
+// The verb "capture": runs one capture from the choice of the mode to the summary.
 #include "capture.h"
 
 #include <unistd.h>
@@ -16,9 +17,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The loop looks for a stop after each wait of 1.002 s and the read that follows.
+// The capture loop looks for a stop after each wait of 1.002 s and the read that follows.
 constexpr auto Stop_Patience = 3s;
-constexpr auto Dead_Camera_Patience = 1500ms;
+constexpr auto Dead_Camera_Patience = 1500ms;  // one such wait; a loop that is stuck in the driver needs no more
 
 std::atomic<int> Caught_Signal = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -40,7 +41,7 @@ void Catch_Signals()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         (void)sigaction(signal, &action, nullptr);
     }
-    // A file that reaches the size limit shows as a failed write.
+    // A file that reaches the size limit makes its write fail instead of ending the process.
     (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -97,7 +98,7 @@ int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& option
         status = 128 + Caught_Signal.load();
     }
     if (!stopped) {
-        // The loop waits in the driver for ever and still uses the session: nothing can be released.
+        // The loop is stuck in the driver and still uses the session, so nothing can be released.
         std::_Exit(status);
     }
     return status;

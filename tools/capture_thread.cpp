@@ -1,10 +1,11 @@
+// Starts and stops the capture loop, with limited patience.
 #include "capture_thread.h"
 
 #include <cstdlib>
 
 namespace {
 
-// The loop looks at its budget after each wait of 1.002 s and the read that may follow.
+// The capture loop looks for a stop after each wait of 1.002 s and the read that follows.
 constexpr std::chrono::milliseconds Usual_Patience(3000);
 
 }  // namespace

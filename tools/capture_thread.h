@@ -1,3 +1,4 @@
+// Runs the library's capture loop on a thread.
 #ifndef WQZ_TOOL_CAPTURE_THREAD_H
 #define WQZ_TOOL_CAPTURE_THREAD_H
 
@@ -8,22 +9,22 @@
 
 #include "USBCam_API/USBCam_API.h"
 
-/// The library's capture loop on a thread of its own.
-/// Running from construction until Stop succeeds. When a camera stops delivering the loop waits in its dequeue for
-/// ever; then nothing but the end of the process ends this thread.
+/// The library's capture loop on a thread of its own, running from construction until Stop succeeds.
+/// When a camera stops delivering, the loop waits in its dequeue request for ever. Then only the end of the process
+/// ends the thread.
 class Capture_Thread {
 public:
     Capture_Thread(void* camera_handle, Pix_Format request);
     Capture_Thread(const Capture_Thread&) = delete;
     Capture_Thread& operator=(const Capture_Thread&) = delete;
-    /// Stops the loop, and ends the process when that does not work.
+    /// Stops the loop. Ends the process when the loop does not stop.
     ~Capture_Thread();
 
-    /// @return whether the loop has returned without being told to
+    /// @return whether the loop has returned before it was told to
     bool Has_Ended() const;
 
     /// Tells the loop to stop and waits for it.
-    /// @return whether it returned in time; the handle may be used for other things only then
+    /// @return whether it returned in time; otherwise it goes on using the handle
     bool Stop(std::chrono::milliseconds patience);
 
 private:

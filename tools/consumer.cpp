@@ -1,3 +1,4 @@
+// Takes frames from a running capture, saves them, and notices when the camera falls silent.
 #include "consumer.h"
 
 #include <unistd.h>
@@ -13,12 +14,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto Poll_Pause = 4ms;      // the library keeps seven frames meanwhile: 58 ms at 120 per second
+constexpr auto Poll_Pause = 4ms;      // the library holds seven frames meanwhile, which is 58 ms at 120 per second
 constexpr auto Look_Interval = 1s;    // how often to see whether a silent camera is still there
-constexpr auto Longest_Silence = 8s;  // a camera that pauses for five seconds goes on
+constexpr auto Longest_Silence = 8s;  // some cameras pause for five seconds and go on
 constexpr auto Progress_Interval = 250ms;
 
-/// A frame in the tool's hands, given back in any case.
+/// A frame taken from the session. The destructor gives it back.
 class Taken_Frame {
 public:
     explicit Taken_Frame(void* camera_handle)

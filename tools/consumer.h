@@ -1,3 +1,4 @@
+// Declares the consumer of a running capture.
 #ifndef WQZ_TOOL_CONSUMER_H
 #define WQZ_TOOL_CONSUMER_H
 
@@ -10,22 +11,22 @@
 #include "statistics.h"
 #include "USBCam_API/USBCam_API.h"
 
-/// When a capture is complete; with neither limit it goes on until it is interrupted.
+/// When a capture is complete. Without a limit it goes on until it is interrupted.
 struct Capture_Limits {
     std::optional<uint64_t> files;
-    std::optional<double> seconds;  ///< from the first frame on
+    std::optional<double> seconds;  ///< counted from the first frame
 };
 
 /// Takes the frames of a running capture and saves them.
 class Consumer {
 public:
-    /// @param node_path  of the camera, to see whether it is still there
-    /// @param camera_format  the FourCC that the camera sends
+    /// @param node_path  the camera's node, to see whether the camera is still there
+    /// @param camera_format  the FourCC of the frames that the camera sends
     Consumer(void* camera_handle, const std::string& node_path, uint32_t camera_format,
              const Capture_Limits& capture_limits);
 
-    /// Goes on until the capture is complete or `interrupted` answers true. Waits for frames in short steps only.
-    /// @throws Tool_Error  when the camera stopped delivering or a file cannot be written
+    /// Saves frames until the capture is complete or `interrupted` returns true.
+    /// @throws Tool_Error  when the camera stops delivering or a file cannot be written
     void Run(const Capture_Thread& loop, Picture_Folder& folder, bool (*interrupted)());
 
     bool Is_Complete() const;

@@ -1,3 +1,4 @@
+// The verb "controls": prints and sets a camera's controls by name.
 #include "controls.h"
 
 #include <algorithm>
@@ -17,8 +18,8 @@ namespace {
 
 struct Control {
     v4l2_queryctrl query;
-    std::string name;   ///< as typed: "white_balance_temperature"
-    std::string items;  ///< of a menu: "0 Disabled, 1 50 Hz"
+    std::string name;   ///< as the user types it: "white_balance_temperature"
+    std::string items;  ///< the choices of a menu: "0 Disabled, 1 50 Hz"
 };
 
 struct Setting {
@@ -62,7 +63,7 @@ bool Is_Menu(const v4l2_queryctrl& query)
     return query.type == V4L2_CTRL_TYPE_MENU || query.type == V4L2_CTRL_TYPE_INTEGER_MENU;
 }
 
-/// Whether its value is one 32-bit number, which is what the library reads and writes.
+/// @return whether the value is one 32-bit number; the library reads and writes no others
 bool Is_Plain(const v4l2_queryctrl& query)
 {
     return Is_Menu(query) || query.type == V4L2_CTRL_TYPE_INTEGER || query.type == V4L2_CTRL_TYPE_BOOLEAN ||
@@ -104,7 +105,7 @@ std::string State_Text(uint32_t flags)
 {
     constexpr std::pair<uint32_t, const char*> States[] = {
         {V4L2_CTRL_FLAG_READ_ONLY, ", read-only"},
-        {V4L2_CTRL_FLAG_INACTIVE, ", inactive (another control, such as an automatic one, rules it)"},
+        {V4L2_CTRL_FLAG_INACTIVE, ", inactive (another control, such as an automatic one, overrides it)"},
         {V4L2_CTRL_FLAG_GRABBED, ", held by another program or by a running capture"}};
     std::string text;
     for (const auto& [flag, state] : States) {
@@ -147,7 +148,7 @@ Setting Parse_Setting(const std::vector<Control>& controls, const std::string& t
 {
     const size_t equals = text.find('=');
     if (equals == std::string::npos) {
-        throw Tool_Error("'" + text + "' is no setting; write name=value");
+        throw Tool_Error("'" + text + "' is not a setting; write name=value");
     }
     const Control& control = Control_Named(controls, text.substr(0, equals));
     int32_t value = 0;
@@ -159,7 +160,7 @@ Setting Parse_Setting(const std::vector<Control>& controls, const std::string& t
         throw Tool_Error(text + ": not a value that " + control.name + " takes: " + Range_Text(control));
     }
     if ((control.query.flags & V4L2_CTRL_FLAG_READ_ONLY) != 0) {
-        throw Tool_Error(text + ": " + control.name + " can be read only");
+        throw Tool_Error(text + ": " + control.name + " is read-only");
     }
     return {&control, value};
 }
@@ -181,7 +182,7 @@ void Apply(void* handle, const Setting& setting)
     (void)WQZ_USBCam_PU_Get(handle, id, &value);
     std::cout << name << ": " << value;
     if (value != setting.value) {
-        std::cout << " (the camera took this for " << setting.value << ")";
+        std::cout << " (the camera chose this for " << setting.value << ")";
     }
     std::cout << '\n';
 }

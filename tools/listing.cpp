@@ -1,3 +1,4 @@
+// The verb "list": prints the cameras as text or JSON.
 #include "listing.h"
 
 #include <array>
@@ -9,7 +10,7 @@
 
 namespace {
 
-/// Binary-coded decimal as USB devices write their release: 0x0110 is 1.10.
+/// @return a USB release number, which is binary-coded decimal, as text: "1.10" for 0x0110
 std::string Release_Text(uint16_t bcd)
 {
     std::array<char, 8> text{};
@@ -77,7 +78,7 @@ void Print_Cameras(const Camera_List& cameras, std::optional<uint16_t> vid, std:
         }
     }
     if (json) {
-        // Camera strings need not be UTF-8.
+        // JSON must be UTF-8, and the strings of a camera need not be.
         std::cout << list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
     }
     if (shown == 0) {

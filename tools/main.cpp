@@ -1,3 +1,4 @@
+// The command line of wqz-usbcam: parses it and runs one verb.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +39,7 @@ std::pair<uint32_t, uint32_t> Parse_Size(const std::string& text)
     char rest = 0;
     if (text.find_first_not_of("0123456789x") != std::string::npos ||
         std::sscanf(text.c_str(), "%5ux%5u%c", &width, &height, &rest) != 2 || width == 0 || height == 0) {
-        throw CLI::ValidationError("--size", "'" + text + "' is no size; write WIDTHxHEIGHT, such as 640x480");
+        throw CLI::ValidationError("--size", "'" + text + "' is not a size; write WIDTHxHEIGHT, such as 640x480");
     }
     return {width, height};
 }
@@ -61,7 +62,7 @@ void Add_Id_Option(CLI::App& verb, const std::string& name, std::optional<uint16
             used = 0;
         }
         if (used == 0 || used != text.size() || value > 0xFFFF) {
-            throw CLI::ValidationError(name, "'" + text + "' is no USB id; write up to 4 hexadecimal digits");
+            throw CLI::ValidationError(name, "'" + text + "' is not a USB id; write up to 4 hexadecimal digits");
         }
         id = static_cast<uint16_t>(value);
     };
@@ -71,7 +72,7 @@ void Add_Id_Option(CLI::App& verb, const std::string& name, std::optional<uint16
 void Add_Capture(CLI::App& app, Arguments& arguments)
 {
     Capture_Options& options = arguments.capture;
-    CLI::App& verb = *app.add_subcommand("capture", "capture pictures into files");
+    CLI::App& verb = *app.add_subcommand("capture", "capture frames into files");
     verb.add_option("camera", arguments.camera, Camera_Help)->type_name("CAMERA");
     const auto set_format = [&options](const std::string& name) {
         options.mode.pixel_format = name == "mjpeg" ? V4L2_PIX_FMT_MJPEG : V4L2_PIX_FMT_YUYV;
@@ -85,14 +86,14 @@ void Add_Capture(CLI::App& app, Arguments& arguments)
     verb.add_option("--fps", options.mode.frames_per_second, "frames per second")
         ->type_name("N")
         ->check(CLI::Range(1U, 1000U));
-    auto* frames = verb.add_option("--frames", options.limits.files, "end after so many frames")
+    auto* frames = verb.add_option("--frames", options.limits.files, "end after this many frames")
                        ->type_name("N")
                        ->check(Above_Zero);
-    verb.add_option("--seconds", options.limits.seconds, "end so long after the first frame")
+    verb.add_option("--seconds", options.limits.seconds, "end this long after the first frame")
         ->type_name("S")
         ->check(Above_Zero)
         ->excludes(frames);
-    verb.add_option("-o,--output", options.directory, "directory for the files, made when missing")
+    verb.add_option("-o,--output", options.directory, "directory for the files, created if missing")
         ->type_name("DIR")
         ->capture_default_str();
     verb.add_flag("--raw", options.raw,
@@ -102,7 +103,7 @@ void Add_Capture(CLI::App& app, Arguments& arguments)
 
 void Add_Verbs(CLI::App& app, Arguments& arguments)
 {
-    app.add_flag("-v,--verbose", arguments.verbose, "show the library's own messages, too");
+    app.add_flag("-v,--verbose", arguments.verbose, "also show the library's own messages");
     app.require_subcommand(1);
     app.fallthrough();
 
@@ -122,7 +123,7 @@ void Add_Verbs(CLI::App& app, Arguments& arguments)
     Add_Capture(app, arguments);
 }
 
-/// A first word without '=' names the camera, the others are settings.
+/// A first word without '=' names the camera; the other words are settings.
 void Split_Settings(Arguments& arguments)
 {
     auto& words = arguments.camera_and_settings;
@@ -132,7 +133,8 @@ void Split_Settings(Arguments& arguments)
     }
 }
 
-/// The library prints to the C streams, the tool to std::cout and std::cerr only, which keep the original ones.
+/// Moves what the library prints out of the tool's output. The library prints to the C streams stdout and stderr; the
+/// tool prints to std::cout and std::cerr, which keep the original descriptors.
 void Separate_Library_Output(bool show)
 {
     FILE* sink = show ? stderr : std::fopen("/dev/null", "w");
@@ -157,7 +159,7 @@ int Run(const CLI::App& app, Arguments& arguments)
     if (app.got_subcommand("controls")) {
         Run_Controls(camera, arguments.camera_and_settings);
     } else {
-        (void)Camera_Node(camera.Device_Path);  // says why when the camera cannot be opened
+        (void)Camera_Node(camera.Device_Path);  // throws with the reason when the camera cannot be opened
         Print_Modes(Read_Modes(Camera_Session(camera).Handle()), arguments.json);
     }
     return EXIT_SUCCESS;

@@ -1,3 +1,4 @@
+// Reads, prints and chooses modes.
 #include "modes.h"
 
 #include <algorithm>
@@ -22,14 +23,14 @@ bool Same_Size(const Pix_Format& a, const Pix_Format& b)
 }
 
 template <typename Condition>
-std::vector<Pix_Format> Those(const std::vector<Pix_Format>& modes, Condition condition)
+std::vector<Pix_Format> Matching(const std::vector<Pix_Format>& modes, Condition condition)
 {
     std::vector<Pix_Format> result;
     std::ranges::copy_if(modes, std::back_inserter(result), condition);
     return result;
 }
 
-/// One text per run of entries that `same` joins, the rates of the run joined by blanks.
+/// Neighbouring modes of one format and size; their rates are joined in one text.
 struct Row {
     Pix_Format mode;
     std::string rates;
@@ -114,14 +115,14 @@ Pix_Format Choose_Mode(const std::vector<Pix_Format>& modes, const Mode_Wish& wi
     const auto has_rate = [&](const Pix_Format& mode) {
         return mode.u_Fps == wish.frames_per_second.value_or(mode.u_Fps);
     };
-    const auto of_format = Those(modes, has_format);
+    const auto of_format = Matching(modes, has_format);
     if (of_format.empty()) {
         throw Tool_Error("the camera has no " +
                          (wish.pixel_format ? Four_CC_Text(*wish.pixel_format) : "MJPG or YUYV") +
                          " mode; it offers:" + Offer(modes));
     }
-    const auto of_size = Those(of_format, has_size);
-    const auto wanted = Those(of_size, has_rate);
+    const auto of_size = Matching(of_format, has_size);
+    const auto wanted = Matching(of_size, has_rate);
     if (wanted.empty()) {
         throw Tool_Error("the camera has no " + Wish_Text(wish) +
                          "; it offers:" + Offer(of_size.empty() ? of_format : of_size));
@@ -129,7 +130,7 @@ Pix_Format Choose_Mode(const std::vector<Pix_Format>& modes, const Mode_Wish& wi
     const auto is_mjpeg = [](const Pix_Format& mode) { return mode.u_PixFormat == V4L2_PIX_FMT_MJPEG; };
     const auto mjpeg = std::ranges::find_if(wanted, is_mjpeg);
     const Pix_Format& first = mjpeg == wanted.end() ? wanted.front() : *mjpeg;
-    const auto rates = Those(wanted, [&](const Pix_Format& mode) { return Same_Size(mode, first); });
+    const auto rates = Matching(wanted, [&](const Pix_Format& mode) { return Same_Size(mode, first); });
     return *std::ranges::max_element(rates, {}, &Pix_Format::u_Fps);
 }
 

@@ -1,3 +1,4 @@
+// Judges frames by their bytes and writes each into a file of its own.
 #include "picture.h"
 
 #include <fcntl.h>
@@ -14,7 +15,6 @@
 
 #include "bitmap.h"
 #include "Stream/frame_buffer.h"
-#include "Stream/video_stream.h"
 #include "tool_error.h"
 
 namespace fs = std::filesystem;
@@ -22,8 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* Name_Start = "frame-";
-// The dump cuts its path at 255 characters; its longest file name is 10 digits, '_', 6 digits and ".raw".
-constexpr size_t Longest_Raw_Folder = 255 - 22;
 
 [[noreturn]] void Throw_Write_Failure(const std::string& path, int error)
 {
@@ -44,7 +42,7 @@ bool Write_All(int descriptor, std::span<const uint8_t> bytes)
     return true;
 }
 
-/// Under another name first, so that a file with a picture's name is a whole one.
+/// Writes a file under a temporary name and renames it, so that a file with its final name is always complete.
 void Write_File(const std::string& path, std::span<const uint8_t> bytes)
 {
     const std::string part = path + ".part";
@@ -78,6 +76,11 @@ uint32_t Highest_Number(const std::string& folder, const std::string& ending)
         highest = std::max(highest, number);
     }
     return highest;
+}
+
+std::string Name_By_Time(const timeval& time)
+{
+    return std::to_string(time.tv_sec) + "_" + std::to_string(time.tv_usec) + ".raw";
 }
 
 std::string Numbered_Name(uint32_t number, const std::string& ending)
@@ -125,66 +128,39 @@ Picture_Folder::Picture_Folder(const std::string& folder_path, Kind file_kind) :
     if (access(folder.c_str(), W_OK | X_OK) != 0) {
         Throw_Write_Failure(folder, errno);
     }
-    if (kind == Kind::Raw && folder.size() > Longest_Raw_Folder) {
-        throw Tool_Error(folder + ": the path is too long for raw files; up to " + std::to_string(Longest_Raw_Folder) +
-                         " characters work");
-    }
 }
 
 uint64_t Picture_Folder::Save(const Frame_Buffer_Data& frame)
 {
-    const std::string path = Next_Path(frame);
-    uint64_t bytes = frame.buffer.bytesused;
-    if (kind == Kind::Raw) {
-        Write_Raw(path, frame);
-    } else {
-        bytes = Write_Picture(path, frame);
-        ++next_number;
-    }
+    const std::string path = fs::path(folder) / Next_Name(frame);
+    const std::span<const uint8_t> bytes = File_Bytes(frame);
+    Write_File(path, bytes);
     first_file = saved == 0 ? path : first_file;
     last_file = path;
+    ++next_number;
     ++saved;
-    return bytes;
+    return bytes.size();
 }
 
-std::string Picture_Folder::Next_Path(const Frame_Buffer_Data& frame)
+std::string Picture_Folder::Next_Name(const Frame_Buffer_Data& frame)
 {
     if (kind == Kind::Raw) {
-        const timeval& time = frame.Frame_Time;
-        return fs::path(folder) / (std::to_string(time.tv_sec) + "_" + std::to_string(time.tv_usec) + ".raw");
+        return Name_By_Time(frame.Frame_Time);
     }
     const std::string ending = Is_Jpeg(frame) ? ".jpg" : ".bmp";
     if (next_number == 0) {
         next_number = Highest_Number(folder, ending) + 1;
     }
-    return fs::path(folder) / Numbered_Name(next_number, ending);
+    return Numbered_Name(next_number, ending);
 }
 
-void Picture_Folder::Write_Raw(const std::string& path, const Frame_Buffer_Data& frame)
+std::span<const uint8_t> Picture_Folder::File_Bytes(const Frame_Buffer_Data& frame)
 {
-    Frame_Buffer buffer;
-    buffer.sBuf = frame;
-    errno = 0;
-    (void)Video_Stream::Save_Frame_buffer(folder.data(), &buffer);
-    const int error = errno == 0 ? EIO : errno;
-    // The dump returns nothing of use, so its file tells.
-    std::error_code missing;
-    const uint64_t written = fs::file_size(path, missing);
-    if (missing || written != frame.buffer.bytesused) {
-        (void)unlink(path.c_str());
-        Throw_Write_Failure(path, error);
+    if (kind == Kind::Raw || Is_Jpeg(frame)) {
+        return {static_cast<const uint8_t*>(frame.pMem), frame.buffer.bytesused};
     }
-}
-
-uint64_t Picture_Folder::Write_Picture(const std::string& path, const Frame_Buffer_Data& frame)
-{
-    std::span<const uint8_t> bytes(static_cast<const uint8_t*>(frame.pMem), frame.buffer.bytesused);
-    if (!Is_Jpeg(frame)) {
-        Render_Bitmap(frame, rendering);
-        bytes = rendering;
-    }
-    Write_File(path, bytes);
-    return bytes.size();
+    Render_Bitmap(frame, rendering);
+    return rendering;
 }
 
 std::string Picture_Folder::Summary() const

@@ -1,3 +1,4 @@
+// Counts frames, rates and losses from sequence numbers, indexes and time stamps.
 #include "statistics.h"
 
 #include <iomanip>
@@ -5,7 +6,7 @@
 
 namespace {
 
-/// Numbers skipped between two of a counter that wraps. One that stands still or starts again skips none.
+/// @return how many numbers a wrapping counter skipped between two readings; none when it stands still or restarts
 uint32_t Skipped(uint32_t before, uint32_t now)
 {
     const uint32_t step = now - before;
@@ -25,7 +26,7 @@ void Statistics::Count_Arrival(const Frame_Buffer_Data& frame, Clock::time_point
     if (frames == 0) {
         first = now;
         first_stamp = Stamp(frame);
-        index_gaps = frame.index;  // the library counts from 0, drivers from where they like
+        index_gaps = frame.index;  // the library counts from 0; drivers may start anywhere
         sequence_gaps = frame.index;
     } else {
         sequence_gaps += Skipped(last_sequence, frame.buffer.sequence);

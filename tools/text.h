@@ -1,3 +1,4 @@
+// Small helpers for texts.
 #ifndef WQZ_TOOL_TEXT_H
 #define WQZ_TOOL_TEXT_H
 
@@ -5,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-/// Adds an item to a list in a text, a separator before it unless it is the first.
+/// Adds an item to a list in a text. A separator goes before every item but the first.
 inline void Append_Item(std::string& list, const char* separator, const std::string& item)
 {
     if (!list.empty()) {
@@ -14,7 +15,7 @@ inline void Append_Item(std::string& list, const char* separator, const std::str
     list += item;
 }
 
-/// @return a text of the kernel's, which has no terminator when it fills its field
+/// @return the text in a field of a kernel record; a text that fills its field has no terminator
 template <size_t Size>
 std::string Field_Text(const unsigned char (&field)[Size])
 {
