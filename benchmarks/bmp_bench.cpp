@@ -1,4 +1,4 @@
-// A YUYV frame turned into a picture within its record, beside the conversion of its pixels alone.
+// Measures the conversion of a YUYV frame into a picture in its record, beside the conversion of its pixels alone.
 
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
@@ -18,7 +18,7 @@ long Page_Faults()
     return usage.ru_minflt;
 }
 
-/// A record as the capture loop leaves it, its memory allocated anew; only the conversion is timed.
+/// Every round makes a record like those of the capture loop, with new memory. Only the conversion is timed.
 void In_Place(benchmark::State& state, Picture_Size size)
 {
     const size_t bytes = size.Pixels() * 2;

@@ -1,4 +1,5 @@
-// CPU time of a captured frame: a session of the library beside what else captures, all from the same virtual cameras.
+// Measures the CPU time of a captured frame: a session of the library beside other ways to capture, all from the same
+// virtual cameras.
 
 #include <benchmark/benchmark.h>
 #include <libv4l2.h>
@@ -45,14 +46,14 @@ double By_Session(const Bench_Camera& camera)
 
 using Kernel_Stream = Mapped_Stream<Kernel_Calls>;
 
-/// Nobody looks at the frame: what the camera, select and the two requests cost.
+/// What the camera, select and the two requests cost when nobody looks at the frame.
 double Camera_Alone(const Bench_Camera& camera)
 {
     Kernel_Stream stream(camera.Node(), camera.fourcc, camera.width, camera.height);
     return Measure([&stream] { stream.Take_Frame([](uint8_t*, uint32_t) {}); });
 }
 
-/// The same as a session sleeps: twice a millisecond for every frame.
+/// The same with the sleeps of a session: two of a millisecond for every frame.
 double Camera_Alone_Sleeping(const Bench_Camera& camera)
 {
     Kernel_Stream stream(camera.Node(), camera.fourcc, camera.width, camera.height);
@@ -62,7 +63,7 @@ double Camera_Alone_Sleeping(const Bench_Camera& camera)
     });
 }
 
-/// One copy; of YUYV also the bare conversion of that copy.
+/// A loop that copies each frame once and, for YUYV, converts the copy.
 double By_Minimal_Loop(const Bench_Camera& camera, bool sleeping)
 {
     Kernel_Stream stream(camera.Node(), camera.fourcc, camera.width, camera.height);
@@ -87,7 +88,7 @@ double By_Minimal_Loop(const Bench_Camera& camera, bool sleeping)
     });
 }
 
-/// YUYV as BGR, Motion-JPEG as it is. One thread, with which it needs the least.
+/// OpenCV converts YUYV to BGR and passes Motion-JPEG on. It uses the least CPU time with one thread.
 double By_Opencv(const Bench_Camera& camera)
 {
     cv::setNumThreads(1);
@@ -109,7 +110,8 @@ double By_Opencv(const Bench_Camera& camera)
     return time;
 }
 
-/// YUYV as BGR in a buffer of libv4l2; Motion-JPEG passed through and copied once, which a private frame takes.
+/// libv4l2 converts YUYV to BGR in a buffer of its own. It passes Motion-JPEG on, which is then copied once, because a
+/// session also delivers a private copy.
 double By_Libv4l2(const Bench_Camera& camera)
 {
     const bool jpeg = camera.fourcc == V4L2_PIX_FMT_MJPEG;

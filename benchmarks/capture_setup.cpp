@@ -1,3 +1,4 @@
+// Plugs virtual cameras in and runs sessions on them.
 #include "capture_setup.h"
 
 #include <virtual_camera/virtual_camera.h>
@@ -30,7 +31,7 @@ std::vector<Bench_Camera> Plug_In_All(std::vector<Bench_Camera> cameras)
     return cameras;
 }
 
-std::vector<Bench_Camera> Alike(int first, uint32_t fourcc)
+std::vector<Bench_Camera> Cameras_From(int first, uint32_t fourcc)
 {
     std::vector<Bench_Camera> cameras;
     cameras.reserve(Growth_Cameras);
@@ -63,8 +64,8 @@ const std::vector<Bench_Camera>& Mode_Cameras()
 
 std::vector<Bench_Camera> Cameras_Alike(uint32_t fourcc)
 {
-    static const std::vector<Bench_Camera> yuyv = Alike(10, V4L2_PIX_FMT_YUYV);
-    static const std::vector<Bench_Camera> mjpeg = Alike(10 + Growth_Cameras, V4L2_PIX_FMT_MJPEG);
+    static const std::vector<Bench_Camera> yuyv = Cameras_From(10, V4L2_PIX_FMT_YUYV);
+    static const std::vector<Bench_Camera> mjpeg = Cameras_From(10 + Growth_Cameras, V4L2_PIX_FMT_MJPEG);
     return fourcc == V4L2_PIX_FMT_YUYV ? yuyv : mjpeg;
 }
 
@@ -72,31 +73,31 @@ Running_Session::Running_Session(const Bench_Camera& camera, Loop_Meter* meter)
 {
     v4l2_dev_sys_data_t device{};
     std::strncpy(device.Device_Path, camera.Node().c_str(), sizeof device.Device_Path - 1);
-    handle_ = WQZ_USBCam_CREATE_DEVICE_POINT(device);
-    WQZ_USBCam_Video_DEAL_WITH_INIT(handle_, 0);
+    handle = WQZ_USBCam_CREATE_DEVICE_POINT(device);
+    WQZ_USBCam_Video_DEAL_WITH_INIT(handle, 0);
     const Pix_Format mode{camera.fourcc == V4L2_PIX_FMT_MJPEG ? 0U : 1U, camera.width, camera.height, 30};
-    capture_ = std::thread([this, mode, meter] {
+    capture = std::thread([this, mode, meter] {
         if (meter != nullptr) {
             meter->Attach();
         }
-        WQZ_USBCam_Video_DEAL_WITH(handle_, mode);
+        WQZ_USBCam_Video_DEAL_WITH(handle, mode);
     });
 }
 
 Running_Session::~Running_Session()
 {
-    WQZ_USBCam_EVENT_LoopMode(handle_, 0);
-    capture_.join();
-    WQZ_USBCam_Clear_Frame_Buff(handle_);
-    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle_);
-    WQZ_USBCam_DELETE_DEVICE_POINT(handle_);
+    WQZ_USBCam_EVENT_LoopMode(handle, 0);
+    capture.join();
+    WQZ_USBCam_Clear_Frame_Buff(handle);
+    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
+    WQZ_USBCam_DELETE_DEVICE_POINT(handle);
 }
 
 void Running_Session::Take_Frame()
 {
     Frame_Buffer_Data* frame = nullptr;
     while (frame == nullptr) {
-        frame = WQZ_USBCam_GET_FRAME_BUFF(handle_, true);
+        frame = WQZ_USBCam_GET_FRAME_BUFF(handle, true);
     }
-    WQZ_USBCam_SAVE_FRAME_RES(handle_, frame);
+    WQZ_USBCam_SAVE_FRAME_RES(handle, frame);
 }

@@ -1,4 +1,4 @@
-// What cameras there are and what they offer: discovery on mocked device trees, and the list of capture modes.
+// Measures discovery on mocked device trees and the listing of capture modes.
 
 #include <benchmark/benchmark.h>
 #include <libudev.h>
@@ -18,10 +18,10 @@ namespace {
 
 constexpr char Mocking_Object[] = "libumockdev-preload.so.0";
 
-/// Cameras of one capture node each, in a device tree of their own.
+/// Cameras with one capture node each, in a mocked device tree.
 class Mocked_Cameras {
 public:
-    explicit Mocked_Cameras(uint32_t count) : tree_(umockdev_testbed_new())
+    explicit Mocked_Cameras(uint32_t count) : tree(umockdev_testbed_new())
     {
         std::vector<virtual_camera::Camera_Description> cameras;
         for (uint32_t i = 0; i < count; ++i) {
@@ -32,7 +32,7 @@ public:
             virtual_camera::Add_Camera(cameras.back());
         }
         GError* error = nullptr;
-        if (!umockdev_testbed_add_from_string(tree_, virtual_camera::Umockdev_Description(cameras).c_str(), &error)) {
+        if (!umockdev_testbed_add_from_string(tree, virtual_camera::Umockdev_Description(cameras).c_str(), &error)) {
             std::fprintf(stderr, "%s\n", error->message);
             g_error_free(error);
         }
@@ -40,13 +40,13 @@ public:
     ~Mocked_Cameras()
     {
         virtual_camera::Reset();
-        g_object_unref(tree_);
+        g_object_unref(tree);
     }
     Mocked_Cameras(const Mocked_Cameras&) = delete;
     Mocked_Cameras& operator=(const Mocked_Cameras&) = delete;
 
 private:
-    UMockdevTestbed* tree_;
+    UMockdevTestbed* tree;
 };
 
 uint32_t By_Library()
@@ -57,7 +57,7 @@ uint32_t By_Library()
     return static_cast<uint32_t>(count);
 }
 
-/// Only the walk over the tree: no node is opened, no attribute read.
+/// Only walks the tree. It opens no node and reads no attribute.
 uint32_t By_Libudev_Alone()
 {
     udev* const context = udev_new();
@@ -89,7 +89,7 @@ void Discover(benchmark::State& state, uint32_t (*find)(), uint32_t nodes)
     }
 }
 
-/// As many modes as a camera with every format that the kernel knows could have.
+/// @return a session with as many modes as a camera with every format of the kernel could have
 std::unique_ptr<USBCam> Session_With_Catalogue(uint32_t formats, uint32_t sizes, uint32_t intervals)
 {
     v4l2_dev_sys_data_t device{};
@@ -127,7 +127,7 @@ BENCHMARK(List_Modes)->Name("catalogue/83 formats, 20 sizes, 6 intervals/library
 void Register_All()
 {
     for (const uint32_t nodes : {1U, 8U, 32U}) {
-        // Few, as every repetition builds its tree anew.
+        // Every repetition builds a new tree, so there are few of them.
         const std::string row = "discovery/" + std::to_string(nodes) + (nodes == 1 ? " node/" : " nodes/");
         benchmark::RegisterBenchmark((row + "library").c_str(), Discover, By_Library, nodes)
             ->Iterations(10)
@@ -142,7 +142,7 @@ void Register_All()
 
 int main(int argc, char** argv)
 {
-    // The device trees are laid over /sys by an object that has to be preloaded.
+    // A preloaded object lays the mocked device trees over /sys.
     if (std::getenv("LD_PRELOAD") == nullptr) {
         setenv("LD_PRELOAD", Mocking_Object, 1);
         execv("/proc/self/exe", argv);

@@ -1,3 +1,4 @@
+// Replaces usleep, memcpy and memmove to measure the capture loop of a session.
 #include "loop_meter.h"
 
 #include <sys/resource.h>
@@ -31,7 +32,7 @@ uint64_t Bytes_Copied()
 }
 
 Loop_Meter::Loop_Meter(int warm_up_frames, int frames)
-    : first_sleep_(warm_up_frames * 2), last_sleep_((warm_up_frames + frames) * 2)
+    : first_sleep(warm_up_frames * 2), last_sleep((warm_up_frames + frames) * 2)
 {
 }
 
@@ -49,36 +50,36 @@ void Loop_Meter::Mark(int sign)
 {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
-    totals_.page_faults += sign * usage.ru_minflt;
-    totals_.bytes_copied += sign > 0 ? bytes_copied : -bytes_copied;
+    totals.page_faults += sign * usage.ru_minflt;
+    totals.bytes_copied += sign > 0 ? bytes_copied : -bytes_copied;
 }
 
 void Loop_Meter::Sleep_Begins()
 {
-    fell_asleep_ = Now();
-    if (sleeps_ > first_sleep_ && sleeps_ <= last_sleep_) {
-        totals_.awake_wall += fell_asleep_.wall - woke_up_.wall;
-        totals_.awake_cpu += fell_asleep_.cpu - woke_up_.cpu;
+    fell_asleep = Now();
+    if (sleeps > first_sleep && sleeps <= last_sleep) {
+        totals.awake_wall += fell_asleep.wall - woke_up.wall;
+        totals.awake_cpu += fell_asleep.cpu - woke_up.cpu;
     }
-    if (sleeps_ == first_sleep_) {
+    if (sleeps == first_sleep) {
         Mark(-1);
-    } else if (sleeps_ == last_sleep_) {
+    } else if (sleeps == last_sleep) {
         Mark(1);
-        done_ = true;
+        done = true;
     }
-    ++sleeps_;
+    ++sleeps;
 }
 
 void Loop_Meter::Sleep_Ends()
 {
-    woke_up_ = Now();
-    if (sleeps_ > first_sleep_ && sleeps_ <= last_sleep_) {
-        totals_.asleep_wall += woke_up_.wall - fell_asleep_.wall;
-        totals_.asleep_cpu += woke_up_.cpu - fell_asleep_.cpu;
+    woke_up = Now();
+    if (sleeps > first_sleep && sleeps <= last_sleep) {
+        totals.asleep_wall += woke_up.wall - fell_asleep.wall;
+        totals.asleep_cpu += woke_up.cpu - fell_asleep.cpu;
     }
 }
 
-// Comes before libc's.
+// The program's own usleep takes the place of libc's.
 extern "C" int usleep(useconds_t microseconds)
 {
     const timespec time{static_cast<time_t>(microseconds / 1'000'000),
@@ -92,7 +93,7 @@ extern "C" int usleep(useconds_t microseconds)
     return result;
 }
 
-// The linker puts these in front of libc's for every object of the program (--wrap).
+// With --wrap the linker sends every call of memcpy and memmove in the program's objects here.
 extern "C" void* __real_memcpy(void* target, const void* source, size_t size);
 extern "C" void* __real_memmove(void* target, const void* source, size_t size);
 

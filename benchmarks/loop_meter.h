@@ -1,18 +1,19 @@
+// Measures where a capture loop spends its time, and counts copied bytes.
 #ifndef WQZ_BENCHMARKS_LOOP_METER_H
 #define WQZ_BENCHMARKS_LOOP_METER_H
 
 #include <atomic>
 #include <cstdint>
 
-/// Seconds of CPU time of the whole process.
+/// @return seconds of CPU time of the whole process
 double Process_Cpu();
 
-/// Bytes that the calling thread has copied with memcpy and memmove: those of the linked objects, not of other
-/// libraries, nor what the compiler copies by itself.
+/// @return the bytes that the calling thread has copied with memcpy and memmove. Counts the calls of objects linked
+/// into the program. Leaves out other libraries and copies that the compiler makes without a call.
 uint64_t Bytes_Copied();
 
-/// Takes the time of a session's capture loop where it is awake. Every request for a buffer ends with a sleep, so that
-/// two sleeps are one frame; this program's usleep tells the meter of its thread.
+/// Measures a session's capture loop while it is awake. Each of the two buffer requests of a frame ends with a sleep,
+/// so two sleeps make one frame. This program replaces usleep, and its usleep tells the meter of the thread.
 class Loop_Meter {
 public:
     struct Totals {
@@ -28,10 +29,10 @@ public:
 
     /// Makes this the meter of the calling thread.
     void Attach();
-    bool Is_Done() const { return done_; }
+    bool Is_Done() const { return done; }
 
-    /// Of all frames together, when done.
-    const Totals& Result() const { return totals_; }
+    /// @return the sums over all measured frames, once Is_Done
+    const Totals& Result() const { return totals; }
 
     void Sleep_Begins();
     void Sleep_Ends();
@@ -44,13 +45,13 @@ private:
     static Moment Now();
     void Mark(int sign);
 
-    int first_sleep_;
-    int last_sleep_;
-    int sleeps_ = 0;
-    Moment fell_asleep_;
-    Moment woke_up_;
-    Totals totals_;
-    std::atomic<bool> done_ = false;
+    int first_sleep;
+    int last_sleep;
+    int sleeps = 0;
+    Moment fell_asleep;
+    Moment woke_up;
+    Totals totals;
+    std::atomic<bool> done = false;
 };
 
 #endif  // WQZ_BENCHMARKS_LOOP_METER_H

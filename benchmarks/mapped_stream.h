@@ -1,3 +1,4 @@
+// A minimal capture loop over memory-mapped buffers, to compare with.
 #ifndef WQZ_BENCHMARKS_MAPPED_STREAM_H
 #define WQZ_BENCHMARKS_MAPPED_STREAM_H
 
@@ -12,7 +13,7 @@
 #include <string>
 #include <vector>
 
-/// The calls of a program that talks to the kernel.
+/// The system calls of a program that talks to the kernel directly.
 struct Kernel_Calls {
     static int Open(const char* node) { return open(node, O_RDWR); }
     static int Request(int fd, unsigned long request, void* argument) { return ioctl(fd, request, argument); }
@@ -24,14 +25,14 @@ struct Kernel_Calls {
     static int Close(int fd) { return close(fd); }
 };
 
-/// The least that captures frames: four mapped buffers, and every result tested.
+/// The least code that captures frames: four mapped buffers, and a check of every result.
 template <typename Calls>
 class Mapped_Stream {
 public:
     Mapped_Stream(const std::string& node, uint32_t fourcc, uint32_t width, uint32_t height)
-        : fd_(Calls::Open(node.c_str()))
+        : fd(Calls::Open(node.c_str()))
     {
-        if (fd_ < 0) {
+        if (fd < 0) {
             throw std::runtime_error("cannot open " + node);
         }
         v4l2_format format{};
@@ -56,31 +57,31 @@ public:
     ~Mapped_Stream()
     {
         uint32_t type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        Calls::Request(fd_, VIDIOC_STREAMOFF, &type);
-        for (const Mapping& mapping : mappings_) {
+        Calls::Request(fd, VIDIOC_STREAMOFF, &type);
+        for (const Mapping& mapping : mappings) {
             Calls::Unmap(mapping.address, mapping.length);
         }
-        Calls::Close(fd_);
+        Calls::Close(fd);
     }
     Mapped_Stream(const Mapped_Stream&) = delete;
     Mapped_Stream& operator=(const Mapped_Stream&) = delete;
 
-    /// Waits for a frame, hands its bytes to `use`, and gives the buffer back.
+    /// Waits for a frame, hands its bytes to `use` and gives the buffer back.
     template <typename Use>
     void Take_Frame(Use use)
     {
         fd_set readable;
         FD_ZERO(&readable);
-        FD_SET(fd_, &readable);
+        FD_SET(fd, &readable);
         timeval time_out{1, 0};
-        if (select(fd_ + 1, &readable, nullptr, nullptr, &time_out) != 1) {
+        if (select(fd + 1, &readable, nullptr, nullptr, &time_out) != 1) {
             throw std::runtime_error("no frame");
         }
         v4l2_buffer buffer{};
         buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buffer.memory = V4L2_MEMORY_MMAP;
         Ask(VIDIOC_DQBUF, &buffer);
-        use(static_cast<uint8_t*>(mappings_[buffer.index].address), buffer.bytesused);
+        use(static_cast<uint8_t*>(mappings[buffer.index].address), buffer.bytesused);
         Ask(VIDIOC_QBUF, &buffer);
     }
 
@@ -92,7 +93,7 @@ private:
 
     void Ask(unsigned long request, void* argument)
     {
-        if (Calls::Request(fd_, request, argument) != 0) {
+        if (Calls::Request(fd, request, argument) != 0) {
             throw std::runtime_error("request refused");
         }
     }
@@ -104,16 +105,16 @@ private:
         buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buffer.memory = V4L2_MEMORY_MMAP;
         Ask(VIDIOC_QUERYBUF, &buffer);
-        void* const address = Calls::Map(buffer.length, fd_, buffer.m.offset);
+        void* const address = Calls::Map(buffer.length, fd, buffer.m.offset);
         if (address == MAP_FAILED) {
             throw std::runtime_error("cannot map");
         }
-        mappings_.push_back({address, buffer.length});
+        mappings.push_back({address, buffer.length});
         Ask(VIDIOC_QBUF, &buffer);
     }
 
-    int fd_;
-    std::vector<Mapping> mappings_;
+    int fd;
+    std::vector<Mapping> mappings;
 };
 
 #endif  // WQZ_BENCHMARKS_MAPPED_STREAM_H

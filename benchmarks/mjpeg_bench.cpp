@@ -1,4 +1,4 @@
-// The end of a Motion-JPEG image in a buffer that zeros fill up, beside scans from the buffer's end.
+// Measures the search for the end of a zero-padded Motion-JPEG image, beside plain scans from the buffer's end.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -14,10 +14,10 @@ namespace {
 
 constexpr uint32_t Buffer_Bytes = 4U << 20;
 
-/// Sends standard error to /dev/null while it lives: what the search prints is measured, a terminal's speed is not.
+/// Sends standard error to /dev/null during its lifetime. The time includes printing, but not the speed of a terminal.
 class Silence {
 public:
-    Silence() : before_(dup(STDERR_FILENO))
+    Silence() : before(dup(STDERR_FILENO))
     {
         const int nothing = open("/dev/null", O_WRONLY);
         dup2(nothing, STDERR_FILENO);
@@ -25,14 +25,14 @@ public:
     }
     ~Silence()
     {
-        dup2(before_, STDERR_FILENO);
-        close(before_);
+        dup2(before, STDERR_FILENO);
+        close(before);
     }
     Silence(const Silence&) = delete;
     Silence& operator=(const Silence&) = delete;
 
 private:
-    int before_;
+    int before;
 };
 
 uint32_t By_Library(uint8_t* buffer)
@@ -45,7 +45,7 @@ uint32_t By_Bytes(uint8_t* buffer)
     uint32_t end = Buffer_Bytes;
     while (end > 0 && buffer[end - 1] == 0) {
         --end;
-        benchmark::DoNotOptimize(end);  // or the compiler makes something else of it
+        benchmark::DoNotOptimize(end);  // keeps the compiler from replacing the loop
     }
     return end;
 }

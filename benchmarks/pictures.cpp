@@ -1,3 +1,4 @@
+// Fills test pictures, and finds the speed limit of the memory.
 #include "pictures.h"
 
 #include <algorithm>
@@ -24,9 +25,9 @@ void Fill_Natural(uint8_t* yuyv, Picture_Size size)
     std::mt19937 random(2);
     std::normal_distribution<double> sensor_noise(0.0, 1.5);
     for (uint32_t y = 0; y < size.height; ++y) {
-        const double v = double(y) / size.height;
+        const double v = static_cast<double>(y) / size.height;
         for (uint32_t x = 0; x < size.width; ++x, yuyv += 2) {
-            const double u = double(x) / size.width;
+            const double u = static_cast<double>(x) / size.width;
             const double disc = std::hypot((u - 0.6) * 1.6, v - 0.5) < 0.3 ? 45.0 : 0.0;
             const double stripes = v > 0.7 && std::fmod(u * 24, 1.0) < 0.5 ? -35.0 : 0.0;
             const double shading = 110 + 60 * std::sin(2.1 * u + 1.3 * v) - 40 * v;
@@ -44,7 +45,7 @@ struct Vector {
     typedef uint8_t Type __attribute__((vector_size(Width), aligned(1), may_alias));
 };
 
-/// As many bytes written as read, or three for every two.
+/// Writes as many bytes as it reads, or three for every two.
 template <size_t Width>
 __attribute__((always_inline)) inline void Pass(const uint8_t* in, size_t read_bytes, uint8_t* out, size_t write_bytes)
 {

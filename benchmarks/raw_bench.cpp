@@ -1,4 +1,4 @@
-// Raw Bayer frames: splitting into colours and repacking of samples, beside the memory's limit.
+// Measures the splitting of raw Bayer frames into colours and the repacking of samples, beside the limit of the memory.
 
 #include <benchmark/benchmark.h>
 #include <memory>

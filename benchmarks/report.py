@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """Prints tables of medians and ratios from the JSON files of benchmark runs; exit status 1 when a goal is missed.
 
-A benchmark is named "table/row/column", or "table/row" when its counters are the columns. What is known about a table
-beyond its name stands in TABLES, and what is expected of it in GOALS; a table that stands in neither is printed as it
-comes.
+A benchmark is named "table/row/column", or "table/row" when its counters are the columns. TABLES describes the known
+tables and GOALS the results that are expected of them. A table that is in neither is printed with the columns it has.
 """
 
 import collections
@@ -13,18 +12,18 @@ import os
 import statistics
 import sys
 
-PEERS = ("libyuv", "opencv", "swscale")  # one core each, as the library
+PEERS = ("libyuv", "opencv", "swscale")  # one core each, like the library
 MICROSECONDS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}
 
 
 @dataclasses.dataclass
 class Table:
     title: str
-    columns: tuple = ()  # their order
+    columns: tuple = ()  # in the order of printing
     counters: bool = False
     unit: str = "microseconds"
-    worst: tuple = ()  # columns whose largest value counts, not the median
-    less: dict = None  # {column: (what was measured, what is taken from it)}
+    worst: tuple = ()  # columns that show the largest value instead of the median
+    less: dict = None  # {column: (measured column, column to subtract from it)}
 
 
 TABLES = {
@@ -35,14 +34,14 @@ TABLES = {
     "raw-repack": Table("Repacking of raw samples in place", ("raw10", "raw12", "limit")),
     "mjpeg": Table("End of a Motion-JPEG image in 4 MiB", ("library", "byte loop", "vector scan")),
     "session": Table(
-        "A frame's way through a session, the sleeps apart",
+        "A frame's way through a session, without the sleeps",
         ("CPU us", "wall us", "CPU us of the sleeps", "asleep us", "copies", "page faults in 300 frames"),
         counters=True,
         unit="per frame",
         worst=("page faults in 300 frames",),
     ),
     "capture": Table(
-        "Captured frame beside other libraries, the camera's own cost taken away",
+        "Captured frame beside other libraries, without the camera's own cost",
         ("session", "session above sleeps", "minimal", "minimal above sleeps", "opencv", "libv4l2", "camera",
          "camera and sleeps"),
         unit="microseconds of CPU per frame, which is milliseconds per 1000 frames",
@@ -70,10 +69,10 @@ TABLES = {
 
 @dataclasses.dataclass
 class Goal:
-    """Of one column, in every row of its table that has `rows` in its name.
+    """A goal for one column, in every row of its table that has `rows` in its name.
 
-    Speed is compared with the fastest of the columns in `beside` (at_least), time with the shortest of them (at_most);
-    without such columns at_most is the value itself.
+    at_least compares speed with the fastest of the columns in `beside`. at_most compares time with the shortest of
+    them, or limits the value itself when `beside` is empty.
     """
 
     table: str
@@ -109,7 +108,7 @@ GOALS = (
 
 @dataclasses.dataclass
 class Median:
-    value: float  # microseconds, or what a counter counts
+    value: float  # microseconds, or the value of a counter
     items_per_second: float = None
 
     def text(self):
@@ -119,7 +118,7 @@ class Median:
 
 
 def samples_of(run):
-    """(table, row, column), value and rate of everything that one run measured."""
+    """Yields ((table, row, column), value, rate) for everything that one run measured."""
     table, row, *rest = run["run_name"].split("/")
     known = TABLES.get(table)
     if known and known.counters:
@@ -130,7 +129,7 @@ def samples_of(run):
 
 
 def read_runs(paths):
-    """Medians as {table: {row: {column: Median}}}, rows in the order in which the benchmarks are registered."""
+    """Returns {table: {row: {column: Median}}}, with rows in the order in which the benchmarks are registered."""
     samples = collections.defaultdict(list)
     failures = {}
     for path in paths:
@@ -159,7 +158,7 @@ def read_runs(paths):
 
 
 def take_away(less, medians):
-    """Differences of medians; not below a tenth of a microsecond, which is less than can be measured."""
+    """Subtracts medians. The least result is a tenth of a microsecond, which is too little to measure."""
     result = {}
     for column, (measured, base) in less.items():
         if measured in medians and (base is None or base in medians):
@@ -185,7 +184,7 @@ def print_table(name, rows):
 
 
 def measure(goal, medians):
-    """The ratio or value that a goal is about; None when the row lacks a column of it."""
+    """Returns the ratio or value that a goal limits, or None when the row lacks one of its columns."""
     beside = [medians[column].value for column in goal.beside if column in medians]
     if goal.column not in medians or (goal.beside and not beside):
         return None
@@ -196,7 +195,7 @@ def measure(goal, medians):
 
 
 def print_goals(name, rows):
-    """Returns the number of goals that were missed."""
+    """Prints the goals of a table. Returns how many were missed."""
     goals = [goal for goal in GOALS if goal.table == name]
     if not goals:
         return 0

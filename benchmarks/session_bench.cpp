@@ -1,4 +1,4 @@
-// A frame's way through a session, and how sessions side by side grow.
+// Measures what a frame costs in a session, and how the costs grow with more sessions side by side.
 
 #include <benchmark/benchmark.h>
 #include <atomic>
@@ -11,7 +11,7 @@
 
 namespace {
 
-/// What the camera itself copies to make a frame, as it does so on the thread of the request.
+/// @return the bytes that the camera copies to make a frame. It does so on the thread that makes the request.
 double Bytes_Of_Camera(const Bench_Camera& camera)
 {
     Mapped_Stream<Kernel_Calls> stream(camera.Node(), camera.fourcc, camera.width, camera.height);
@@ -26,7 +26,7 @@ double Bytes_Of_Camera(const Bench_Camera& camera)
     return static_cast<double>(Bytes_Copied() - before) / Measured_Frames;
 }
 
-// Until then the allocator may still grow once: its blocks find their places, and the lists' nodes theirs.
+// The heap may grow once more within the first few hundred frames, while blocks and list nodes find their places.
 constexpr int Settling_Frames = 500;
 
 void One_Session(benchmark::State& state, const Bench_Camera& camera)
@@ -50,33 +50,33 @@ void One_Session(benchmark::State& state, const Bench_Camera& camera)
     state.counters["page faults in 300 frames"] = static_cast<double>(totals.page_faults);
 }
 
-/// A session whose application counts its frames on another thread.
+/// A session with an application that takes and counts its frames on another thread.
 class Counted_Session {
 public:
-    explicit Counted_Session(const Bench_Camera& camera) : session_(camera), application_([this] { Take_Frames(); }) {}
+    explicit Counted_Session(const Bench_Camera& camera) : session(camera), application([this] { Take_Frames(); }) {}
     ~Counted_Session()
     {
-        stop_ = true;
-        application_.join();
+        stop = true;
+        application.join();
     }
     Counted_Session(const Counted_Session&) = delete;
     Counted_Session& operator=(const Counted_Session&) = delete;
 
-    int Frames() const { return frames_; }
+    int Frames() const { return frames; }
 
 private:
     void Take_Frames()
     {
-        while (!stop_) {
-            session_.Take_Frame();
-            ++frames_;
+        while (!stop) {
+            session.Take_Frame();
+            ++frames;
         }
     }
 
-    std::atomic<bool> stop_ = false;
-    std::atomic<int> frames_ = 0;
-    Running_Session session_;
-    std::thread application_;
+    std::atomic<bool> stop = false;
+    std::atomic<int> frames = 0;
+    Running_Session session;
+    std::thread application;
 };
 
 void Many_Sessions(benchmark::State& state, uint32_t fourcc, int count)

@@ -1,4 +1,4 @@
-// YUYV to 24-bit pixels: every path of the library beside what else converts it, and beside the memory's limit.
+// Measures the conversion of YUYV to 24-bit pixels: every path of the library, other libraries, and the memory's limit.
 
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
@@ -44,7 +44,7 @@ void By_Library(benchmark::State& state, Conversion& picture, yuyv_bgr::Path pat
     yuyv_bgr::Force_Path(before);
 }
 
-/// By way of 32-bit pixels; row by row, so that these stay in the first-level cache.
+/// Converts by way of 32-bit pixels, row by row, so that these stay in the first-level cache.
 void By_Libyuv(benchmark::State& state, Conversion& picture)
 {
     const int width = static_cast<int>(picture.size.width);
