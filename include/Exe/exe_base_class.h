@@ -1,3 +1,4 @@
+// The registry of frame tasks that a capturing device offers.
 #ifndef WQZ_EXE_BASE_CLASS_H
 #define WQZ_EXE_BASE_CLASS_H
 

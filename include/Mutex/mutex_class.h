@@ -1,3 +1,4 @@
+// A mutex with its condition variable, and the scoped lock over it.
 #ifndef WQZ_MUTEX_CLASS_H
 #define WQZ_MUTEX_CLASS_H
 

@@ -1,3 +1,4 @@
+// One memory-mapped kernel buffer, and the length of the Motion-JPEG image in it.
 #ifndef WQZ_FRAME_BUFFER_H
 #define WQZ_FRAME_BUFFER_H
 

@@ -1,3 +1,4 @@
+// Frames written to disk as they came.
 #ifndef WQZ_VIDEO_STREAM_H
 #define WQZ_VIDEO_STREAM_H
 

@@ -1,3 +1,4 @@
+// The camera session: a device with two pools of frame records and a capture loop.
 #ifndef WQZ_USBCAM_H
 #define WQZ_USBCAM_H
 

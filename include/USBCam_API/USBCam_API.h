@@ -1,7 +1,8 @@
+// The flat functions of the session interface and the records that cross its boundary.
 #ifndef WQZ_USBCAM_API_H
 #define WQZ_USBCAM_API_H
 
-// Camera access through flat functions, for C (C99) and C++ (C++11).
+// For C (C99) and C++ (C++11).
 //
 // Handles    WQZ_USBCam_CREATE_DEVICE_POINT returns a handle, which is valid until it is deleted. One handle is one
 //            camera session. A null handle is answered (see Results); any other wrong value is not detected.
@@ -19,7 +20,7 @@
 //            of its own, GET_FRAME_BUFF and SAVE_FRAME_RES on others, EVENT_LoopMode(0), and once the capture has
 //            returned: Clear_Frame_Buff, Video_DEAL_WITH_UNINIT, DELETE_DEVICE_POINT.
 // Capturing  A live mapping keeps a camera busy in the kernel even when its descriptor is closed. So a program that
-// again      captures again waits for Video_DEAL_WITH to return, calls Clear_Frame_Buff, UNINIT and DELETE, and
+// again      captures a second time waits for Video_DEAL_WITH to return, calls Clear_Frame_Buff, UNINIT and DELETE, and
 //            starts with a new handle.
 
 // In strict C99, struct timespec, which the kernel's header needs, is declared only here.

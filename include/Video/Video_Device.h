@@ -1,3 +1,4 @@
+// One V4L2 capture node with its catalogue of formats, sizes and frame intervals.
 #ifndef WQZ_VIDEO_DEVICE_H
 #define WQZ_VIDEO_DEVICE_H
 

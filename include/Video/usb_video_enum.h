@@ -1,3 +1,4 @@
+// Discovery: the V4L2 nodes of the machine with the identity of their USB devices.
 #ifndef WQZ_USB_VIDEO_ENUM_H
 #define WQZ_USB_VIDEO_ENUM_H
 

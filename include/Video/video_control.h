@@ -1,3 +1,4 @@
+// Reading and writing the V4L2 controls of a capture node.
 #ifndef WQZ_VIDEO_CONTROL_H
 #define WQZ_VIDEO_CONTROL_H
 

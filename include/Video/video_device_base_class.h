@@ -1,3 +1,4 @@
+// The abstract interfaces of a device and its catalogue, and the exported factory pair.
 #ifndef WQZ_VIDEO_DEVICE_BASE_CLASS_H
 #define WQZ_VIDEO_DEVICE_BASE_CLASS_H
 

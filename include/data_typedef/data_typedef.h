@@ -1,3 +1,4 @@
+// Names that all modules share.
 #ifndef WQZ_DATA_TYPEDEF_H
 #define WQZ_DATA_TYPEDEF_H
 

@@ -1,3 +1,4 @@
+// Conversion of YUYV and raw Bayer frames to 24-bit pixels.
 #ifndef WQZ_YUV_DECODE_H
 #define WQZ_YUV_DECODE_H
 

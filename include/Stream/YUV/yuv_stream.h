@@ -1,3 +1,4 @@
+// BMP images of uncompressed frames, in memory and as files.
 #ifndef WQZ_YUV_STREAM_H
 #define WQZ_YUV_STREAM_H
 
