@@ -4,9 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "Device/device_wait.h"
 #include "support/allocation_watch.h"
 #include "support/camera_fixture.h"
-#include "Device/device_wait.h"
 #include "Video/Video_Device.h"
 
 namespace {

@@ -8,7 +8,6 @@
 #include "Stream/video_stream.h"
 #include "Stream/YUV/yuv_stream.h"
 #include "USBCam/USBCam.h"
-#include "Trace/trace.h"
 #include "Video/usb_video_enum.h"
 
 namespace {
@@ -115,19 +114,6 @@ TEST(Records, TheFactoryStoresWhatItReturns)
     EXPECT_NE(dynamic_cast<Video_Stream_EXE_Base_Class*>(device), nullptr);
     delete_Video_Device_Base_Class(device);
     delete_Video_Device_Base_Class(nullptr);
-}
-
-TEST(Trace, WritesTheLineAndItsTerminatorOnly)
-{
-    std::memset(GLOG, 'x', 200);
-    Trace(Trace_Module{"source//Folder/file"}.Start(1207, "Some_Function"));
-    const char line[] = "\t File:[source//Folder/file] line:[1207] Fun:[Some_Function] START!\r\n";
-    EXPECT_STREQ(WQZ_USBCam_Log(), line);
-    EXPECT_EQ(GLOG[sizeof line], 'x');
-    Trace(Trace_Module{"f"}.End(7, "g"));
-    EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] END!\r\n");
-    Trace(Trace_Module{"f"}.Plain(7, "g"));
-    EXPECT_STREQ(GLOG, "\t File:[f] line:[7] Fun:[g] !\r\n");
 }
 
 TEST(Trace, SetLogCopiesJustTheGivenBytes)

@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "Stream/YUV/yuv_stream.h"
 #include "support/camera_fixture.h"
+#include "support/waiting.h"
+#include "support/watched_device.h"
 #include "USBCam/USBCam.h"
 
 namespace {
@@ -24,17 +25,6 @@ const std::string Set_Up =
     "VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_STREAMON";
 const std::string Quitting =
     "QUIT SELECT EVENT!\r\nQUIT SELECT EVENT! Video_Stream_Stop_Stream\r\nQUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n";
-
-bool Eventually(const std::function<bool()>& holds)
-{
-    for (const auto end = Clock::now() + std::chrono::seconds(20); Clock::now() < end;) {
-        if (holds()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
-}
 
 class Stream : public Camera_Fixture {
 protected:
@@ -102,7 +92,6 @@ protected:
 TEST_F(Reader, ReadsAFrameAndLeavesItsMarks)
 {
     EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
-    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[639] Fun:[Read_Frame_BUFF] END!\r\n");
     EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
     const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
     EXPECT_EQ(frame.buff_Length, sent.size() + 256);
@@ -137,7 +126,6 @@ TEST_F(Reader, PositiveResultsAreRetriedOnlyOnTransientErrors)
     Captured_Stderr printed;
     EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
     EXPECT_EQ(printed.Text(), "NULL \n");
-    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[580] Fun:[Read_Frame_BUFF] END!\r\n");
 }
 
 TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
@@ -154,10 +142,8 @@ TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
 TEST_F(Stream, AClosedCameraIsRefusedWithoutARequest)
 {
     session.Video_DEAL_WITH_UNINIT();
-    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[544] Fun:[Video_DEAL_WITH_UNINIT] END!\r\n");
     Clear_Log();
     EXPECT_EQ(Capture_Counted(Mjpeg, -1), -1);
-    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[691] Fun:[Video_DEAL_WITH] END!\r\n");
     EXPECT_EQ(session.cFrame_RES.size(), 8U);
     EXPECT_EQ(Log_Names(), "");
 }
@@ -179,7 +165,6 @@ TEST_F(Stream, ACaptureIssuesItsRequestsInOrder)
     EXPECT_EQ(printed.Text(), Quitting);
     EXPECT_EQ(Log_Names(),
               Set_Up + " select VIDIOC_DQBUF VIDIOC_QBUF select VIDIOC_DQBUF VIDIOC_QBUF VIDIOC_STREAMOFF");
-    EXPECT_STREQ(GLOG, "\t File:[source//USBCam/USBCam] line:[922] Fun:[Video_DEAL_WITH] END!\r\n");
     const std::vector<Log_Entry> log = Log();
     EXPECT_EQ(log[0].pixel_format, V4L2_PIX_FMT_MJPEG);
     EXPECT_EQ(log[2].interval.denominator, 30U);
@@ -281,56 +266,77 @@ TEST_F(Stream, AClockSetBackStartsNoNewSecond)
     EXPECT_EQ(session.fps_i, 2);
 }
 
-std::string Mark(int line, const std::string& function, const std::string& ending)
-{
-    return "\t File:[source//USBCam/USBCam] line:[" + std::to_string(line) + "] Fun:[" + function + "] " + ending +
-           "\r\n";
-}
-
-// Notes the trace at the places where the loop passes through the derived class.
-class Traced : public USBCam {
-public:
-    using USBCam::USBCam;
-    int32_t Video_Stream_Set_Format(uint32_t code, uint32_t width, uint32_t height) override
-    {
-        marks.emplace_back(GLOG);
-        return USBCam::Video_Stream_Set_Format(code, width, height);
-    }
-    int32_t Video_Stream_Stop_Stream() override
-    {
-        marks.emplace_back(GLOG);
-        return USBCam::Video_Stream_Stop_Stream();
-    }
-    int32_t Get_Video_Device_FD() override
-    {
-        marks.emplace_back(GLOG);
-        return closed ? 0 : USBCam::Get_Video_Device_FD();
-    }
-    std::vector<std::string> marks;
-    bool closed = false;
-};
-
-TEST_F(Stream, TheTraceTellsWhereTheLoopIs)
+TEST_F(Stream, EveryDeviceStepCallsTheDerivedClass)
 {
     session.Video_DEAL_WITH_UNINIT();
-    Traced traced(&record);
-    EXPECT_EQ(GLOG, Mark(90, "USBCam", "END!"));
-    EXPECT_EQ(traced.Video_DEAL_WITH_INIT(0), 0);
-    traced.EVENT_LoopMode(1);
-    EXPECT_EQ(GLOG, Mark(652, "EVENT_LoopMode", "!"));
+    Watched<USBCam> watched(&record);
+    EXPECT_EQ(watched.Video_DEAL_WITH_INIT(0), 0);
+    EXPECT_EQ(watched.calls, "Video_Open Get_Video_Device_FD ");
+    const int32_t copy = dup(watched.Video_Device_FD);
+    watched.shown_fd = copy;
+    watched.calls.clear();
+    watched.EVENT_LoopMode(1);
+    Deliver_Frames(Node, 1);
+    Clear_Log();
+    Captured_Stderr printed;
+    Pix_Format mode = Mjpeg;
+    watched.Video_DEAL_WITH(&mode);
+    EXPECT_EQ(watched.calls,
+              "Get_Video_Device_FD Video_Stream_Set_Format Video_Stream_Set_Frame_Rate Video_Stream_Set_Frame_Buff "
+              "Video_Stream_Start_Stream Get_Current_PixFormat Get_Video_Device_FD Get_Current_PixFormat "
+              "Video_Stream_Stop_Stream ");
+    const std::vector<Log_Entry> log = Log();
+    const std::size_t end = log.size() - 1;  // select, DQBUF, QBUF, STREAMOFF
+    EXPECT_EQ(log[end - 3].value, copy + 1);
+    EXPECT_EQ(log[end - 2].fd, copy);
+    EXPECT_EQ(log[end - 1].fd, copy);
+    EXPECT_EQ(log[end].fd, watched.Video_Device_FD);
+    watched.shown_fd = 0;
+    watched.calls.clear();
+    watched.Video_DEAL_WITH_UNINIT();
+    EXPECT_EQ(watched.calls, "Video_Close ");
+    EXPECT_EQ(watched.Video_DEAL_WITH_INIT(0), -1) << "a descriptor of 0 is no open camera";
+    watched.Video_Exe_End();
+    close(copy);
+}
+
+// Keeps the filled frames, which the end of a capture frees.
+class Keeping : public Watched<USBCam> {
+public:
+    using Watched<USBCam>::Watched;
+    int32_t Video_Stream_Stop_Stream() override
+    {
+        kept.swap(cFrame_Buffer);
+        return Watched<USBCam>::Video_Stream_Stop_Stream();
+    }
+    std::list<Frame_Buffer_Data*> kept;
+};
+
+TEST_F(Stream, TheBitmapHeaderFollowsTheDevicesLabelAndTheRecordTheRequest)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Keeping keeping(&record);
+    keeping.Video_DEAL_WITH_INIT(0);
+    keeping.label = {V4L2_PIX_FMT_YUYV, 64, 48, 9};
+    keeping.EVENT_LoopMode(1);
     Deliver_Frames(Node, 1);
     Captured_Stderr printed;
-    traced.marks.clear();
-    Pix_Format mode = Mjpeg;
-    traced.Video_DEAL_WITH(&mode);
-    EXPECT_EQ(traced.marks,
-              (std::vector<std::string>{Mark(116, "INIT_FRAME_RES", "END!"), Mark(698, "Video_DEAL_WITH", "!"),
-                                        Mark(558, "Read_Frame_BUFF", "START!"), Mark(894, "Video_DEAL_WITH", "!")}));
-    traced.Video_Exe_End();
-    traced.closed = true;
-    EXPECT_EQ(traced.Video_DEAL_WITH_INIT(0), -1) << "a descriptor of 0 is no open camera";
-    traced.closed = false;
-    traced.Video_Exe_End();
+    Pix_Format mode = Yuyv;
+    keeping.Video_DEAL_WITH(&mode);
+    ASSERT_EQ(keeping.kept.size(), 1U);
+    Frame_Buffer_Data* frame = keeping.kept.front();
+    EXPECT_EQ(frame->PixFormat.u_Width, 320U);
+    EXPECT_EQ(frame->PixFormat.u_Height, 240U);
+    EXPECT_NE(frame->PixFormat.u_Fps, 9U);
+    bmp_header_t header;
+    std::memcpy(&header, frame->pMem, sizeof header);
+    EXPECT_EQ(header.width, 64U);
+    EXPECT_EQ(header.height, 48U);
+    EXPECT_EQ(header.file_size, 64U * 48U * 3U + 54U);
+    EXPECT_EQ(frame->buffer.bytesused, 320U * 240U * 3U + 54U) << "the conversion follows the bytes";
+    keeping.SAVE_FRAME_RES(frame);
+    keeping.CLEAR_FRAME_BUFF();
+    keeping.Video_Exe_End();
 }
 
 TEST_F(Stream, WithoutAConsumerTheLatestFramesAreKept)
@@ -425,18 +431,12 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
     greedy.Video_Exe_End();
 }
 
-// A device whose label is a format that the loop does not know.
-class Grey : public USBCam {
-public:
-    using USBCam::USBCam;
-    Pix_Format Get_Current_PixFormat() override { return {V4L2_PIX_FMT_GREY, 1, 1, 1}; }
-};
-
 TEST_F(Stream, AnUnknownFormatIsCountedReportedAndNotQueued)
 {
     session.Video_DEAL_WITH_UNINIT();
-    Grey grey(&record);
+    Keeping grey(&record);
     grey.Video_DEAL_WITH_INIT(0);
+    grey.label = {V4L2_PIX_FMT_GREY, 1, 1, 1};
     Deliver_Frames(Node, 3);
     grey.EVENT_LoopMode(3);
     Captured_Stderr printed;
@@ -444,6 +444,7 @@ TEST_F(Stream, AnUnknownFormatIsCountedReportedAndNotQueued)
     grey.Video_DEAL_WITH(&mode);
     EXPECT_EQ(printed.Text(), "format Error\nformat Error\nformat Error\n" + Quitting);
     EXPECT_EQ(grey.fps_i, 3);
+    EXPECT_TRUE(grey.kept.empty());
     grey.Video_Exe_End();
 }
 
