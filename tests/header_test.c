@@ -1,4 +1,4 @@
-/* The flat header in a C99 program: layout of the records and linkage of every function. */
+/* The flat header in a C99 program: layout of the records, the task type, linkage of every function. */
 #include <stddef.h>
 #include <stdio.h>
 
@@ -19,12 +19,17 @@ static void check(int holds, const char* what)
 static void check_records(void)
 {
     CHECK(offsetof(v4l2_dev_sys_data_t, device) == 0);
+    CHECK(offsetof(v4l2_dev_sys_data_t, name) == 8);
+    CHECK(offsetof(v4l2_dev_sys_data_t, driver) == 16);
     CHECK(offsetof(v4l2_dev_sys_data_t, location) == 24);
     CHECK(offsetof(v4l2_dev_sys_data_t, vendor) == 32);
+    CHECK(offsetof(v4l2_dev_sys_data_t, product) == 36);
     CHECK(offsetof(v4l2_dev_sys_data_t, valid) == 40);
+    CHECK(offsetof(v4l2_dev_sys_data_t, current) == 44);
     CHECK(offsetof(v4l2_dev_sys_data_t, busnum) == 48);
     CHECK(offsetof(v4l2_dev_sys_data_t, devnum) == 56);
     CHECK(offsetof(v4l2_dev_sys_data_t, Vid) == 64);
+    CHECK(offsetof(v4l2_dev_sys_data_t, Pid) == 66);
     CHECK(offsetof(v4l2_dev_sys_data_t, Bcd) == 68);
     CHECK(offsetof(v4l2_dev_sys_data_t, iManufacturer) == 70);
     CHECK(offsetof(v4l2_dev_sys_data_t, iProduct) == 326);
@@ -32,8 +37,12 @@ static void check_records(void)
     CHECK(offsetof(v4l2_dev_sys_data_t, Device_Path) == 838);
     CHECK(sizeof(v4l2_dev_sys_data_t) == 1096);
     CHECK(sizeof(Pix_Format) == 16);
+    CHECK(offsetof(Pix_Format, u_PixFormat) == 0);
+    CHECK(offsetof(Pix_Format, u_Width) == 4);
+    CHECK(offsetof(Pix_Format, u_Height) == 8);
     CHECK(offsetof(Pix_Format, u_Fps) == 12);
     CHECK(sizeof(struct v4l2_buffer) == 88);
+    CHECK(offsetof(Frame_Buffer_Data, buffer) == 0);
     CHECK(offsetof(Frame_Buffer_Data, PixFormat) == 88);
     CHECK(offsetof(Frame_Buffer_Data, Frame_Time) == 104);
     CHECK(offsetof(Frame_Buffer_Data, fd) == 120);
@@ -70,9 +79,27 @@ static void check_null_handles(void)
     CHECK(GLOG[0] == '\0');
 }
 
+/* A program that registers tasks needs the flat header only. */
+static int32_t count_bytes(void* context, Frame_Buffer_Data* frame, void* user)
+{
+    (void)context;
+    (void)user;
+    return (int32_t)frame->buffer.bytesused;
+}
+
+static void check_task_type(void)
+{
+    Frame_Buffer_Data frame = {0};
+    const pExe task = count_bytes;
+    PVOID user = NULL;
+    frame.buffer.bytesused = 3;
+    CHECK(task(NULL, &frame, user) == 3);
+}
+
 int main(void)
 {
     check_records();
+    check_task_type();
     check_null_handles();
     return failures == 0 ? 0 : 1;
 }

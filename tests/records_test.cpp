@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstring>
-#include <type_traits>
+#include <vector>
 
 #include "Stream/video_stream.h"
 #include "Stream/YUV/yuv_stream.h"
@@ -12,30 +12,65 @@
 
 namespace {
 
-// Members must lie in ascending order; `address` is that of each member of one object.
-template <typename... Member>
-void Expect_Ascending(const Member&... member)
+using Layout = std::vector<std::size_t>;
+
+template <typename Object, typename... Member>
+Layout Offsets(const Object& object, const Member&... member)
 {
-    const void* addresses[] = {static_cast<const void*>(&member)...};
-    for (std::size_t i = 1; i < sizeof...(member); ++i) {
-        EXPECT_LT(addresses[i - 1], addresses[i]) << "member " << i;
-    }
+    const auto* begin = reinterpret_cast<const volatile char*>(&object);
+    return {static_cast<std::size_t>(reinterpret_cast<const volatile char*>(&member) - begin)...};
 }
 
-TEST(Records, MembersLieInTheirOrder)
+TEST(Records, SessionAndDeviceMembersKeepTheirOffsets)
 {
     v4l2_dev_sys_data_t camera{};
-    USBCam s(&camera);
-    Expect_Ascending(s.S_Dev_Message, s.C_V4L2_VC_Pu, s.LC_Format_List, s.u_VideoStream_Queue_buff, s.LC_Buffer_List,
-                     s.C_PixFormat, s.Video_Device_FD, s.MJPEG_Task, s.YUV_Task, s.Unusual_Task, s.Yuv_mode_select,
-                     s.cFrame_Buffer, s.cFrame_RES, s.cMutex, s.iFd, s.iLoopMode, s.tv_b, s.fps_i);
-    const YUV_Decode& tables = YUV_Stream::YUV_Decode_Table;
-    Expect_Ascending(tables.R_Matrix, tables.G_UV_Matrix, tables.G_Matrix, tables.B_Matrix);
-    EXPECT_EQ(sizeof(YUV_Decode), 384U * 1024U);
-    EXPECT_EQ(sizeof(v4l2_device_list_t), 40U);
-    EXPECT_EQ(sizeof(Frame_Buffer), sizeof(Frame_Buffer_Data));
-    EXPECT_FALSE(std::is_polymorphic_v<Frame_Buffer>);
+    const USBCam s(&camera);
+    EXPECT_EQ(
+        Offsets(s, s.S_Dev_Message, s.C_V4L2_VC_Pu, s.LC_Format_List, s.u_VideoStream_Queue_buff, s.LC_Buffer_List,
+                s.C_PixFormat, s.Video_Device_FD, s.MJPEG_Task, s.YUV_Task, s.Unusual_Task, s.Yuv_mode_select),
+        (Layout{16, 1112, 1128, 1152, 1160, 1184, 1200, 1208, 1216, 1224, 1232}));
+    EXPECT_EQ(Offsets(s, s.C_V4L2_VC_Pu.VC_fd), Layout{1120});
+    EXPECT_EQ(sizeof(Video_Device), 1240U);
+    EXPECT_EQ(
+        Offsets(s, s.cFrame_Buffer, s.cFrame_RES, s.cMutex.mutex, s.cMutex.cond, s.iFd, s.iLoopMode, s.tv_b, s.fps_i),
+        (Layout{1240, 1264, 1288, 1328, 1376, 1380, 1384, 1400}));
+    EXPECT_EQ(sizeof(USBCam), 1408U);
     EXPECT_EQ(sizeof(Video_Stream_EXE_Base_Class::YUV_MODE), 4U);
+}
+
+TEST(Records, MembersOfTheOtherClassesKeepTheirOffsets)
+{
+    const Format_Info format;
+    EXPECT_EQ(Offsets(format, format.S_Format, format.LC_Resolution_List), (Layout{8, 72}));
+    const Resolution_Info size;
+    EXPECT_EQ(Offsets(size, size.S_Resolution, size.LS_Frame_Rata), (Layout{8, 56}));
+    const USBDev_Message scan;
+    const v4l2_device_list_t& index = scan.S_V4L2_Device_List_Index;
+    EXPECT_EQ(Offsets(scan, index, scan.V4l2_dev_message), (Layout{8, 48}));
+    EXPECT_EQ(Offsets(index, index.udev, index.udev_mon, index.udev_fd, index.list_devices, index.num_devices),
+              (Layout{0, 8, 16, 24, 32}));
+    Mutex_Class mutex;
+    const Mutex_Lock_Class lock(mutex);
+    EXPECT_EQ(Offsets(lock, lock.pC_Mutex, lock.Init_Pace, lock.lock_status), (Layout{8, 16, 48}));
+    const YUV_Decode& tables = YUV_Stream::YUV_Decode_Table;
+    EXPECT_EQ(Offsets(tables, tables.R_Matrix, tables.G_UV_Matrix, tables.G_Matrix, tables.B_Matrix),
+              (Layout{0, 0x10000, 0x30000, 0x50000}));
+    EXPECT_EQ((Layout{sizeof(Format_Info), sizeof(Resolution_Info), sizeof(USB_Video_Enum), sizeof(Mutex_Lock_Class),
+                      sizeof(Frame_Buffer), sizeof(YUV_Stream), sizeof(Video_Stream), sizeof(YUV_Decode)}),
+              (Layout{96, 80, 72, 56, sizeof(Frame_Buffer_Data), 8, 8, 0x60000}));
+}
+
+TEST(Records, ThePictureHeaderLiesAsInTheFile)
+{
+    using Header = bmp_header_t;
+    EXPECT_EQ((Layout{offsetof(Header, file_type), offsetof(Header, file_size), offsetof(Header, reserved1),
+                      offsetof(Header, reserved2), offsetof(Header, offset), offsetof(Header, head_size),
+                      offsetof(Header, width), offsetof(Header, height), offsetof(Header, bit_planes),
+                      offsetof(Header, bits_per_pixel), offsetof(Header, compression), offsetof(Header, image_size),
+                      offsetof(Header, h_res), offsetof(Header, v_res), offsetof(Header, color_palette),
+                      offsetof(Header, vip_color), offsetof(Header, rgb_data)}),
+              (Layout{0, 2, 6, 8, 10, 14, 18, 22, 26, 28, 30, 34, 38, 42, 46, 50, 54}));
+    EXPECT_EQ(sizeof(Header), 54U) << "the pixels take no room in the record";
 }
 
 // The index of a virtual function in its table: the C++ ABI of x86-64 keeps its offset in the member pointer.

@@ -52,6 +52,9 @@ struct Way {
     std::function<void(uint8_t* yuyv, size_t size, uint8_t* bgr)> convert;
 };
 
+constexpr std::pair<Path, const char*> Paths[] = {
+    {Path::Tables, "tables"}, {Path::Ssse3, "ssse3"}, {Path::Avx2, "avx2"}, {Path::Avx512_Vbmi, "vbmi"}};
+
 void Convert_By_Path(Path path, uint8_t* yuyv, size_t size, uint8_t* bgr)
 {
     ASSERT_TRUE(yuyv_bgr::Force_Path(path));
@@ -68,9 +71,7 @@ void Convert_By_Emulation(uint8_t* yuyv, size_t size, uint8_t* bgr)
 std::vector<Way> Ways()
 {
     std::vector<Way> ways;
-    const std::pair<Path, const char*> paths[] = {
-        {Path::Tables, "tables"}, {Path::Ssse3, "ssse3"}, {Path::Avx2, "avx2"}, {Path::Avx512_Vbmi, "vbmi"}};
-    for (const auto& [path, name] : paths) {
+    for (const auto& [path, name] : Paths) {
         if (yuyv_bgr::Path_Available(path)) {
             ways.push_back({name, 1, [path = path](uint8_t* yuyv, size_t size, uint8_t* bgr) {
                                 Convert_By_Path(path, yuyv, size, bgr);
@@ -185,12 +186,28 @@ TEST_F(Yuyv, TheWidestPathOfTheProcessorIsChosen)
                         : has("ssse3")                       ? Path::Ssse3
                                                              : Path::Tables;
     EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
-    if (!yuyv_bgr::Path_Available(Path::Avx512_Vbmi)) {
-        EXPECT_FALSE(yuyv_bgr::Force_Path(Path::Avx512_Vbmi));
-        EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
-    }
     for (const Way& way : Ways()) {
         printf("[ paths    ] %s\n", way.name.c_str());
+    }
+}
+
+// Every kernel converts whole vectors only, of 0, 8, 16 or 32 groups: the count tells which one ran.
+TEST_F(Yuyv, AForcedPathIsChosenAndItsOwnKernelRuns)
+{
+    constexpr size_t groups = 56;
+    Bytes in(groups * 4);
+    Bytes out(groups * 6);
+    const size_t converted[] = {0, 56, 48, 32};
+    for (const auto& [path, name] : Paths) {
+        const Path last = yuyv_bgr::Chosen_Path();
+        const bool available = yuyv_bgr::Path_Available(path);
+        EXPECT_EQ(yuyv_bgr::Force_Path(path), available) << name;
+        EXPECT_EQ(yuyv_bgr::Chosen_Path(), available ? path : last) << name;
+        if (available) {
+            EXPECT_EQ(yuyv_bgr::Convert_Whole_Vectors(in.data(), groups, out.data()),
+                      converted[static_cast<size_t>(path)])
+                << name;
+        }
     }
 }
 
