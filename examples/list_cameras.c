@@ -13,7 +13,7 @@ static void Print_Modes(void* camera)
     }
     WQZ_USBCam_Get_Format_List(camera, modes);
     for (int32_t i = 0; i < count; ++i) {
-        /* In this list u_PixFormat is a FourCC: four characters, the first in the low byte. */
+        /* In this list, u_PixFormat is a FourCC: four characters, with the first in the low byte. */
         const uint32_t code = modes[i].u_PixFormat;
         printf("    %c%c%c%c %ux%u, %u frames per second\n", (int)(code & 0x7F), (int)(code >> 8 & 0x7F),
                (int)(code >> 16 & 0x7F), (int)(code >> 24 & 0x7F), modes[i].u_Width, modes[i].u_Height, modes[i].u_Fps);
@@ -30,7 +30,7 @@ int main(void)
         printf("%s: %s, %04x:%04x\n", cameras[i].device, cameras[i].name, (unsigned)cameras[i].Vid,
                (unsigned)cameras[i].Pid);
         if (cameras[i].Device_Path[0] == '\0') {
-            /* A camera that is not on USB. */
+            /* Discovery fills Device_Path for USB cameras only, and a session opens it. */
             snprintf(cameras[i].Device_Path, sizeof cameras[i].Device_Path, "%s", cameras[i].device);
         }
         void* camera = WQZ_USBCam_CREATE_DEVICE_POINT(cameras[i]);

@@ -309,13 +309,24 @@ class Examples(Tool_Test):
         return re.sub(r"\*\*\d+\n", "", result.stdout)  # the library counts the formats it finds
 
     def test_both_examples_run(self):
-        self.run_example("camera\n", EXAMPLE_CAPTURE)
+        self.run_example("camera\nusb none\n", EXAMPLE_CAPTURE)
         pictures = sorted(name for name in os.listdir(self.folder) if name.endswith(".jpg"))
         self.assertEqual(pictures, ["picture-%d.jpg" % i for i in range(10)])
         decode(os.path.join(self.folder, pictures[9]), 640, 480)
         listing = self.run_example(THREE, EXAMPLE_LIST)
         self.assertRegex(listing, r"^3 cameras\n/dev/video0: First Twin, 1d6b:0102\n    MJPG 1920x1080, 30 frames")
         self.assertRegex(listing, r"(?s)On Chip, 0000:0000\n    MJPG ")
+
+    def test_capture_ends_with_a_reason(self):
+        for more, message in (("format MJPG\n  size 320x240 30\n", "does not deliver Motion-JPEG at 640x480"),
+                              ("format YUYV\n  size 640x480 30\n", "does not deliver Motion-JPEG at 640x480"),
+                              ("refuse STREAMON ENOSPC\n", "no frame for five seconds")):
+            with self.subTest(more):
+                result = subprocess.run(self.command("camera\n" + more, program=EXAMPLE_CAPTURE), cwd=self.folder,
+                                        text=True, capture_output=True, timeout=TIME_LIMIT, check=False)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn(message, result.stderr)
+                self.assertNotIn("picture-0.jpg", os.listdir(self.folder))
 
 
 if __name__ == "__main__":
