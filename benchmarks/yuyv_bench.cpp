@@ -12,7 +12,7 @@ extern "C" {
 
 #include "pictures.h"
 #include "Stream/YUV/yuv_decode.h"
-#include "Stream/YUV/yuyv_bgr_simd.h"
+#include "Stream/YUV/yuyv_bgr.h"
 
 namespace {
 

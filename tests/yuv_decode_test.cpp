@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "Stream/YUV/yuyv_bgr_simd.h"
+#include "Stream/YUV/yuyv_bgr.h"
 
 // The AVX-512 kernel a second time, on emulated instructions: this checks it on processors that lack them.
 #define SIMDE_ENABLE_NATIVE_ALIASES

@@ -4,7 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Stream/YUV/yuyv_bgr_simd.h"
+#include "Stream/YUV/raw_repack.h"
+#include "Stream/YUV/yuyv_bgr.h"
 #include "Stream/YUV/yuyv_coefficients.h"
 
 using yuyv_bgr::Fraction_Bits;
@@ -117,22 +118,6 @@ bool Split_Frame(const uint8_t* samples, uint32_t size, uint32_t width, const Mo
     return rows != 0;
 }
 
-__attribute__((always_inline)) inline void Repack_Samples(uint8_t* samples, size_t count)
-{
-    for (size_t i = 0; i < count; ++i) {
-        uint16_t sample;
-        memcpy(&sample, samples + i * 2, sizeof sample);
-        sample = static_cast<uint16_t>((sample << 2 & 0x3FC) | (sample >> 8 & 0x3));
-        memcpy(samples + i * 2, &sample, sizeof sample);
-    }
-}
-
-/// The same loop, compiled for vectors of twice the width.
-__attribute__((target("avx2"))) void Repack_Samples_Avx2(uint8_t* samples, size_t count)
-{
-    Repack_Samples(samples, count);
-}
-
 }  // namespace
 
 YUV_Decode::YUV_Decode()
@@ -203,11 +188,7 @@ bool YUV_Decode::RAW3_Decode(uint8_t* p_RAW, uint32_t RAW_Data_Size, uint32_t Wi
 
 void YUV_Decode::RAW10_Decode(uint8_t* p_RAW, uint32_t size)
 {
-    if (__builtin_cpu_supports("avx2")) {
-        Repack_Samples_Avx2(p_RAW, size / 2);
-    } else {
-        Repack_Samples(p_RAW, size / 2);
-    }
+    Repack_Raw_Samples(p_RAW, size / 2);
 }
 
 void YUV_Decode::RAW12_Decode(uint8_t* p_RAW, uint32_t size)
