@@ -2,7 +2,8 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS WQZ_USBCam EXPORT WQZ_USBCamTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT development)
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 # The headers lie in folders with common names such as Video/, so they get a folder of their own. Both package files
 # below name it, and programs write #include "USBCam_API/USBCam_API.h".
 set(WQZ_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/wqz-usbcam)
