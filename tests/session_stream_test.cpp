@@ -128,6 +128,16 @@ TEST_F(Reader, PositiveResultsAreRetriedOnlyOnTransientErrors)
     EXPECT_EQ(printed.Text(), "NULL \n");
 }
 
+TEST_F(Reader, AFrameLongerThanItsMappingIsAFailedRead)
+{
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
+        auto* buffer = static_cast<v4l2_buffer*>(argument);
+        buffer->bytesused = buffer->length + 1;
+    });
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
+}
+
 TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
 {
     std::list<Frame_Buffer> aside;
