@@ -193,12 +193,10 @@ TEST(Wait_Readable, ANegativeDescriptorWaitsUntilTheTimeOut)
 TEST(Wait_Readable, KeepsTheErrorOfSelectAndAllocatesNothingBelowFdSetsize)
 {
     for (const int32_t fd : {FD_SETSIZE - 1, FD_SETSIZE}) {
-        allocation_watch::Set_Errno_On_Delete(EDOM);
         const int before = allocation_watch::Allocations();
         const int32_t result = Wait_Readable(fd, {-1, 0});
         const int error = errno;
         const int allocations = allocation_watch::Allocations() - before;
-        allocation_watch::Set_Errno_On_Delete(0);
         EXPECT_EQ(result, -1);
         EXPECT_EQ(error, EINVAL) << "a negative time-out, descriptor " << fd;
         EXPECT_TRUE(allocations == 0 || fd >= FD_SETSIZE);
@@ -251,14 +249,13 @@ TEST_F(Device, ControlsAreReadAndWrittenAndEachOutcomeOfAWriteIsReported)
 }
 
 // A camera with discrete and stepwise sizes and intervals.
-class Catalogue : public testing::Test {
+class Catalogue : public Camera_Fixture {
 protected:
     static constexpr const char* Node = "/dev/video4";
 
     Catalogue()
     {
-        Reset();
-        Camera_Description camera = Usb_Camera();
+        Camera_Description camera = Usb_Camera(1);
         camera.capture_node = Node;
         camera.has_metadata = false;
         const Frame_Size large = Discrete_Size(1280, 720, {{1, 30}, {2, 59}, {1, 5}});
@@ -266,17 +263,16 @@ protected:
         Frame_Size range{32, 16, 640, 480, 8, 4, {{1, 50}, {1, 10}, {1, 100}}, true};
         camera.formats = {{V4L2_PIX_FMT_MJPEG, {large, small}}, {V4L2_PIX_FMT_GREY, {range}}};
         Add_Camera(camera);
-        std::strcpy(record.Device_Path, Node);
+        device.Video_Open();
     }
-    ~Catalogue() override { Reset(); }
+    ~Catalogue() override { device.Video_Close(); }
 
-    v4l2_dev_sys_data_t record{};
+    v4l2_dev_sys_data_t record = Camera_Record(Node);
+    Video_Device device{&record};
 };
 
 TEST_F(Catalogue, HoldsFormatsSizesAndIntervalsInDriverOrder)
 {
-    Video_Device device(&record);
-    device.Video_Open();
     testing::internal::CaptureStdout();
     EXPECT_EQ(device.Video_Frame_Format(), 2);
     fflush(stdout);
@@ -303,13 +299,10 @@ TEST_F(Catalogue, HoldsFormatsSizesAndIntervalsInDriverOrder)
     EXPECT_EQ(device.Index_At_Format_Info(2), device.Index_At_Format_Info(0));
     EXPECT_EQ(mjpeg->Index_At(9), large);
     EXPECT_EQ(large->Index_At_Denominator(3), 30U);
-    device.Video_Close();
 }
 
 TEST_F(Catalogue, ARepeatedBuildAppendsAndCountsOn)
 {
-    Video_Device device(&record);
-    device.Video_Open();
     testing::internal::CaptureStdout();
     EXPECT_EQ(device.Video_Frame_Format(), 2);
     EXPECT_EQ(device.Video_Frame_Format(), 2);
@@ -326,13 +319,10 @@ TEST_F(Catalogue, ARepeatedBuildAppendsAndCountsOn)
     EXPECT_EQ(device.Video_Frame_Sizes(format), 2) << "counting stores nothing";
     EXPECT_EQ(device.Video_Frame_Rate(size), 3);
     EXPECT_TRUE(device.LC_Format_List.empty());
-    device.Video_Close();
 }
 
 TEST_F(Catalogue, AStepwiseIntervalEndsTheEnumeration)
 {
-    Video_Device device(&record);
-    device.Video_Open();
     v4l2_frmsizeenum size{};
     size.pixel_format = V4L2_PIX_FMT_GREY;
     size.discrete = {320, 240};
@@ -341,20 +331,16 @@ TEST_F(Catalogue, AStepwiseIntervalEndsTheEnumeration)
     EXPECT_EQ(resolution.Size(), 1U);
     EXPECT_EQ(resolution.Index_At_Denominator(0), 50U);
     EXPECT_EQ(resolution.Width(), 320);
-    device.Video_Close();
 }
 
 TEST_F(Catalogue, AContinuousIntervalEndsTheEnumeration)
 {
-    Video_Device device(&record);
-    device.Video_Open();
     Alter(Node, VIDIOC_ENUM_FRAMEINTERVALS,
           [](void* answer) { static_cast<v4l2_frmivalenum*>(answer)->type = V4L2_FRMIVAL_TYPE_CONTINUOUS; });
     v4l2_frmsizeenum size{};
     size.pixel_format = V4L2_PIX_FMT_MJPEG;
     size.discrete = {1280, 720};
     EXPECT_EQ(device.Video_Frame_Rate(size), 1);
-    device.Video_Close();
 }
 
 TEST_F(Catalogue, EmptyListsReturnNullAndZero)
@@ -365,19 +351,15 @@ TEST_F(Catalogue, EmptyListsReturnNullAndZero)
     EXPECT_EQ(resolution.Index_At_Numerator(0), 0U);
     EXPECT_EQ(resolution.Index_At_Denominator(5), 0U);
 
-    Video_Device device(&record);
-    device.Video_Open();
     Fail(Node, VIDIOC_ENUM_FMT, {EINVAL});
     testing::internal::CaptureStdout();
     EXPECT_EQ(device.Video_Frame_Format(), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(device.Index_At_Format_Info(0), nullptr);
-    device.Video_Close();
 }
 
 TEST_F(Catalogue, FormatSupportKnowsItsTableAndAcceptsZero)
 {
-    Video_Device device(&record);
     for (uint32_t code :
          {V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_YUV420, V4L2_PIX_FMT_RGB565, V4L2_PIX_FMT_Y16_BE,
           V4L2_PIX_FMT_XRGB555X, V4L2_PIX_FMT_SBGGR8, v4l2_fourcc('B', 'X', '2', '4'), 0U}) {

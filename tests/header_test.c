@@ -16,42 +16,12 @@ static void check(int holds, const char* what)
 
 #define CHECK(condition) check((condition), #condition)
 
+/* records_test checks every member; here C must agree with it. */
 static void check_records(void)
 {
-    CHECK(offsetof(v4l2_dev_sys_data_t, device) == 0);
-    CHECK(offsetof(v4l2_dev_sys_data_t, name) == 8);
-    CHECK(offsetof(v4l2_dev_sys_data_t, driver) == 16);
-    CHECK(offsetof(v4l2_dev_sys_data_t, location) == 24);
-    CHECK(offsetof(v4l2_dev_sys_data_t, vendor) == 32);
-    CHECK(offsetof(v4l2_dev_sys_data_t, product) == 36);
-    CHECK(offsetof(v4l2_dev_sys_data_t, valid) == 40);
-    CHECK(offsetof(v4l2_dev_sys_data_t, current) == 44);
-    CHECK(offsetof(v4l2_dev_sys_data_t, busnum) == 48);
-    CHECK(offsetof(v4l2_dev_sys_data_t, devnum) == 56);
-    CHECK(offsetof(v4l2_dev_sys_data_t, Vid) == 64);
-    CHECK(offsetof(v4l2_dev_sys_data_t, Pid) == 66);
-    CHECK(offsetof(v4l2_dev_sys_data_t, Bcd) == 68);
-    CHECK(offsetof(v4l2_dev_sys_data_t, iManufacturer) == 70);
-    CHECK(offsetof(v4l2_dev_sys_data_t, iProduct) == 326);
-    CHECK(offsetof(v4l2_dev_sys_data_t, iSerialNumber) == 582);
-    CHECK(offsetof(v4l2_dev_sys_data_t, Device_Path) == 838);
-    CHECK(sizeof(v4l2_dev_sys_data_t) == 1096);
-    CHECK(sizeof(Pix_Format) == 16);
-    CHECK(offsetof(Pix_Format, u_PixFormat) == 0);
-    CHECK(offsetof(Pix_Format, u_Width) == 4);
-    CHECK(offsetof(Pix_Format, u_Height) == 8);
-    CHECK(offsetof(Pix_Format, u_Fps) == 12);
-    CHECK(sizeof(struct v4l2_buffer) == 88);
-    CHECK(offsetof(Frame_Buffer_Data, buffer) == 0);
-    CHECK(offsetof(Frame_Buffer_Data, PixFormat) == 88);
-    CHECK(offsetof(Frame_Buffer_Data, Frame_Time) == 104);
-    CHECK(offsetof(Frame_Buffer_Data, fd) == 120);
-    CHECK(offsetof(Frame_Buffer_Data, device_path) == 124);
-    CHECK(offsetof(Frame_Buffer_Data, pMem) == 384);
-    CHECK(offsetof(Frame_Buffer_Data, buff_Length) == 392);
-    CHECK(offsetof(Frame_Buffer_Data, buff_Offset) == 396);
-    CHECK(offsetof(Frame_Buffer_Data, index) == 400);
-    CHECK(sizeof(Frame_Buffer_Data) == 408);
+    CHECK(sizeof(v4l2_dev_sys_data_t) == 1096 && offsetof(v4l2_dev_sys_data_t, Device_Path) == 838);
+    CHECK(sizeof(Pix_Format) == 16 && offsetof(Pix_Format, u_Fps) == 12);
+    CHECK(sizeof(Frame_Buffer_Data) == 408 && offsetof(Frame_Buffer_Data, index) == 400);
     CHECK(sizeof GLOG == 4097);
 }
 

@@ -21,6 +21,21 @@ Layout Offsets(const Object& object, const Member&... member)
     return {static_cast<std::size_t>(reinterpret_cast<const volatile char*>(&member) - begin)...};
 }
 
+TEST(Records, MembersOfTheFlatRecordsKeepTheirOffsets)
+{
+    const v4l2_dev_sys_data_t c{};
+    EXPECT_EQ(Offsets(c, c.device, c.name, c.driver, c.location, c.vendor, c.product, c.valid, c.current, c.busnum,
+                      c.devnum, c.Vid, c.Pid, c.Bcd, c.iManufacturer, c.iProduct, c.iSerialNumber, c.Device_Path),
+              (Layout{0, 8, 16, 24, 32, 36, 40, 44, 48, 56, 64, 66, 68, 70, 326, 582, 838}));
+    const Pix_Format mode{};
+    EXPECT_EQ(Offsets(mode, mode.u_PixFormat, mode.u_Width, mode.u_Height, mode.u_Fps), (Layout{0, 4, 8, 12}));
+    const Frame_Buffer_Data f{};
+    EXPECT_EQ(Offsets(f, f.buffer, f.PixFormat, f.Frame_Time, f.fd, f.device_path, f.pMem, f.buff_Length, f.buff_Offset,
+                      f.index),
+              (Layout{0, 88, 104, 120, 124, 384, 392, 396, 400}));
+    EXPECT_EQ((Layout{sizeof c, sizeof mode, sizeof f}), (Layout{1096, 16, 408}));
+}
+
 TEST(Records, SessionAndDeviceMembersKeepTheirOffsets)
 {
     v4l2_dev_sys_data_t camera{};

@@ -64,6 +64,12 @@ std::string Traced(const std::function<void()>& operation)
     return journal;
 }
 
+// The lines of a function of the session that enters and returns.
+std::string Lines(int start, int end, const std::string& function)
+{
+    return std::to_string(start) + " " + function + " START!\n" + std::to_string(end) + " " + function + " END!\n";
+}
+
 std::string Repeated(int times, const std::string& text)
 {
     return times == 0 ? "" : text + Repeated(times - 1, text);
@@ -172,8 +178,7 @@ TEST_F(Tracing, ACaptureWritesTheseLinesBetweenItsRequestsAndMessages)
         EXPECT_EQ(traced, Expected_Capture(yuyv ? "819 Video_DEAL_WITH !\n" : "852 Video_DEAL_WITH !\n"));
         session.Video_Stream_Clear_Frame_Buff();
     }
-    EXPECT_EQ(Traced([&] { session.Video_DEAL_WITH_UNINIT(); }),
-              "538 Video_DEAL_WITH_UNINIT START!\n544 Video_DEAL_WITH_UNINIT END!\n");
+    EXPECT_EQ(Traced([&] { session.Video_DEAL_WITH_UNINIT(); }), Lines(538, 544, "Video_DEAL_WITH_UNINIT"));
     Pix_Format mode{};
     EXPECT_EQ(
         Traced([&] { session.Video_DEAL_WITH(&mode); }),
@@ -182,24 +187,19 @@ TEST_F(Tracing, ACaptureWritesTheseLinesBetweenItsRequestsAndMessages)
 
 TEST_F(Tracing, SessionOperationsWriteTheseLines)
 {
-    EXPECT_EQ(Traced([&] { USBCam other(&record); }), "82 USBCam START!\n90 USBCam END!\n");
+    EXPECT_EQ(Traced([&] { USBCam other(&record); }), Lines(82, 90, "USBCam"));
     EXPECT_EQ(Traced([&] { session.EVENT_LoopMode(1); }), "652 EVENT_LoopMode !\n");
-    EXPECT_EQ(Traced([&] { session.Read_Frame_BUFF(nullptr); }),
-              "558 Read_Frame_BUFF START!\n580 Read_Frame_BUFF END!\n");
-    EXPECT_EQ(Traced([&] { session.SAVE_FRAME_RES(nullptr); }), "348 SAVE_FRAME_RES START!\n354 SAVE_FRAME_RES END!\n");
+    EXPECT_EQ(Traced([&] { session.Read_Frame_BUFF(nullptr); }), Lines(558, 580, "Read_Frame_BUFF"));
+    EXPECT_EQ(Traced([&] { session.SAVE_FRAME_RES(nullptr); }), Lines(348, 354, "SAVE_FRAME_RES"));
 
-    EXPECT_EQ(Traced([&] { session.GET_FRAME_BUFF(false); }), "204 GET_FRAME_BUFF START!\n245 GET_FRAME_BUFF END!\n");
-    EXPECT_EQ(Traced([&] { session.GET_FRAME_BUFF_NEWEST(false); }),
-              "262 GET_FRAME_BUFF_NEWEST START!\n330 GET_FRAME_BUFF_NEWEST END!\n");
-    EXPECT_EQ(Traced([&] { session.Video_STREAM_STATUS(false); }),
-              "162 Video_STREAM_STATUS START!\n192 Video_STREAM_STATUS END!\n");
+    EXPECT_EQ(Traced([&] { session.GET_FRAME_BUFF(false); }), Lines(204, 245, "GET_FRAME_BUFF"));
+    EXPECT_EQ(Traced([&] { session.GET_FRAME_BUFF_NEWEST(false); }), Lines(262, 330, "GET_FRAME_BUFF_NEWEST"));
+    EXPECT_EQ(Traced([&] { session.Video_STREAM_STATUS(false); }), Lines(162, 192, "Video_STREAM_STATUS"));
 
     Queue_Record();
-    EXPECT_EQ(Traced([&] { session.Video_STREAM_STATUS(true); }),
-              "162 Video_STREAM_STATUS START!\n168 Video_STREAM_STATUS END!\n");
-    EXPECT_EQ(
-        Traced([&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF(true)); }),
-        "204 GET_FRAME_BUFF START!\n251 GET_FRAME_BUFF END!\n348 SAVE_FRAME_RES START!\n354 SAVE_FRAME_RES END!\n");
+    EXPECT_EQ(Traced([&] { session.Video_STREAM_STATUS(true); }), Lines(162, 168, "Video_STREAM_STATUS"));
+    EXPECT_EQ(Traced([&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF(true)); }),
+              Lines(204, 251, "GET_FRAME_BUFF") + Lines(348, 354, "SAVE_FRAME_RES"));
     Queue_Record();
     EXPECT_EQ(Traced([&] { session.cFrame_RES.push_back(session.GET_FRAME_BUFF_NEWEST(true)); }),
               "262 GET_FRAME_BUFF_NEWEST START!\n")
@@ -209,19 +209,15 @@ TEST_F(Tracing, SessionOperationsWriteTheseLines)
 TEST_F(Tracing, WaitsWriteALineForEachOutcome)
 {
     const auto wake = [&] { Mutex_Lock_Class(session.cMutex).Send_Cond(); };
-    EXPECT_EQ(Traced_Wait([&] { session.GET_FRAME_BUFF(true); }, wake),
-              "204 GET_FRAME_BUFF START!\n237 GET_FRAME_BUFF END!\n");
+    EXPECT_EQ(Traced_Wait([&] { session.GET_FRAME_BUFF(true); }, wake), Lines(204, 237, "GET_FRAME_BUFF"));
     EXPECT_EQ(Traced_Wait([&] { session.GET_FRAME_BUFF_NEWEST(true); }, wake),
-              "262 GET_FRAME_BUFF_NEWEST START!\n322 GET_FRAME_BUFF_NEWEST END!\n");
-    EXPECT_EQ(Traced_Wait([&] { session.Video_STREAM_STATUS(true); }, wake),
-              "162 Video_STREAM_STATUS START!\n185 Video_STREAM_STATUS END!\n");
+              Lines(262, 322, "GET_FRAME_BUFF_NEWEST"));
+    EXPECT_EQ(Traced_Wait([&] { session.Video_STREAM_STATUS(true); }, wake), Lines(162, 185, "Video_STREAM_STATUS"));
     const auto queue = [&] { Queue_Record(); };
-    EXPECT_EQ(Traced_Wait([&] { session.Video_STREAM_STATUS(true); }, queue),
-              "162 Video_STREAM_STATUS START!\n180 Video_STREAM_STATUS END!\n");
+    EXPECT_EQ(Traced_Wait([&] { session.Video_STREAM_STATUS(true); }, queue), Lines(162, 180, "Video_STREAM_STATUS"));
     session.CLEAR_FRAME_BUFF();
-    EXPECT_EQ(
-        Traced_Wait([&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF(true)); }, queue),
-        "204 GET_FRAME_BUFF START!\n251 GET_FRAME_BUFF END!\n348 SAVE_FRAME_RES START!\n354 SAVE_FRAME_RES END!\n");
+    EXPECT_EQ(Traced_Wait([&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF(true)); }, queue),
+              Lines(204, 251, "GET_FRAME_BUFF") + Lines(348, 354, "SAVE_FRAME_RES"));
 }
 
 TEST_F(Tracing, BufferAndDumpFunctionsWriteTheseLines)

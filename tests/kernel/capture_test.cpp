@@ -199,33 +199,6 @@ TEST_F(Capture, AStopEndsTheLoopAndTheStream)
     }
 }
 
-TEST_F(Capture, NewSessionsCaptureInDifferentModesOneAfterAnother)
-{
-    const Discovered_Camera usb("uvcvideo");
-    for (const Pix_Format& mode : {Motion_Jpeg(160, 120, 30), Yuyv(320, 240, 15), Motion_Jpeg(320, 240, 15)}) {
-        Capture_Session session(usb);  // its end clears, closes and deletes
-        session.Start(mode);
-        const auto frames = session.Take(10);
-        EXPECT_EQ(session.Stop(), 0);
-        ASSERT_EQ(frames.size(), 10U) << mode.u_PixFormat << ' ' << mode.u_Width;
-        EXPECT_EQ(frames[0].index, 0U);
-        (void)Expect_In_Order(frames);
-        for (const Delivered_Frame& frame : frames) {
-            mode.u_PixFormat == 0 ? Expect_Motion_Jpeg(frame, mode) : Expect_Usb_Yuyv(frame, mode);
-        }
-    }
-    const Discovered_Camera vivid("vivid");
-    for (const Pix_Format& mode : {Yuyv(320, 180, 25), Yuyv(640, 360, 10), Yuyv(320, 180, 15)}) {
-        const Vivid_Pictures pictures(vivid.Node(), "YUYV", mode.u_Width, mode.u_Height);
-        Capture_Session session(vivid);
-        session.Start(mode);
-        const auto frames = session.Take(5);
-        EXPECT_EQ(session.Stop(), 0);
-        ASSERT_EQ(frames.size(), 5U) << mode.u_Width;
-        Expect_Vivid_Yuyv(frames, pictures, mode);
-    }
-}
-
 TEST_F(Capture, ACameraThatPausesCausesTimeOutsAndGoesOn)
 {
     const Discovered_Camera camera("uvcvideo");

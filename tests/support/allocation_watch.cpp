@@ -1,17 +1,15 @@
-// Replaces malloc, calloc, free, new and delete of a test program by counting ones; the linker's --wrap leads here.
+// Replaces malloc, calloc, new and delete of a test program by counting ones; the linker's --wrap leads here.
 #include "support/allocation_watch.h"
 
-#include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <new>
 
 extern "C" {
 void* __real_malloc(std::size_t bytes);
 void* __real_calloc(std::size_t count, std::size_t bytes);
-void __real_free(void* block);
 void* __wrap_malloc(std::size_t bytes);
 void* __wrap_calloc(std::size_t count, std::size_t bytes);
-void __wrap_free(void* block);
 }
 
 namespace {
@@ -19,7 +17,6 @@ namespace {
 thread_local int allocations = 0;
 thread_local const void* watched = nullptr;
 thread_local int times_freed = 0;
-thread_local int errno_on_delete = 0;
 
 void* Allocate(std::size_t bytes)
 {
@@ -29,10 +26,10 @@ void* Allocate(std::size_t bytes)
 
 void Free(void* block)
 {
-    __wrap_free(block);
-    if (errno_on_delete != 0) {
-        errno = errno_on_delete;
+    if (block != nullptr && block == watched) {
+        ++times_freed;
     }
+    std::free(block);
 }
 
 }  // namespace
@@ -47,19 +44,6 @@ void* __wrap_calloc(std::size_t count, std::size_t bytes)
 {
     ++allocations;
     return __real_calloc(count, bytes);
-}
-
-void __wrap_free(void* block)
-{
-    if (block != nullptr && block == watched) {
-        ++times_freed;
-    }
-    __real_free(block);
-}
-
-void allocation_watch::Set_Errno_On_Delete(int error)
-{
-    errno_on_delete = error;
 }
 
 int allocation_watch::Allocations()

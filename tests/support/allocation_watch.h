@@ -4,16 +4,13 @@
 
 namespace allocation_watch {
 
-/// Makes every operator delete of this thread leave `error` in errno, as it may; 0 ends it.
-void Set_Errno_On_Delete(int error);
-
 /// @return how often this thread has allocated
 int Allocations();
 
-/// Counts how often this thread frees a block, from now on.
+/// Counts how often this thread deletes a block, from now on.
 void Watch(const void* block);
 
-/// @return how often the watched block was freed
+/// @return how often the watched block was deleted
 int Times_Freed();
 
 }  // namespace allocation_watch
