@@ -30,7 +30,7 @@ constexpr int Growth_Cameras = 16;
 /// @return Growth_Cameras cameras of one kind, at 640x480
 std::vector<Bench_Camera> Cameras_Alike(uint32_t fourcc);
 
-constexpr int Warm_Up_Frames = 100;  // until then the cameras draw still parts and the pools fill
+constexpr int Warm_Up_Frames = 100;  // meanwhile the cameras draw their first frames and the pools fill
 constexpr int Measured_Frames = 300;
 
 /// A running session of the library with its capture loop on a thread of its own.
