@@ -17,9 +17,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The capture loop looks for a stop after each wait of 1.002 s and the read that follows.
-constexpr auto Stop_Patience = 3s;
-constexpr auto Dead_Camera_Patience = 1500ms;  // one such wait; a loop that is stuck in the driver needs no more
+// Covers one wait of the capture loop. Longer waiting would not help a loop that is stuck in the driver.
+constexpr auto Dead_Camera_Patience = 1500ms;
 
 std::atomic<int> Caught_Signal = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -90,7 +89,7 @@ int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& option
     const std::string failure = Consume(consumer, loop, folder);
     const bool has_limits = options.limits.files || options.limits.seconds;
     const bool ended_early = failure.empty() && has_limits && !consumer.Is_Complete();
-    const bool stopped = loop.Stop(failure.empty() ? Stop_Patience : Dead_Camera_Patience);
+    const bool stopped = loop.Stop(failure.empty() ? Capture_Thread::Usual_Patience : Dead_Camera_Patience);
     Report(consumer.Counts(), folder, failure);
 
     int status = failure.empty() ? EXIT_SUCCESS : EXIT_FAILURE;

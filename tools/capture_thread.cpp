@@ -3,13 +3,6 @@
 
 #include <cstdlib>
 
-namespace {
-
-// The capture loop looks for a stop after each wait of 1.002 s and the read that follows.
-constexpr std::chrono::milliseconds Usual_Patience(3000);
-
-}  // namespace
-
 Capture_Thread::Capture_Thread(void* camera_handle, Pix_Format request)
     : handle(camera_handle),
       loop([camera_handle, request] { return WQZ_USBCam_Video_DEAL_WITH(camera_handle, request); }),

@@ -14,6 +14,9 @@
 /// ends the thread.
 class Capture_Thread {
 public:
+    /// How long Stop may wait. The loop looks for a stop after each wait of 1.002 s and the read that follows.
+    static constexpr std::chrono::milliseconds Usual_Patience{3000};
+
     Capture_Thread(void* camera_handle, Pix_Format request);
     Capture_Thread(const Capture_Thread&) = delete;
     Capture_Thread& operator=(const Capture_Thread&) = delete;
