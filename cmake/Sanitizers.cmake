@@ -1,5 +1,5 @@
-# Instruments everything in the project. The runtime is linked statically into the programs, and into nothing else: so
-# it works beside preloaded objects, which the loader puts in front of a shared one.
+# Builds everything with the sanitizers in WQZ_USBCAM_SANITIZE. Only programs link the runtime, and they link it
+# statically, because the loader puts preloaded objects in front of a shared runtime.
 if(WQZ_USBCAM_SANITIZE)
   add_compile_options(-fsanitize=${WQZ_USBCAM_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   set(runtime -fsanitize=${WQZ_USBCAM_SANITIZE})
