@@ -26,7 +26,8 @@ thread_local std::string last_line;
 thread_local std::string journal;                  // one event a line
 thread_local std::function<std::string()> events;  // what happened beside the trace since the last call
 
-// "652 EVENT_LoopMode !" for a line of the session, "map_buff START!" for one of another module.
+// "652 EVENT_LoopMode !" for a line of the session, whose numbers are part of the interface; "map_buff START!" for
+// others.
 std::string Short_Form(const std::string& line)
 {
     char file[64], function[64], position[8];
@@ -35,10 +36,15 @@ std::string Short_Form(const std::string& line)
         4) {
         return "not a trace line: " + line;
     }
+    const std::string module = file;
     const std::string rest = std::string(function) + " " + position;
-    EXPECT_EQ(line, "\t File:[" + std::string(file) + "] line:[" + std::to_string(number) + "] Fun:[" + function +
-                        "] " + position + "\r\n");
-    return std::string(file) == "source//USBCam/USBCam" ? std::to_string(number) + " " + rest : rest;
+    EXPECT_EQ(line, "\t File:[" + module + "] line:[" + std::to_string(number) + "] Fun:[" + function + "] " +
+                        position + "\r\n");
+    if (module == "source//USBCam/USBCam") {
+        return std::to_string(number) + " " + rest;
+    }
+    EXPECT_TRUE(module == "source//Stream/frame_buffer" || module == "source//Stream/video_stream") << module;
+    return rest;
 }
 
 // Writes down the line that the last caller wrote, then what happened until now.
