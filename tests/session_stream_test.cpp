@@ -107,7 +107,7 @@ TEST_F(Reader, ARefusedRequestIsRepeatedSilentlyEveryElevenMilliseconds)
     EXPECT_EQ(printed.Text(), "");
 }
 
-TEST_F(Reader, PositiveResultsAreRetriedOnlyOnTransientErrors)
+TEST_F(Reader, ResultsOtherThanMinusOneAreRetriedOnlyOnTransientErrors)
 {
     Fail(Node, VIDIOC_DQBUF, {EAGAIN, 1, 2, 0, true});
     EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
@@ -176,8 +176,8 @@ TEST_F(Stream, ACaptureRequestsItsModeAndFourBuffers)
         EXPECT_EQ(log[2].interval.numerator, 1U);
         EXPECT_EQ(log[2].interval.denominator, 30U);
         EXPECT_EQ(log[3].count, 4U);
-        EXPECT_EQ(log[17].name, "select");
-        EXPECT_EQ(log[17].timeout_us, 1'002'000);
+        EXPECT_EQ(log.at(17).name, "select");
+        EXPECT_EQ(log.at(17).timeout_us, 1'002'000);
         EXPECT_TRUE(session.cFrame_Buffer.empty() && session.cFrame_RES.empty());
         EXPECT_EQ(session.iLoopMode, 0);
         session.Video_Stream_Clear_Frame_Buff();

@@ -99,10 +99,12 @@ protected:
         return Wait_And_Wake([&] { return Traced(wait); }, wake);
     }
 
+    // Of one wait that times out and one frame.
     std::string Traced_Capture(Pix_Format mode)
     {
         Hold_Frames(Node);
-        session.EVENT_LoopMode(1);
+        session.EVENT_LoopMode(2);
+        Script_Select(Node, 0);
         Deliver_Frames(Node, 1);
         Clear_Log();
         testing::internal::CaptureStderr();
@@ -149,6 +151,10 @@ queue_buff END!
 731 Video_DEAL_WITH !
 124 GET_FRAME_RES START!
 149 GET_FRAME_RES END!
+select
+779 Video_DEAL_WITH !
+select Timeout
+731 Video_DEAL_WITH !
 select
 779 Video_DEAL_WITH !
 805 Video_DEAL_WITH !
