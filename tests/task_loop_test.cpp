@@ -242,7 +242,7 @@ TEST_F(Task_Loop, TheLoopFreesTheMemoryThatTheTaskLeftInTheRecord)
     Start(V4L2_PIX_FMT_GREY);
     device.Set_Task_Unusual(Replace_Memory);
     device.Video_Exe(1, &calls);
-    EXPECT_EQ(allocation_watch::Times_Freed(), 1);
+    EXPECT_EQ(allocation_watch::Times_Deleted(), 1);
     device.Video_Exe(1, nullptr);  // a second delete of the old block would end the program
 }
 

@@ -1,36 +1,26 @@
-// Replaces malloc, calloc, new and delete of a test program by counting ones; the linker's --wrap leads here.
+// Counts allocations and deletions of a test program, to whose objects the linker's --wrap presents these functions.
 #include "support/allocation_watch.h"
 
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 
 extern "C" {
 void* __real_malloc(std::size_t bytes);
-void* __real_calloc(std::size_t count, std::size_t bytes);
 void* __wrap_malloc(std::size_t bytes);
+void* __real_calloc(std::size_t count, std::size_t bytes);
 void* __wrap_calloc(std::size_t count, std::size_t bytes);
+#if defined(__LP64__)
+void* __real__Znwm(std::size_t bytes);  // operator new
+void* __wrap__Znwm(std::size_t bytes);
+#endif
+void __real__ZdaPv(void* block);  // operator delete[]
+void __wrap__ZdaPv(void* block);
 }
 
 namespace {
 
 thread_local int allocations = 0;
 thread_local const void* watched = nullptr;
-thread_local int times_freed = 0;
-
-void* Allocate(std::size_t bytes)
-{
-    void* block = __wrap_malloc(bytes == 0 ? 1 : bytes);
-    return block == nullptr ? throw std::bad_alloc() : block;
-}
-
-void Free(void* block)
-{
-    if (block != nullptr && block == watched) {
-        ++times_freed;
-    }
-    std::free(block);
-}
+thread_local int times_deleted = 0;
 
 }  // namespace
 
@@ -46,6 +36,20 @@ void* __wrap_calloc(std::size_t count, std::size_t bytes)
     return __real_calloc(count, bytes);
 }
 
+#if defined(__LP64__)
+void* __wrap__Znwm(std::size_t bytes)
+{
+    ++allocations;
+    return __real__Znwm(bytes);
+}
+#endif
+
+void __wrap__ZdaPv(void* block)
+{
+    times_deleted += block != nullptr && block == watched ? 1 : 0;
+    __real__ZdaPv(block);
+}
+
 int allocation_watch::Allocations()
 {
     return allocations;
@@ -54,40 +58,10 @@ int allocation_watch::Allocations()
 void allocation_watch::Watch(const void* block)
 {
     watched = block;
-    times_freed = 0;
+    times_deleted = 0;
 }
 
-int allocation_watch::Times_Freed()
+int allocation_watch::Times_Deleted()
 {
-    return times_freed;
-}
-
-void* operator new(std::size_t bytes)
-{
-    return Allocate(bytes);
-}
-
-void* operator new[](std::size_t bytes)
-{
-    return Allocate(bytes);
-}
-
-void operator delete(void* block) noexcept
-{
-    Free(block);
-}
-
-void operator delete[](void* block) noexcept
-{
-    Free(block);
-}
-
-void operator delete(void* block, std::size_t /*bytes*/) noexcept
-{
-    Free(block);
-}
-
-void operator delete[](void* block, std::size_t /*bytes*/) noexcept
-{
-    Free(block);
+    return times_deleted;
 }

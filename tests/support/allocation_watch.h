@@ -4,14 +4,14 @@
 
 namespace allocation_watch {
 
-/// @return how often this thread has allocated
+/// @return how often this thread has called malloc, calloc or operator new
 int Allocations();
 
-/// Counts how often this thread deletes a block, from now on.
+/// Counts how often this thread deletes an array, from now on.
 void Watch(const void* block);
 
-/// @return how often the watched block was deleted
-int Times_Freed();
+/// @return how often the watched array was deleted
+int Times_Deleted();
 
 }  // namespace allocation_watch
 
