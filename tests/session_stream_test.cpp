@@ -154,15 +154,6 @@ TEST_F(Stream, AClosedCameraIsRefusedWithoutARequest)
     EXPECT_EQ(Log_Names(), "");
 }
 
-TEST_F(Stream, InitHidesAFailedOpenAndTheCaptureReportsIt)
-{
-    session.Video_DEAL_WITH_UNINIT();
-    Fail_With(Call_Open, {EBUSY});
-    Captured_Stderr printed;
-    EXPECT_EQ(session.Video_DEAL_WITH_INIT(0), 0) << "only a descriptor of 0 counts as not open";
-    EXPECT_EQ(Capture_Counted(Mjpeg, -1), -1);
-}
-
 TEST_F(Stream, ACaptureRequestsItsModeAndFourBuffers)
 {
     Captured_Stderr printed;

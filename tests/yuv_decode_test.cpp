@@ -186,9 +186,6 @@ TEST_F(Yuyv, TheWidestPathOfTheProcessorIsChosen)
                         : has("ssse3")                       ? Path::Ssse3
                                                              : Path::Tables;
     EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
-    for (const Way& way : Ways()) {
-        printf("[ paths    ] %s\n", way.name.c_str());
-    }
 }
 
 // Every kernel converts whole vectors only, of 0, 8, 16 or 32 groups: the count tells which one ran.

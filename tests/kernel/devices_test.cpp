@@ -109,20 +109,6 @@ TEST_F(Devices, DiscoveryListsEachCameraOnceWithItsIdentity)
     WQZ_USBCam_DEVICE_FREE(records, by_id);
 }
 
-TEST_F(Devices, ARecordOffUsbOpensOnlyWithItsNodeInDevicePath)
-{
-    const Discovered_Camera vivid("vivid");
-    v4l2_dev_sys_data_t as_found = vivid.S_Record;
-    memset(as_found.Device_Path, 0, sizeof as_found.Device_Path);  // as discovery leaves it
-    void* const handle = WQZ_USBCam_CREATE_DEVICE_POINT(as_found);
-    EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH_INIT(handle, 0), 0);
-    EXPECT_EQ(WQZ_USBCam_Get_Format_List_Size(handle), 0);
-    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
-    WQZ_USBCam_DELETE_DEVICE_POINT(handle);
-    const Capture_Session session(vivid);
-    EXPECT_GT(WQZ_USBCam_Get_Format_List_Size(session.Handle()), 0);
-}
-
 TEST_F(Devices, TheCatalogueListsWhatV4l2CtlLists)
 {
     Make_Vivid_Repeatable();
