@@ -150,7 +150,8 @@ Setting Parse_Setting(const std::vector<Control>& controls, const std::string& t
     if (equals == std::string::npos) {
         throw Tool_Error("'" + text + "' is not a setting; write name=value");
     }
-    const Control& control = Control_Named(controls, text.substr(0, equals));
+    const std::string name = text.substr(0, equals);
+    const Control& control = Control_Named(controls, name);
     int32_t value = 0;
     const char* end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, value);
