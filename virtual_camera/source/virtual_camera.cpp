@@ -25,6 +25,12 @@ void Unplug(const std::string& node)
     Needed(node)->Unplug();
 }
 
+void Replug(const std::string& node)
+{
+    (void)Needed(node);
+    Registry::Instance().Replug(node);
+}
+
 void Reset()
 {
     Registry::Instance().Clear();

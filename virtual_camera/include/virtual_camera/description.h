@@ -81,8 +81,11 @@ struct Camera_Description {
     // Faults, counted in frames since streaming first began, or in seconds; 0: never.
     uint32_t unplug_after_frames = 0;
     double unplug_after_seconds = 0;
-    uint32_t pause_after_frames = 0;
+    double replug_after_seconds = 0;  ///< after an unplugging, also one by Unplug, the camera comes back
+    uint32_t pause_after_frames = 0;  ///< 0 with `pause_seconds`: before the first frame
     double pause_seconds = 0;
+    /// False: a driver that cannot free mapped buffers; VIDIOC_REQBUFS fails with EBUSY while there are mappings.
+    bool orphans_buffers = true;
     uint32_t damage_every = 0;  ///< every Nth frame lacks its end
     std::vector<Refusal> refusals;
 };

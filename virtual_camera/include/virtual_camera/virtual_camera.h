@@ -16,7 +16,14 @@ namespace virtual_camera {
 void Add_Camera(Camera_Description description);
 
 /// Takes a camera away: select says ready at once from then on, requests fail with ENODEV, open with ENOENT.
+/// The bytes of mapped buffers stay readable. A device tree of umockdev loses the camera, and udev's monitors hear of
+/// it.
 void Unplug(const std::string& node);
+
+/// Brings an unplugged camera back with the same identity: nodes, ids, serial number. Descriptors of before stay dead.
+/// The description's own unplugging does not happen again, and nothing is scripted for it yet. A camera that is plugged
+/// in is left alone.
+void Replug(const std::string& node);
 
 /// Unplugs every camera, forgets all scripts, and empties and stops the log.
 void Reset();

@@ -1,25 +1,14 @@
+// The intercepted calls, handed to the registry of cameras.
 #include "calls/camera_calls.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 #include <cerrno>
 
+#include "calls/errno_keeper.h"
 #include "calls/registry.h"
-#include "system/real_calls.h"
 
 namespace virtual_camera::calls {
-namespace {
-
-class Errno_Keeper {
-public:
-    ~Errno_Keeper() { errno = value; }
-    void Set(int error) { value = error != 0 ? error : value; }
-
-private:
-    int value = errno;
-};
-
-}  // namespace
 
 int in_use = 0;
 
@@ -78,20 +67,6 @@ void Duplicate(int original, int copy)
 {
     const Errno_Keeper keeper;
     Registry::Instance().Duplicate(original, copy);
-}
-
-int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
-{
-    Errno_Keeper keeper;
-    Answer answer;
-    if (!Registry::Instance().Select(count, read, write, except, timeout, answer)) {
-        const Registry::Waited waited = Registry::Instance().Before_Select(count, read, timeout);
-        answer.result = real::Select(count, read, write, except, timeout);
-        answer.error = answer.result < 0 ? errno : 0;
-        Registry::Instance().After_Select(waited, answer);
-    }
-    keeper.Set(answer.error);
-    return answer.result;
 }
 
 }  // namespace virtual_camera::calls

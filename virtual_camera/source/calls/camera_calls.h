@@ -3,6 +3,7 @@
 #ifndef WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
 #define WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
 
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/types.h>
 #include <cstddef>
@@ -10,7 +11,7 @@
 
 namespace virtual_camera::calls {
 
-/// Descriptors and mappings that are cameras'. Read and written atomically; right before anything is constructed.
+/// The number of descriptors and mappings of cameras. Read and written atomically; valid before any constructor runs.
 extern int in_use;
 
 inline bool Is_Idle()
@@ -18,7 +19,7 @@ inline bool Is_Idle()
     return __atomic_load_n(&in_use, __ATOMIC_ACQUIRE) == 0;
 }
 
-// Each gives false when the call is no camera's, and leaves errno alone then; else it has set errno as the call does.
+// Each gives false when the call concerns no camera, and leaves errno alone then; else it sets errno as the call does.
 bool Open(const char* path, int flags, int* result);
 bool Ioctl(int fd, uint32_t request, void* argument, int* result);
 bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset, void** result);
@@ -27,6 +28,8 @@ bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t
 void Munmap(void* address, size_t length);
 void Close(int fd);
 void Duplicate(int original, int copy);
+
+bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result);
 
 /// The whole call, scripted or real.
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);

@@ -1,6 +1,7 @@
-// The system calls that come here first. What is no camera's goes on to the next definition unchanged.
-// They may run before any constructor and any sanitizer's runtime, and inside malloc: until a camera is open, only the
-// beginning of paths and one counter are looked at. This file is never instrumented.
+// The system calls of programs arrive here first. Calls that concern no virtual camera go to libc unchanged.
+// They may run before any constructor and any sanitizer's runtime, and inside malloc: until a camera is open, they look
+// at one counter and at the beginning of paths only. This file is never instrumented.
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
@@ -67,6 +68,25 @@ int Duplicated(int original, int copy)
         calls::Duplicate(original, copy);
     }
     return copy;
+}
+
+int Poll_Any(pollfd* entries, nfds_t count, int milliseconds)
+{
+    const timespec timeout{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    int result = -1;
+    if (!calls::Is_Idle() && calls::Poll(entries, count, milliseconds < 0 ? nullptr : &timeout, nullptr, &result)) {
+        return result;
+    }
+    return real::Poll(entries, count, milliseconds);
+}
+
+int Ppoll_Any(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
+{
+    int result = -1;
+    if (!calls::Is_Idle() && calls::Poll(entries, count, timeout, mask, &result)) {
+        return result;
+    }
+    return real::Ppoll(entries, count, timeout, mask);
 }
 
 using Open_Call = int(const char*, int, ...);
@@ -169,6 +189,26 @@ INTERCEPT int dup2(int fd, int copy)
 INTERCEPT int dup3(int fd, int copy, int flags)
 {
     return Duplicated(fd, real::Dup3(fd, copy, flags));
+}
+
+INTERCEPT int poll(pollfd* entries, nfds_t count, int milliseconds)
+{
+    return Poll_Any(entries, count, milliseconds);
+}
+
+INTERCEPT int __poll_chk(pollfd* entries, nfds_t count, int milliseconds, size_t)
+{
+    return Poll_Any(entries, count, milliseconds);
+}
+
+INTERCEPT int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
+{
+    return Ppoll_Any(entries, count, timeout, mask);
+}
+
+INTERCEPT int __ppoll_chk(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, size_t)
+{
+    return Ppoll_Any(entries, count, timeout, mask);
 }
 
 INTERCEPT int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)

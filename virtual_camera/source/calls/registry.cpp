@@ -1,14 +1,18 @@
+// Bookkeeping of cameras, descriptors and mappings.
 #include "calls/registry.h"
 
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <thread>
 
 #include "calls/camera_calls.h"
+#include "calls/device_tree.h"
 #include "description/description_completion.h"
 #include "script/request_log.h"
 
@@ -16,26 +20,6 @@ namespace virtual_camera {
 namespace {
 
 constexpr char Description_Variable[] = "WQZ_VIRTUAL_CAMERA";
-
-// Sets larger than fd_set are in use for descriptors beyond it, hence no FD_ISSET.
-bool Holds(const fd_set* set, int fd)
-{
-    const auto* words = reinterpret_cast<const fd_mask*>(set);
-    return (words[fd / NFDBITS] & (static_cast<fd_mask>(1) << (fd % NFDBITS))) != 0;
-}
-
-void Clear_Set(fd_set* set, int count)
-{
-    auto* words = reinterpret_cast<fd_mask*>(set);
-    for (int i = 0; set && i * NFDBITS < count; i++) {
-        words[i] = 0;
-    }
-}
-
-void Insert(fd_set* set, int fd)
-{
-    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= static_cast<fd_mask>(1) << (fd % NFDBITS);
-}
 
 uintptr_t Page_End(uintptr_t address)
 {
@@ -46,17 +30,6 @@ uintptr_t Page_End(uintptr_t address)
 void Count_Use(int change)
 {
     __atomic_fetch_add(&calls::in_use, change, __ATOMIC_ACQ_REL);
-}
-
-Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, const Answer& answer)
-{
-    Log_Entry entry;
-    entry.request = call;
-    entry.node = node;
-    entry.fd = fd;
-    entry.result = answer.result;
-    entry.error = answer.error;
-    return entry;
 }
 
 }  // namespace
@@ -115,7 +88,8 @@ void Registry::Unlock_All(bool in_child)
 void Registry::Add_Locked(Camera_Description description)
 {
     Complete(description, [this](const std::string& path) { return nodes.count(path) > 0; });
-    const auto camera = std::make_shared<Camera>(std::move(description));
+    const std::string node = description.capture_node;
+    const auto camera = std::make_shared<Camera>(std::move(description), [this, node] { After_Unplug(node); });
     nodes[camera->Description().capture_node] = {camera, false};
     if (camera->Description().has_metadata) {
         nodes[camera->Description().metadata_node] = {camera, true};
@@ -141,6 +115,41 @@ void Registry::Clear()
     for (const auto& [path, node] : removed) {
         node.camera->Unplug();
     }
+}
+
+// The device tree tells programs of it. A camera that was taken out of the registry on purpose does not come back.
+void Registry::After_Unplug(const std::string& node)
+{
+    const std::shared_ptr<Camera> camera = Camera_At(node);
+    if (!camera) {
+        return;
+    }
+    Unplug_From_Tree(camera->Description());
+    if (camera->Description().replug_after_seconds > 0) {
+        const std::chrono::duration<double> pause(camera->Description().replug_after_seconds);
+        std::thread([this, node, pause, gone = std::weak_ptr(camera)] {
+            std::this_thread::sleep_for(pause);
+            if (Camera_At(node) == gone.lock()) {
+                Replug(node);
+            }
+        }).detach();
+    }
+}
+
+void Registry::Replug(const std::string& node)
+{
+    const std::shared_ptr<Camera> gone = Camera_At(node);
+    if (!gone || !gone->Is_Unplugged()) {
+        return;
+    }
+    Camera_Description description = gone->Description();
+    description.unplug_after_frames = 0;
+    description.unplug_after_seconds = 0;
+    {
+        const std::lock_guard lock(mutex);
+        Add_Locked(description);
+    }
+    Plug_Into_Tree(description);
 }
 
 std::shared_ptr<Camera> Registry::Camera_At(const std::string& node)
@@ -176,7 +185,7 @@ bool Registry::Open(const char* path, int flags, Answer& answer)
         }
     }
     if (Is_Logging()) {
-        Log_Entry entry = Call_Entry(Call_Open, path, answer.result, answer);
+        Log_Entry entry = Call_Entry(Call_Open, path, answer.result, answer.result, answer.error);
         entry.value = flags;
         Append_To_Log(std::move(entry));
     }
@@ -204,7 +213,7 @@ void Registry::Close(int fd)
         Count_Use(-1);
     }
     if (Is_Logging()) {
-        Append_To_Log(Call_Entry(Call_Close, file->node, fd, {0, 0}));
+        Append_To_Log(Call_Entry(Call_Close, file->node, fd, 0, 0));
     }
     file->camera->Remove_Descriptor(file, fd);
 }
@@ -242,8 +251,8 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
         Count_Use(1);
     }
     if (Is_Logging()) {
-        const Answer answer{mapped.address == MAP_FAILED ? -1 : 0, mapped.error};
-        Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, answer);
+        const int result = mapped.address == MAP_FAILED ? -1 : 0;
+        Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, result, mapped.error);
         entry.address = mapped.address;
         entry.length = length;
         entry.offset = static_cast<uint64_t>(offset);
@@ -286,70 +295,16 @@ void Registry::Unmap(void* address, size_t length)
     const auto from = reinterpret_cast<uintptr_t>(address);
     while (Take_Mapping(from, Page_End(from + length), taken)) {
         if (Is_Logging()) {
-            Log_Entry entry = Call_Entry(Call_Munmap, taken.file->node, -1, {0, 0});
+            Log_Entry entry = Call_Entry(Call_Munmap, taken.file->node, -1, 0, 0);
             entry.address = address;
             entry.length = length;
             entry.index = taken.index;
             Append_To_Log(std::move(entry));
         }
-        taken.file->camera->Unmap(taken.file, taken.memory.get(), taken.index);
+        taken.memory.reset();
+        taken.file->camera->Unmap(taken.file);
         taken = Mapping{};
     }
-}
-
-std::shared_ptr<Open_File> Registry::First_Readable(int count, const fd_set* read, int& fd)
-{
-    const std::lock_guard lock(mutex);
-    for (const auto& [descriptor, file] : files) {
-        if (read && descriptor < count && Holds(read, descriptor)) {
-            fd = descriptor;
-            return file;
-        }
-    }
-    return nullptr;
-}
-
-bool Registry::Select(int count, fd_set* read, fd_set* write, fd_set* except, const timeval* timeout, Answer& answer)
-{
-    int fd = -1;
-    const std::shared_ptr<Open_File> file = First_Readable(count, read, fd);
-    const auto scripted = file ? file->camera->Scripted().Take_Select() : std::nullopt;
-    if (!scripted) {
-        return false;
-    }
-    answer = {scripted->result, scripted->error};
-    After_Select(Before_Select(count, read, timeout), answer);
-    if (answer.result >= 0) {
-        Clear_Set(read, count);
-        Clear_Set(write, count);
-        Clear_Set(except, count);
-    }
-    if (answer.result > 0) {
-        Insert(read, fd);
-    }
-    return true;
-}
-
-Registry::Waited Registry::Before_Select(int count, const fd_set* read, const timeval* timeout)
-{
-    Waited waited;
-    if (const auto file = Is_Logging() ? First_Readable(count, read, waited.fd) : nullptr) {
-        waited.node = file->node;
-        waited.count = count;
-        waited.timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
-    }
-    return waited;
-}
-
-void Registry::After_Select(const Waited& waited, const Answer& answer)
-{
-    if (waited.node.empty()) {
-        return;
-    }
-    Log_Entry entry = Call_Entry(Call_Select, waited.node, waited.fd, answer);
-    entry.value = waited.count;
-    entry.timeout_us = waited.timeout_us;
-    Append_To_Log(std::move(entry));
 }
 
 }  // namespace virtual_camera

@@ -2,7 +2,6 @@
 #ifndef WQZ_VIRTUAL_CAMERA_REGISTRY_H
 #define WQZ_VIRTUAL_CAMERA_REGISTRY_H
 
-#include <sys/select.h>
 #include <map>
 #include <unordered_map>
 
@@ -18,6 +17,9 @@ public:
     void Add(Camera_Description description);
     void Clear();
     std::shared_ptr<Camera> Camera_At(const std::string& node);
+
+    /// Puts a new camera of the same description in the place of an unplugged one; it stays plugged in.
+    void Replug(const std::string& node);
 
     /// @return false when the path is no camera's; else `answer` is the descriptor or an error
     bool Open(const char* path, int flags, Answer& answer);
@@ -37,20 +39,6 @@ public:
     /// Called after memory was unmapped.
     void Unmap(void* address, size_t length);
 
-    /// A scripted answer to a select call.
-    /// @return false when there is none for its descriptors
-    bool Select(int count, fd_set* read, fd_set* write, fd_set* except, const timeval* timeout, Answer& answer);
-
-    /// A select call that goes its way is recorded in two steps, since it overwrites its arguments.
-    struct Waited {
-        std::string node;  ///< empty: nothing to record
-        int fd = -1;
-        int count = 0;
-        int64_t timeout_us = -1;
-    };
-    Waited Before_Select(int count, const fd_set* read, const timeval* timeout);
-    void After_Select(const Waited& waited, const Answer& answer);
-
 private:
     struct Node {
         std::shared_ptr<Camera> camera;
@@ -65,7 +53,7 @@ private:
 
     Registry();
     void Add_Locked(Camera_Description description);
-    std::shared_ptr<Open_File> First_Readable(int count, const fd_set* read, int& fd);
+    void After_Unplug(const std::string& node);
     bool Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken);
     void Lock_All();
     void Unlock_All(bool in_child);

@@ -38,11 +38,18 @@ double Parse_Decimal(const std::string& text)
 {
     double value = 0;
     const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (text.empty() || error != std::errc{} || stop != end || !(value > 0)) {
-        Refuse("'" + text + "' is no positive number");
+    const auto [stop, error] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
+    constexpr double Most = 1e6;
+    if (text.empty() || error != std::errc{} || stop != end || !(value > 0 && value <= Most)) {
+        Refuse("'" + text + "' is no number above 0 and up to a million");
     }
     return value;
+}
+
+double Parse_Seconds(const std::string& text)
+{
+    const size_t unit = text.empty() || text.back() != 's' ? 0 : 1;
+    return Parse_Decimal(text.substr(0, text.size() - unit));
 }
 
 v4l2_fract Parse_Interval(const std::string& text)

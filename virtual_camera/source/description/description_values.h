@@ -27,7 +27,8 @@ Number Parse_Number(const std::string& text, int base = 10)
 }
 
 Words Split(const std::string& text, const char* separators);
-double Parse_Decimal(const std::string& text);  ///< above 0
+double Parse_Decimal(const std::string& text);  ///< above 0, at most a million
+double Parse_Seconds(const std::string& text);  ///< such a number, with or without "s" behind it
 
 /// "30" and "7.5" are frames per second, "1/30" is an interval in seconds.
 v4l2_fract Parse_Interval(const std::string& text);

@@ -169,10 +169,25 @@ void Read_Unplug(Reader& reader, const Words& words)
 {
     Need(words, 2, 2);
     if (words[1].back() == 's') {
-        reader.Current().unplug_after_seconds = Parse_Decimal(words[1].substr(0, words[1].size() - 1));
+        reader.Current().unplug_after_seconds = Parse_Seconds(words[1]);
     } else {
         reader.Current().unplug_after_frames = Parse_Number<uint32_t>(words[1]);
     }
+}
+
+void Read_Replug(Reader& reader, const Words& words)
+{
+    Need(words, 2, 2);
+    reader.Current().replug_after_seconds = Parse_Seconds(words[1]);
+}
+
+void Read_Orphaning(Reader& reader, const Words& words)
+{
+    Need(words, 2, 2);
+    if (words[1] != "yes" && words[1] != "no") {
+        Refuse("'orphan-buffers' is 'yes' or 'no'");
+    }
+    reader.Current().orphans_buffers = words[1] == "yes";
 }
 
 void Read_Pause(Reader& reader, const Words& words)
@@ -182,7 +197,7 @@ void Read_Pause(Reader& reader, const Words& words)
         Refuse("'pause-after' takes a number of frames and a time such as 5s");
     }
     reader.Current().pause_after_frames = Parse_Number<uint32_t>(words[1]);
-    reader.Current().pause_seconds = Parse_Decimal(words[2].substr(0, words[2].size() - 1));
+    reader.Current().pause_seconds = Parse_Seconds(words[2]);
 }
 
 void Read_Refusal(Reader& reader, const Words& words)
@@ -275,6 +290,8 @@ void Read_Line(Reader& reader, const std::string& line)
         {"size", Read_Size},
         {"control", Read_Control},
         {"unplug-after", Read_Unplug},
+        {"replug-after", Read_Replug},
+        {"orphan-buffers", Read_Orphaning},
         {"pause-after", Read_Pause},
         {"refuse", Read_Refusal},
         {"rate", Read_Rate},

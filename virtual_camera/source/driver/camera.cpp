@@ -1,37 +1,55 @@
+// The life of a camera: its open files, mappings, timers and unplugging.
 #include "driver/camera.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <utility>
 
 #include "script/request_log.h"
-#include "system/node_timer.h"
 #include "system/real_calls.h"
 
 namespace virtual_camera {
 namespace {
+
+Time To_Time(double seconds)
+{
+    return static_cast<Time>(seconds * static_cast<double>(Second));
+}
 
 Delivery_Plan Plan_Of(const Camera_Description& description)
 {
     Delivery_Plan plan;
     plan.max_rate = description.max_rate;
     plan.unplug_after_frames = description.unplug_after_frames;
-    plan.unplug_after = static_cast<Time>(description.unplug_after_seconds * static_cast<double>(Second));
+    plan.unplug_after = To_Time(description.unplug_after_seconds);
     plan.pause_after_frames = description.pause_after_frames;
-    plan.pause = static_cast<Time>(description.pause_seconds * static_cast<double>(Second));
+    plan.pause = To_Time(description.pause_seconds);
     return plan;
 }
 
 }  // namespace
 
-Camera::Camera(Camera_Description described)
+Camera::Visit::~Visit()
+{
+    camera.Arm_Timers();
+    const bool tells = camera.unplugged && !std::exchange(camera.unplugging_told, camera.unplugged);
+    lock.unlock();
+    if (tells) {
+        camera.on_unplugged();
+    }
+}
+
+Camera::Camera(Camera_Description described, std::function<void()> unplugged_hook)
     : description(std::move(described)),
+      on_unplugged(std::move(unplugged_hook)),
       controls(description.controls),
-      queue(Plan_Of(description)),
+      video(V4L2_BUF_TYPE_VIDEO_CAPTURE, description.orphans_buffers),
+      metadata(V4L2_BUF_TYPE_META_CAPTURE, description.orphans_buffers),
+      schedule(Plan_Of(description), video, metadata),
       frames(description, script),
       mode(Nearest_Mode(description.formats, description.formats.front().fourcc,
                         description.formats.front().sizes.front().width,
@@ -44,12 +62,11 @@ Camera::Camera(Camera_Description described)
 
 int Camera::Open(const std::shared_ptr<Open_File>& file, int flags)
 {
-    const Guard lock(mutex);
-    Pass_Time();
+    const Visit visit(*this);
     if (unplugged) {
         return -ENOENT;
     }
-    const int fd = Make_Timer(flags, script.Descriptor_Minimum());
+    const int fd = file->ready.Open(flags, script.Descriptor_Minimum());
     if (fd < 0) {
         return fd;
     }
@@ -57,24 +74,21 @@ int Camera::Open(const std::shared_ptr<Open_File>& file, int flags)
     file->descriptors.push_back(fd);
     file->references = 1;
     files.push_back(file);
-    Arm_Timers();
     return fd;
 }
 
 void Camera::Add_Descriptor(Open_File& file, int fd)
 {
-    const Guard lock(mutex);
+    const Visit visit(*this);
     file.descriptors.push_back(fd);
     file.references++;
 }
 
 void Camera::Remove_Descriptor(const std::shared_ptr<Open_File>& file, int fd)
 {
-    const Guard lock(mutex);
-    Pass_Time();
+    const Visit visit(*this);
     std::erase(file->descriptors, fd);
     Release(*file);
-    Arm_Timers();
 }
 
 // The last reference ends the stream and frees the buffers, if they are this file's.
@@ -83,19 +97,18 @@ void Camera::Release(Open_File& file)
     if (--file.references > 0) {
         return;
     }
-    if (owner == &file) {
-        queue.Free();
-        owner = nullptr;
+    if (Owner_Of(file) == &file) {
+        Queue_Of(file).Free();
+        Owner_Of(file) = nullptr;
     }
     files.remove_if([&file](const auto& other) { return other.get() == &file; });
 }
 
 bool Camera::Acquire(Open_File& file)
 {
-    if (!owner) {
-        owner = &file;
-    }
-    return owner == &file;
+    Open_File*& present = Owner_Of(file);
+    present = present ? present : &file;
+    return present == &file;
 }
 
 void Camera::Pass_Time()
@@ -103,8 +116,8 @@ void Camera::Pass_Time()
     if (unplugged) {
         return;
     }
-    queue.Advance(Now());
-    if (queue.Is_Lost()) {
+    schedule.Advance(Now());
+    if (schedule.Is_Lost()) {
         Set_Unplugged();
     }
 }
@@ -112,17 +125,27 @@ void Camera::Pass_Time()
 void Camera::Set_Unplugged()
 {
     unplugged = true;
-    queue.Abort();
+    video.Abort();
+    metadata.Abort();
+}
+
+Time Camera::Ready_At(const Open_File& file)
+{
+    const Buffer_Queue& queue = Queue_Of(file);
+    if (unplugged || queue.Readiness() != 0) {
+        return At_Once;
+    }
+    return file.is_metadata && !queue.Has_Queued() ? Never : schedule.Next_Event();
 }
 
 void Camera::Arm_Timers()
 {
-    const Time ready = unplugged ? At_Once : queue.Ready_At();
     for (const auto& file : files) {
-        const Time wanted = file->is_metadata && !unplugged ? At_Once : ready;
+        file->ready.Signal(unplugged || file->events.Has_Pending());
+        const Time wanted = Ready_At(*file);
         const bool fired = wanted == At_Once && file->armed != Never && file->armed <= Now();
         if (file->armed != wanted && !fired && !file->descriptors.empty()) {
-            Arm_Timer(file->descriptors.front(), wanted, !waits_in_dequeue);
+            file->ready.Arm(wanted, !Queue_Of(*file).waits_in_dequeue);
             file->armed = wanted;
         }
     }
@@ -133,10 +156,9 @@ Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument
     const auto fault = script.Take_Fault(request);
     int result = 0;
     if (!fault || fault->perform) {
-        Guard lock(mutex);
-        Pass_Time();
-        result = unplugged ? -ENODEV : Perform(lock, file, fd, request, argument);
-        Arm_Timers();
+        Visit visit(*this);
+        Call call{visit, file, fd, request, argument};
+        result = unplugged ? -ENODEV : Perform(call);
     }
     Answer answer{result < 0 ? -1 : result, result < 0 ? -result : 0};
     if (fault) {
@@ -147,113 +169,116 @@ Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument
         }
     }
     if (Is_Logging()) {
-        Log_Entry entry;
-        entry.request = request;
-        entry.node = file.node;
-        entry.fd = fd;
-        entry.result = answer.result;
-        entry.error = answer.error;
+        Log_Entry entry = Call_Entry(request, file.node, fd, answer.result, answer.error);
         Describe_Argument(request, argument, entry);
         Append_To_Log(std::move(entry));
     }
     return answer;
 }
 
+short Camera::Poll(Open_File& file, short events)
+{
+    const Visit visit(*this);
+    int ready = unplugged ? POLLERR | POLLHUP | POLLPRI : 0;
+    if (!unplugged && file.events.Has_Pending()) {
+        ready |= POLLPRI;
+    }
+    if (!unplugged && (events & (POLLIN | POLLRDNORM)) != 0) {
+        ready |= Queue_Of(file).Readiness();
+    }
+    return static_cast<short>(ready & (events | POLLERR | POLLHUP));
+}
+
+int Camera::Event_Descriptor(Open_File& file)
+{
+    const Visit visit(*this);
+    return file.ready.Signal_Descriptor();
+}
+
 Camera::Mapped Camera::Map(Open_File& file, void* address, size_t length, int protection, int flags, off_t offset)
 {
-    const Guard lock(mutex);
-    Pass_Time();
+    const Visit visit(*this);
     if (unplugged) {
         return {MAP_FAILED, ENODEV, nullptr, 0};
     }
+    const Buffer_Queue& queue = Queue_Of(file);
     const bool shared = (flags & MAP_TYPE) == MAP_SHARED || (flags & MAP_TYPE) == MAP_SHARED_VALIDATE;
     const int index = offset < 0 ? -1 : queue.Index_At(static_cast<uint64_t>(offset));
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    if (file.is_metadata || !shared || (protection & PROT_READ) == 0 || index < 0 ||
-        length > (queue.Length() + page - 1) / page * page) {
+    if (!shared || (protection & PROT_READ) == 0 || index < 0) {
         return {MAP_FAILED, EINVAL, nullptr, 0};
     }
-    void* mapped = real::Mmap(address, length, protection, flags, queue.Memory()->Descriptor(), offset);
+    const Buffer_Queue::Buffer& buffer = queue.At(static_cast<uint32_t>(index));
+    if (length > (buffer.length + page - 1) / page * page) {
+        return {MAP_FAILED, EINVAL, nullptr, 0};
+    }
+    void* mapped = real::Mmap(address, length, protection, flags, buffer.memory->Descriptor(), 0);
     if (mapped == MAP_FAILED) {
         return {MAP_FAILED, errno, nullptr, 0};
     }
     file.references++;
-    queue.Add_Mapping(static_cast<uint32_t>(index));
-    return {mapped, 0, queue.Memory(), static_cast<uint32_t>(index)};
+    return {mapped, 0, buffer.memory, static_cast<uint32_t>(index)};
 }
 
-void Camera::Unmap(const std::shared_ptr<Open_File>& file, const Buffer_Memory* memory, uint32_t index)
+void Camera::Unmap(const std::shared_ptr<Open_File>& file)
 {
-    const Guard lock(mutex);
-    Pass_Time();
-    queue.Remove_Mapping(memory, index);
+    const Visit visit(*this);
     Release(*file);
-    Arm_Timers();
 }
 
 void Camera::Unplug()
 {
-    const Guard lock(mutex);
-    Pass_Time();
+    const Visit visit(*this);
     Set_Unplugged();
-    Arm_Timers();
 }
 
 bool Camera::Is_Unplugged()
 {
-    const Guard lock(mutex);
+    const Visit visit(*this);
     return unplugged;
 }
 
 void Camera::Hold_Frames()
 {
-    const Guard lock(mutex);
-    Pass_Time();
-    queue.Hold();
-    Arm_Timers();
+    const Visit visit(*this);
+    schedule.Hold();
 }
 
 void Camera::Deliver_Frames(uint32_t count)
 {
-    const Guard lock(mutex);
+    const Visit visit(*this);
+    schedule.Deliver(count);
     Pass_Time();
-    queue.Deliver(count);
-    Pass_Time();
-    Arm_Timers();
 }
 
 void Camera::Resume_Frames()
 {
-    const Guard lock(mutex);
+    const Visit visit(*this);
+    schedule.Resume(Now());
     Pass_Time();
-    queue.Resume(Now());
-    Pass_Time();
-    Arm_Timers();
 }
 
 void Camera::Delay_Frames(Time time)
 {
-    const Guard lock(mutex);
-    Pass_Time();
-    queue.Delay(time);
-    Arm_Timers();
+    const Visit visit(*this);
+    schedule.Delay(time);
 }
 
 std::vector<uint8_t> Camera::Frame_Bytes(uint32_t sequence)
 {
-    const Guard lock(mutex);
+    const Visit visit(*this);
     frames.Set_Mode(mode);
     return frames.Frame_Bytes(sequence);
 }
 
-// The child's timers take the numbers of the inherited ones, which belong to the parent.
+// The child's descriptors take the numbers of the inherited ones, which share their timers with the parent's.
 void Camera::Replace_Timers()
 {
     for (const auto& file : files) {
         if (file->descriptors.empty()) {
             continue;
         }
-        const int own = Make_Timer(fcntl(file->descriptors.front(), F_GETFL), 0);
+        const int own = file->ready.Open(fcntl(file->descriptors.front(), F_GETFL), 0);
         for (size_t i = 0; own >= 0 && i < file->descriptors.size(); i++) {
             const int descriptor_flags = fcntl(file->descriptors[i], F_GETFD);
             (void)real::Dup3(own, file->descriptors[i], (descriptor_flags & FD_CLOEXEC) != 0 ? O_CLOEXEC : 0);

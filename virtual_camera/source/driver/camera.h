@@ -2,19 +2,25 @@
 #ifndef WQZ_VIRTUAL_CAMERA_CAMERA_H
 #define WQZ_VIRTUAL_CAMERA_CAMERA_H
 
+#include <functional>
 #include <list>
 #include <mutex>
 #include <string>
 
-#include "driver/capture_queue.h"
+#include "driver/buffer_queue.h"
 #include "driver/control_set.h"
+#include "driver/event_queue.h"
 #include "driver/format_negotiation.h"
 #include "driver/frame_maker.h"
+#include "driver/frame_schedule.h"
 #include "script/script.h"
+#include "system/node_descriptor.h"
 
 namespace virtual_camera {
 
 class Camera;
+
+constexpr uint32_t Metadata_Bytes = 10240;  // of a metadata buffer, as uvcvideo has it
 
 /// One successful open, as the kernel's struct file: it lives as long as a descriptor or a mapping refers to it.
 struct Open_File {
@@ -23,10 +29,12 @@ struct Open_File {
     bool is_metadata = false;
 
     // Guarded by the camera's lock.
-    bool privileged = false;       // may change what the camera delivers; one at a time
-    uint32_t references = 0;       // descriptors and mappings
-    std::vector<int> descriptors;  // timers that make select wait; duplicates of each other
-    Time armed = Never;            // what the timer is set to
+    uint32_t references = 0;       // descriptors, mappings and waits
+    std::vector<int> descriptors;  // duplicates of each other
+    Node_Descriptor ready;         // makes select and poll wait
+    Time armed = Never;            // when `ready` is due
+    uint32_t priority = V4L2_PRIORITY_DEFAULT;
+    Event_Queue events;
 };
 
 struct Answer {
@@ -36,7 +44,8 @@ struct Answer {
 
 class Camera {
 public:
-    explicit Camera(Camera_Description described);
+    /// @param unplugged_hook  runs once, when the camera was unplugged, on the thread that noticed it, without a lock
+    Camera(Camera_Description described, std::function<void()> unplugged_hook);
 
     const Camera_Description& Description() const { return description; }
     Script& Scripted() { return script; }
@@ -50,6 +59,12 @@ public:
 
     Answer Request(Open_File& file, int fd, uint32_t request, void* argument);
 
+    /// What poll reports to a program that asks for `events`.
+    short Poll(Open_File& file, short events);
+
+    /// A descriptor that is readable while `file` has events to dequeue, and when the camera is unplugged.
+    int Event_Descriptor(Open_File& file);
+
     /// A mapping of a buffer; `memory` and `index` are for Unmap.
     struct Mapped {
         void* address = nullptr;  // MAP_FAILED with errno in `error`
@@ -58,7 +73,7 @@ public:
         uint32_t index = 0;
     };
     Mapped Map(Open_File& file, void* address, size_t length, int protection, int flags, off_t offset);
-    void Unmap(const std::shared_ptr<Open_File>& file, const Buffer_Memory* memory, uint32_t index);
+    void Unmap(const std::shared_ptr<Open_File>& file);
 
     void Unplug();
     bool Is_Unplugged();
@@ -83,44 +98,103 @@ public:
     void Replace_Timers();
 
 private:
-    using Guard = std::unique_lock<std::mutex>;
+    class Visit;
+    struct Call;
+    struct Rule;
 
-    int Perform(Guard& lock, Open_File& file, int fd, uint32_t request, void* argument);
-    int Perform_On_Metadata(uint32_t request, void* argument);
-    int Enumerate(uint32_t request, void* argument);
-    int Control_Request(uint32_t request, void* argument);
-    int Capability(const Open_File& file, v4l2_capability& capability) const;
-    int Input_Request(Open_File& file, uint32_t request, void* argument);
-    int Crop_Request(uint32_t request, void* argument);
-    int Event_Request(uint32_t request, const void* argument);
+    static const Rule* Rule_Of(uint32_t request);
+    int Perform(Call& call);
 
-    int Format_Request(Open_File& file, uint32_t request, v4l2_format& format);
-    int Parameter_Request(Open_File& file, uint32_t request, v4l2_streamparm& parameters);
+    int Query_Capability(Call& call);
+    int Priority(Call& call);
+    int Enumerate(Call& call);
+    int Format(Call& call);
+    int Metadata_Format(Call& call);
+    int Parameters(Call& call);
+    int Input(Call& call);
+    int Crop(Call& call);
+    int Control_Value(Call& call);
+    int Subscribe(Call& call);
+    int Dequeue_Event(Call& call);
+    int Request_Buffers(Call& call);
+    int Use_Buffers(Call& call);
+    int Dequeue(Call& call);
 
-    int Buffer_Request(Guard& lock, Open_File& file, int fd, uint32_t request, void* argument);
-    int Request_Buffers(Open_File& file, v4l2_requestbuffers& buffers);
-    int Dequeue(Guard& lock, Open_File& file, int fd, v4l2_buffer& buffer);
-    int Wait_For_Frame(Guard& lock, Open_File& file, int fd);
-    int Start(int type);
+    uint32_t Highest_Priority() const;
+    void Announce_Control(const Open_File& origin, uint32_t id, uint32_t changes);
+    int Wait_For_Frame(Call& call);
 
+    /// One file at a time may change what the camera delivers; the metadata node's buffers have an owner of their own.
+    Open_File*& Owner_Of(const Open_File& file) { return file.is_metadata ? metadata_owner : owner; }
     bool Acquire(Open_File& file);
     void Release(Open_File& file);
+
+    Buffer_Queue& Queue_Of(const Open_File& file) { return file.is_metadata ? metadata : video; }
+    Time Ready_At(const Open_File& file);
     void Pass_Time();
     void Set_Unplugged();
     void Arm_Timers();
 
     const Camera_Description description;
+    const std::function<void()> on_unplugged;
     Script script;
     std::mutex mutex;
     Control_Set controls;
-    Capture_Queue queue;
+    Buffer_Queue video;
+    Buffer_Queue metadata;
+    Frame_Schedule schedule;
     Frame_Maker frames;
     Video_Mode mode;
-    Open_File* owner = nullptr;  // the privileged one
+    Open_File* owner = nullptr;
+    Open_File* metadata_owner = nullptr;
     std::list<std::shared_ptr<Open_File>> files;
-    uint32_t priority = V4L2_PRIORITY_INTERACTIVE;
     bool unplugged = false;
-    bool waits_in_dequeue = false;
+    bool unplugging_told = false;
+};
+
+/// A stay inside a camera: holds its lock, and lets the time pass first. In the end the timers are set to what has
+/// become of the camera, and an unplugging is told.
+class Camera::Visit {
+public:
+    explicit Visit(Camera& visited) : camera(visited), lock(visited.mutex) { camera.Pass_Time(); }
+    ~Visit();
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+    // Around a wait.
+    void Leave() { lock.unlock(); }
+    void Return()
+    {
+        lock.lock();
+        camera.Pass_Time();
+    }
+
+private:
+    Camera& camera;
+    std::unique_lock<std::mutex> lock;
+};
+
+/// A request on its way through the driver.
+struct Camera::Call {
+    Visit& visit;
+    Open_File& file;
+    int fd;
+    uint32_t request;
+    void* argument;
+
+    template <typename Type>
+    Type& As() const
+    {
+        return *static_cast<Type*>(argument);
+    }
+};
+
+/// How one request is answered. The handler gives 0 or a negative errno.
+struct Camera::Rule {
+    uint32_t request;
+    int (Camera::*on_capture)(Call&);   // null: ENOTTY
+    int (Camera::*on_metadata)(Call&);  // null: ENOTTY
+    bool needs_priority = false;        // refused with EBUSY while another file has a higher priority
 };
 
 }  // namespace virtual_camera

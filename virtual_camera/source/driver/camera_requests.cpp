@@ -1,148 +1,84 @@
-// The requests of a node, by the rules of the kernel's UVC driver. Each answer is 0 or a negative errno.
+// The requests of a node, by the rules of the kernel's UVC driver: one table says which there are and who answers.
+// Requests of buffers are in buffer_requests.cpp.
 #include <fcntl.h>
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "driver/camera.h"
-#include "system/node_timer.h"
 
 namespace virtual_camera {
-namespace {
 
-constexpr uint32_t Metadata_Bytes = 10240;
-constexpr uint32_t Most_Buffers = VIDEO_MAX_FRAME;
-
-template <typename Type>
-Type& As(void* argument)
+const Camera::Rule* Camera::Rule_Of(uint32_t request)
 {
-    return *static_cast<Type*>(argument);
+    static constexpr std::array Rules{
+        Rule{VIDIOC_QUERYCAP, &Camera::Query_Capability, &Camera::Query_Capability},
+        Rule{VIDIOC_G_PRIORITY, &Camera::Priority, &Camera::Priority},
+        Rule{VIDIOC_S_PRIORITY, &Camera::Priority, &Camera::Priority, true},
+        Rule{VIDIOC_ENUM_FMT, &Camera::Enumerate, &Camera::Metadata_Format},
+        Rule{VIDIOC_ENUM_FRAMESIZES, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_ENUM_FRAMEINTERVALS, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_G_FMT, &Camera::Format, &Camera::Metadata_Format},
+        Rule{VIDIOC_S_FMT, &Camera::Format, &Camera::Metadata_Format, true},
+        Rule{VIDIOC_TRY_FMT, &Camera::Format, &Camera::Metadata_Format},
+        Rule{VIDIOC_G_PARM, &Camera::Parameters, nullptr},
+        Rule{VIDIOC_S_PARM, &Camera::Parameters, nullptr, true},
+        Rule{VIDIOC_ENUMINPUT, &Camera::Input, nullptr},
+        Rule{VIDIOC_G_INPUT, &Camera::Input, nullptr},
+        Rule{VIDIOC_S_INPUT, &Camera::Input, nullptr, true},
+        Rule{VIDIOC_CROPCAP, &Camera::Crop, nullptr},
+        Rule{VIDIOC_G_SELECTION, &Camera::Crop, nullptr},
+        Rule{VIDIOC_QUERYCTRL, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_QUERY_EXT_CTRL, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_QUERYMENU, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_G_CTRL, &Camera::Control_Value, nullptr},
+        Rule{VIDIOC_S_CTRL, &Camera::Control_Value, nullptr, true},
+        Rule{VIDIOC_G_EXT_CTRLS, &Camera::Control_Value, nullptr},
+        Rule{VIDIOC_S_EXT_CTRLS, &Camera::Control_Value, nullptr, true},
+        Rule{VIDIOC_TRY_EXT_CTRLS, &Camera::Control_Value, nullptr},
+        Rule{VIDIOC_SUBSCRIBE_EVENT, &Camera::Subscribe, nullptr},
+        Rule{VIDIOC_UNSUBSCRIBE_EVENT, &Camera::Subscribe, nullptr},
+        Rule{VIDIOC_DQEVENT, &Camera::Dequeue_Event, nullptr},
+        Rule{VIDIOC_REQBUFS, &Camera::Request_Buffers, &Camera::Request_Buffers, true},
+        Rule{VIDIOC_CREATE_BUFS, &Camera::Request_Buffers, &Camera::Request_Buffers, true},
+        Rule{VIDIOC_QUERYBUF, &Camera::Use_Buffers, &Camera::Use_Buffers},
+        Rule{VIDIOC_QBUF, &Camera::Use_Buffers, &Camera::Use_Buffers},
+        Rule{VIDIOC_DQBUF, &Camera::Use_Buffers, &Camera::Use_Buffers},
+        Rule{VIDIOC_EXPBUF, &Camera::Use_Buffers, nullptr},
+        Rule{VIDIOC_STREAMON, &Camera::Use_Buffers, &Camera::Use_Buffers, true},
+        Rule{VIDIOC_STREAMOFF, &Camera::Use_Buffers, &Camera::Use_Buffers, true},
+    };
+    const auto found =
+        std::find_if(Rules.begin(), Rules.end(), [request](const Rule& rule) { return rule.request == request; });
+    return found == Rules.end() ? nullptr : &*found;
 }
 
-}  // namespace
-
-int Camera::Perform(Guard& lock, Open_File& file, int fd, uint32_t request, void* argument)
+// The kernel reads an argument before it looks at the request, and writes it back only to answer a known one.
+int Camera::Perform(Call& call)
 {
-    if (!argument) {
+    if (!call.argument && (_IOC_DIR(call.request) & _IOC_WRITE) != 0) {
         return -EFAULT;
     }
-    switch (request) {
-        case VIDIOC_QUERYCAP:
-            return Capability(file, As<v4l2_capability>(argument));
-        case VIDIOC_G_PRIORITY:
-            As<uint32_t>(argument) = priority;
-            return 0;
-        case VIDIOC_S_PRIORITY:
-            if (As<uint32_t>(argument) > V4L2_PRIORITY_RECORD) {
-                return -EINVAL;
-            }
-            priority = As<uint32_t>(argument);
-            return 0;
-        default:
-            break;
+    const Rule* rule = Rule_Of(call.request);
+    const auto handler = !rule ? nullptr : call.file.is_metadata ? rule->on_metadata : rule->on_capture;
+    if (!handler) {
+        return -ENOTTY;
     }
-    if (file.is_metadata) {
-        return Perform_On_Metadata(request, argument);
+    if (!call.argument) {
+        return -EFAULT;
     }
-    switch (request) {
-        case VIDIOC_G_FMT:
-        case VIDIOC_S_FMT:
-        case VIDIOC_TRY_FMT:
-            return Format_Request(file, request, As<v4l2_format>(argument));
-        case VIDIOC_G_PARM:
-        case VIDIOC_S_PARM:
-            return Parameter_Request(file, request, As<v4l2_streamparm>(argument));
-        case VIDIOC_REQBUFS:
-        case VIDIOC_QUERYBUF:
-        case VIDIOC_QBUF:
-        case VIDIOC_DQBUF:
-        case VIDIOC_STREAMON:
-        case VIDIOC_STREAMOFF:
-            return Buffer_Request(lock, file, fd, request, argument);
-        case VIDIOC_ENUMINPUT:
-        case VIDIOC_G_INPUT:
-        case VIDIOC_S_INPUT:
-            return Input_Request(file, request, argument);
-        case VIDIOC_CROPCAP:
-        case VIDIOC_G_SELECTION:
-            return Crop_Request(request, argument);
-        case VIDIOC_SUBSCRIBE_EVENT:
-        case VIDIOC_UNSUBSCRIBE_EVENT:
-        case VIDIOC_DQEVENT:
-            return Event_Request(request, argument);
-        default:
-            return Enumerate(request, argument);
+    if (rule->needs_priority && call.file.priority < Highest_Priority()) {
+        return -EBUSY;
     }
+    return (this->*handler)(call);
 }
 
-int Camera::Enumerate(uint32_t request, void* argument)
-{
-    switch (request) {
-        case VIDIOC_ENUM_FMT:
-            return Enumerate_Format(description.formats, As<v4l2_fmtdesc>(argument));
-        case VIDIOC_ENUM_FRAMESIZES:
-            return Enumerate_Size(description.formats, As<v4l2_frmsizeenum>(argument));
-        case VIDIOC_ENUM_FRAMEINTERVALS:
-            return Enumerate_Interval(description.formats, As<v4l2_frmivalenum>(argument));
-        default:
-            return Control_Request(request, argument);
-    }
-}
-
-int Camera::Control_Request(uint32_t request, void* argument)
-{
-    switch (request) {
-        case VIDIOC_QUERYCTRL:
-            return controls.Query(As<v4l2_queryctrl>(argument));
-        case VIDIOC_QUERY_EXT_CTRL:
-            return controls.Query_Extended(As<v4l2_query_ext_ctrl>(argument));
-        case VIDIOC_QUERYMENU:
-            return controls.Query_Menu(As<v4l2_querymenu>(argument));
-        case VIDIOC_G_CTRL:
-            return controls.Get(As<v4l2_control>(argument));
-        case VIDIOC_S_CTRL:
-            return controls.Set(As<v4l2_control>(argument));
-        case VIDIOC_G_EXT_CTRLS:
-        case VIDIOC_S_EXT_CTRLS:
-        case VIDIOC_TRY_EXT_CTRLS:
-            return controls.Extended(request, As<v4l2_ext_controls>(argument));
-        default:
-            return -ENOTTY;
-    }
-}
-
-// The metadata node describes itself; it does not stream.
-int Camera::Perform_On_Metadata(uint32_t request, void* argument)
-{
-    if (request == VIDIOC_ENUM_FMT) {
-        auto& entry = As<v4l2_fmtdesc>(argument);
-        if (entry.type != V4L2_BUF_TYPE_META_CAPTURE || entry.index > 0) {
-            return -EINVAL;
-        }
-        entry = v4l2_fmtdesc{};
-        entry.type = V4L2_BUF_TYPE_META_CAPTURE;
-        entry.pixelformat = V4L2_META_FMT_UVC;
-        std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description,
-                      "UVC Payload Header Metadata");
-        return 0;
-    }
-    if (request == VIDIOC_G_FMT || request == VIDIOC_S_FMT || request == VIDIOC_TRY_FMT) {
-        auto& format = As<v4l2_format>(argument);
-        if (format.type != V4L2_BUF_TYPE_META_CAPTURE) {
-            return -EINVAL;
-        }
-        format.fmt.meta.dataformat = V4L2_META_FMT_UVC;
-        format.fmt.meta.buffersize = Metadata_Bytes;
-        return 0;
-    }
-    return -ENOTTY;
-}
-
-int Camera::Capability(const Open_File& file, v4l2_capability& capability) const
+int Camera::Query_Capability(Call& call)
 {
     constexpr uint32_t Driver_Version = 6 << 16 | 1 << 8;
     constexpr uint32_t Common = V4L2_CAP_STREAMING | V4L2_CAP_EXT_PIX_FORMAT;
+    auto& capability = call.As<v4l2_capability>();
     capability = v4l2_capability{};
     const auto copy = [](auto& target, const std::string& text) {
         std::snprintf(reinterpret_cast<char*>(target), sizeof target, "%s", text.c_str());
@@ -153,92 +89,104 @@ int Camera::Capability(const Open_File& file, v4l2_capability& capability) const
     capability.version = Driver_Version;
     const uint32_t all = V4L2_CAP_VIDEO_CAPTURE | (description.has_metadata ? V4L2_CAP_META_CAPTURE : 0U);
     capability.capabilities = all | Common | V4L2_CAP_DEVICE_CAPS;
-    capability.device_caps = (file.is_metadata ? V4L2_CAP_META_CAPTURE : V4L2_CAP_VIDEO_CAPTURE) | Common;
+    capability.device_caps = (call.file.is_metadata ? V4L2_CAP_META_CAPTURE : V4L2_CAP_VIDEO_CAPTURE) | Common;
     return 0;
 }
 
-int Camera::Input_Request(Open_File& file, uint32_t request, void* argument)
+uint32_t Camera::Highest_Priority() const
 {
-    if (request == VIDIOC_G_INPUT) {
-        As<int>(argument) = 0;
+    uint32_t highest = V4L2_PRIORITY_UNSET;
+    for (const auto& file : files) {
+        highest = std::max(highest, file->priority);
+    }
+    return highest;
+}
+
+int Camera::Priority(Call& call)
+{
+    auto& priority = call.As<uint32_t>();
+    if (call.request == VIDIOC_G_PRIORITY) {
+        priority = Highest_Priority();
         return 0;
     }
-    if (request == VIDIOC_S_INPUT) {
-        if (!Acquire(file)) {
-            return -EBUSY;
-        }
-        return As<int>(argument) == 0 ? 0 : -EINVAL;
-    }
-    auto& input = As<v4l2_input>(argument);
-    if (input.index != 0) {
+    if (priority == V4L2_PRIORITY_UNSET || priority > V4L2_PRIORITY_RECORD) {
         return -EINVAL;
     }
-    input = v4l2_input{};
-    input.type = V4L2_INPUT_TYPE_CAMERA;
-    std::snprintf(reinterpret_cast<char*>(input.name), sizeof input.name, "Camera 1");
+    call.file.priority = priority;
     return 0;
 }
 
-int Camera::Crop_Request(uint32_t request, void* argument)
+int Camera::Enumerate(Call& call)
 {
-    const v4l2_rect whole{0, 0, mode.width, mode.height};
-    if (request == VIDIOC_CROPCAP) {
-        auto& crop = As<v4l2_cropcap>(argument);
-        if (crop.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-            return -EINVAL;
-        }
-        crop.bounds = crop.defrect = whole;
-        crop.pixelaspect = {1, 1};
-        return 0;
+    switch (call.request) {
+        case VIDIOC_ENUM_FMT:
+            return Enumerate_Format(description.formats, call.As<v4l2_fmtdesc>());
+        case VIDIOC_ENUM_FRAMESIZES:
+            return Enumerate_Size(description.formats, call.As<v4l2_frmsizeenum>());
+        case VIDIOC_ENUM_FRAMEINTERVALS:
+            return Enumerate_Interval(description.formats, call.As<v4l2_frmivalenum>());
+        case VIDIOC_QUERYCTRL:
+            return controls.Query(call.As<v4l2_queryctrl>());
+        case VIDIOC_QUERY_EXT_CTRL:
+            return controls.Query_Extended(call.As<v4l2_query_ext_ctrl>());
+        default:
+            return controls.Query_Menu(call.As<v4l2_querymenu>());
     }
-    auto& selection = As<v4l2_selection>(argument);
-    const uint32_t target = selection.target;
-    if (selection.type != V4L2_BUF_TYPE_VIDEO_CAPTURE ||
-        (target != V4L2_SEL_TGT_CROP_DEFAULT && target != V4L2_SEL_TGT_CROP_BOUNDS &&
-         target != V4L2_SEL_TGT_COMPOSE_DEFAULT && target != V4L2_SEL_TGT_COMPOSE_BOUNDS)) {
-        return -EINVAL;
-    }
-    selection.r = whole;
-    return 0;
 }
 
-// Only events of controls can be subscribed, and none ever comes.
-int Camera::Event_Request(uint32_t request, const void* argument)
+int Camera::Format(Call& call)
 {
-    if (request == VIDIOC_SUBSCRIBE_EVENT) {
-        return static_cast<const v4l2_event_subscription*>(argument)->type == V4L2_EVENT_CTRL ? 0 : -EINVAL;
-    }
-    return request == VIDIOC_DQEVENT ? -ENOENT : 0;
-}
-
-int Camera::Format_Request(Open_File& file, uint32_t request, v4l2_format& format)
-{
+    auto& format = call.As<v4l2_format>();
     if (format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
         return -EINVAL;
     }
-    if (request == VIDIOC_G_FMT) {
+    if (call.request == VIDIOC_G_FMT) {
         Fill_Format(mode, format.fmt.pix);
         return 0;
     }
-    if (request == VIDIOC_S_FMT && (!Acquire(file) || queue.Has_Buffers())) {
+    if (call.request == VIDIOC_S_FMT && (!Acquire(call.file) || video.Has_Buffers())) {
         return -EBUSY;
     }
     const v4l2_pix_format& wanted = format.fmt.pix;
     const Video_Mode nearest = Nearest_Mode(description.formats, wanted.pixelformat, wanted.width, wanted.height);
     Fill_Format(nearest, format.fmt.pix);
-    if (request == VIDIOC_S_FMT) {
+    if (call.request == VIDIOC_S_FMT) {
         mode = nearest;
     }
     return 0;
 }
 
-int Camera::Parameter_Request(Open_File& file, uint32_t request, v4l2_streamparm& parameters)
+// There is one metadata format. Setting it again is refused while buffers exist, as uvcvideo does.
+int Camera::Metadata_Format(Call& call)
 {
+    if (call.request == VIDIOC_ENUM_FMT) {
+        auto& entry = call.As<v4l2_fmtdesc>();
+        if (entry.type != V4L2_BUF_TYPE_META_CAPTURE || entry.index > 0) {
+            return -EINVAL;
+        }
+        entry = v4l2_fmtdesc{};
+        entry.type = V4L2_BUF_TYPE_META_CAPTURE;
+        entry.pixelformat = V4L2_META_FMT_UVC;
+        std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description,
+                      "UVC Payload Header Metadata");
+        return 0;
+    }
+    auto& format = call.As<v4l2_format>();
+    if (format.type != V4L2_BUF_TYPE_META_CAPTURE) {
+        return -EINVAL;
+    }
+    format.fmt.meta = v4l2_meta_format{V4L2_META_FMT_UVC, Metadata_Bytes};
+    return call.request == VIDIOC_S_FMT && metadata.Has_Buffers() ? -EBUSY : 0;
+}
+
+int Camera::Parameters(Call& call)
+{
+    auto& parameters = call.As<v4l2_streamparm>();
     if (parameters.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
         return -EINVAL;
     }
-    if (request == VIDIOC_S_PARM) {
-        if (!Acquire(file) || queue.Is_Streaming()) {
+    if (call.request == VIDIOC_S_PARM) {
+        if (!Acquire(call.file) || video.Is_Streaming()) {
             return -EBUSY;
         }
         mode.interval = Nearest_Interval(mode.size, parameters.parm.capture.timeperframe);
@@ -250,112 +198,136 @@ int Camera::Parameter_Request(Open_File& file, uint32_t request, v4l2_streamparm
     return 0;
 }
 
-int Camera::Buffer_Request(Guard& lock, Open_File& file, int fd, uint32_t request, void* argument)
+int Camera::Input(Call& call)
 {
-    if (request == VIDIOC_REQBUFS) {
-        return Request_Buffers(file, As<v4l2_requestbuffers>(argument));
-    }
-    if (owner != &file) {
-        return -EBUSY;
-    }
-    switch (request) {
-        case VIDIOC_QUERYBUF:
-            return queue.Query(As<v4l2_buffer>(argument));
-        case VIDIOC_QBUF:
-            return queue.Queue(As<v4l2_buffer>(argument), Now());
-        case VIDIOC_DQBUF:
-            return Dequeue(lock, file, fd, As<v4l2_buffer>(argument));
-        case VIDIOC_STREAMON:
-            return Start(As<int>(argument));
-        default:
-            if (As<int>(argument) == V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-                queue.Stop();
-            }
-            return As<int>(argument) == V4L2_BUF_TYPE_VIDEO_CAPTURE ? 0 : -EINVAL;
-    }
-}
-
-int Camera::Request_Buffers(Open_File& file, v4l2_requestbuffers& buffers)
-{
-    if (buffers.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-        return -EINVAL;
-    }
-    if (!Acquire(file)) {
-        return -EBUSY;
-    }
-    if (buffers.memory != V4L2_MEMORY_MMAP) {
-        return -EINVAL;
-    }
-    if (queue.Is_Streaming() || (waits_in_dequeue && buffers.count > 0)) {
-        return -EBUSY;
-    }
-    buffers.capabilities = V4L2_BUF_CAP_SUPPORTS_MMAP | V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
-    buffers.flags = 0;
-    if (buffers.count == 0) {
-        queue.Free();
-        owner = nullptr;
+    if (call.request == VIDIOC_G_INPUT) {
+        call.As<int>() = 0;
         return 0;
     }
-    buffers.count = queue.Allocate(std::min(buffers.count, Most_Buffers), Image_Size(mode));
-    return buffers.count == 0 ? -ENOMEM : 0;
-}
-
-int Camera::Start(int type)
-{
-    if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
+    if (call.request == VIDIOC_S_INPUT) {
+        if (!Acquire(call.file)) {
+            return -EBUSY;
+        }
+        return call.As<int>() == 0 ? 0 : -EINVAL;
+    }
+    auto& input = call.As<v4l2_input>();
+    if (input.index != 0) {
         return -EINVAL;
     }
-    if (!queue.Is_Streaming() && queue.Has_Buffers()) {
-        frames.Set_Mode(mode);
-    }
-    return queue.Start(mode.interval, &frames, Now());
-}
-
-int Camera::Dequeue(Guard& lock, Open_File& file, int fd, v4l2_buffer& buffer)
-{
-    if (buffer.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-        return -EINVAL;
-    }
-    if (const int error = Wait_For_Frame(lock, file, fd)) {
-        return error;
-    }
-    queue.Dequeue(buffer);
+    input = v4l2_input{};
+    input.type = V4L2_INPUT_TYPE_CAMERA;
+    std::snprintf(reinterpret_cast<char*>(input.name), sizeof input.name, "Camera 1");
     return 0;
 }
 
-int Camera::Wait_For_Frame(Guard& lock, Open_File& file, int fd)
+// The kernel takes the multi-planar type here for the plain one.
+int Camera::Crop(Call& call)
 {
-    if (waits_in_dequeue) {
-        return -EBUSY;
+    const auto is_capture = [](uint32_t type) {
+        return type == V4L2_BUF_TYPE_VIDEO_CAPTURE || type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+    };
+    const v4l2_rect whole{0, 0, mode.width, mode.height};
+    if (call.request == VIDIOC_CROPCAP) {
+        auto& crop = call.As<v4l2_cropcap>();
+        if (!is_capture(crop.type)) {
+            return -EINVAL;
+        }
+        crop.bounds = crop.defrect = whole;
+        crop.pixelaspect = {1, 1};
+        return 0;
     }
-    while (!queue.Is_Done()) {
+    auto& selection = call.As<v4l2_selection>();
+    constexpr std::array Targets{V4L2_SEL_TGT_CROP_DEFAULT, V4L2_SEL_TGT_CROP_BOUNDS, V4L2_SEL_TGT_COMPOSE_DEFAULT,
+                                 V4L2_SEL_TGT_COMPOSE_BOUNDS};
+    if (!is_capture(selection.type) || std::count(Targets.begin(), Targets.end(), selection.target) == 0) {
+        return -EINVAL;
+    }
+    selection.r = whole;
+    return 0;
+}
+
+// A change is told to the files that have subscribed, and with it what has become of the controls that it rules.
+void Camera::Announce_Control(const Open_File& origin, uint32_t id, uint32_t changes)
+{
+    const auto event = controls.Event(id, changes);
+    for (const auto& file : files) {
+        if (event && file->events.Wants(id, file.get() == &origin)) {
+            file->events.Push(*event);
+        }
+    }
+}
+
+int Camera::Control_Value(Call& call)
+{
+    if (call.request == VIDIOC_G_CTRL) {
+        return controls.Get(call.As<v4l2_control>());
+    }
+    std::vector<uint32_t> changed;
+    if (call.request == VIDIOC_S_CTRL) {
+        changed.push_back(call.As<v4l2_control>().id);
+    } else if (call.request == VIDIOC_S_EXT_CTRLS) {
+        const auto& list = call.As<v4l2_ext_controls>();
+        std::transform(list.controls, list.controls + list.count, std::back_inserter(changed),
+                       [](const v4l2_ext_control& control) { return control.id; });
+    }
+    const int error = call.request == VIDIOC_S_CTRL ? controls.Set(call.As<v4l2_control>())
+                                                    : controls.Extended(call.request, call.As<v4l2_ext_controls>());
+    if (error) {
+        return error;
+    }
+    for (uint32_t id : changed) {
+        for (uint32_t ruled : controls.Ruled_By(id)) {
+            if (std::count(changed.begin(), changed.end(), ruled) == 0) {
+                Announce_Control(call.file, ruled, V4L2_EVENT_CTRL_CH_FLAGS);
+            }
+        }
+        Announce_Control(call.file, id, V4L2_EVENT_CTRL_CH_VALUE);
+    }
+    return 0;
+}
+
+int Camera::Subscribe(Call& call)
+{
+    const auto& wish = call.As<v4l2_event_subscription>();
+    Event_Queue& events = call.file.events;
+    if (call.request == VIDIOC_UNSUBSCRIBE_EVENT) {
+        if (wish.type == V4L2_EVENT_ALL) {
+            events.Unsubscribe_All();
+        } else if (wish.type == V4L2_EVENT_CTRL) {
+            events.Unsubscribe(wish.id);
+        }
+        return 0;
+    }
+    if (wish.type != V4L2_EVENT_CTRL || !controls.Has(wish.id)) {
+        return -EINVAL;
+    }
+    const auto state = controls.Event(wish.id, V4L2_EVENT_CTRL_CH_VALUE | V4L2_EVENT_CTRL_CH_FLAGS);
+    if (events.Subscribe(wish.id, wish.flags) && state && (wish.flags & V4L2_EVENT_SUB_FL_SEND_INITIAL) != 0) {
+        events.Push(*state);
+    }
+    return 0;
+}
+
+int Camera::Dequeue_Event(Call& call)
+{
+    while (!call.file.events.Has_Pending()) {
         if (unplugged) {
             return -ENODEV;
         }
-        if (!queue.Is_Streaming()) {
-            return -EINVAL;
+        if ((fcntl(call.fd, F_GETFL) & O_NONBLOCK) != 0) {
+            return -ENOENT;
         }
-        if ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) {
-            return -EAGAIN;
-        }
-        // Ready for select does not mean that there is a frame: before the first QBUF the timer must not spin here.
-        const Time due = queue.Ready_At();
-        const Time wanted = due == At_Once ? Never : due;
-        if (file.armed != wanted) {
-            Arm_Timer(fd, wanted, false);
-            file.armed = wanted;
-        }
-        waits_in_dequeue = true;
-        lock.unlock();
-        const int error = Wait_For_Timer(fd);
-        lock.lock();
-        waits_in_dequeue = false;
-        file.armed = Never;  // reading the timer has consumed its being due
+        (void)call.file.ready.Signal_Descriptor();
+        call.file.references++;
+        call.visit.Leave();
+        const int error = call.file.ready.Wait_For_Signal();
+        call.visit.Return();
+        Release(call.file);
         if (error) {
             return error;
         }
-        Pass_Time();
     }
+    call.As<v4l2_event>() = call.file.events.Pop();
     return 0;
 }
 

@@ -1,3 +1,4 @@
+// Control values and the rules of setting them.
 #include "driver/control_set.h"
 
 #include <algorithm>
@@ -216,6 +217,38 @@ int Control_Set::Get(v4l2_control& control) const
     }
     control.value = found->second;
     return 0;
+}
+
+std::optional<v4l2_event> Control_Set::Event(uint32_t id, uint32_t changes) const
+{
+    v4l2_queryctrl query{};
+    query.id = id;
+    if (!Find(id) || Query(query) != 0) {
+        return std::nullopt;
+    }
+    v4l2_event event{};
+    event.type = V4L2_EVENT_CTRL;
+    event.id = id;
+    event.u.ctrl.changes = changes;
+    event.u.ctrl.type = query.type;
+    event.u.ctrl.value = values.at(id);
+    event.u.ctrl.flags = query.flags;
+    event.u.ctrl.minimum = query.minimum;
+    event.u.ctrl.maximum = query.maximum;
+    event.u.ctrl.step = query.step;
+    event.u.ctrl.default_value = query.default_value;
+    return event;
+}
+
+std::vector<uint32_t> Control_Set::Ruled_By(uint32_t master) const
+{
+    std::vector<uint32_t> ids;
+    for (const Control& control : controls) {
+        if (control.master == master) {
+            ids.push_back(control.id);
+        }
+    }
+    return ids;
 }
 
 int Control_Set::Set(v4l2_control& control)

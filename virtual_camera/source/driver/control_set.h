@@ -21,6 +21,14 @@ public:
     /// VIDIOC_G_EXT_CTRLS, VIDIOC_S_EXT_CTRLS or VIDIOC_TRY_EXT_CTRLS; sets error_idx on failure.
     int Extended(uint32_t request, v4l2_ext_controls& list);
 
+    bool Has(uint32_t id) const { return Find(id) || Is_Class(id); }
+
+    /// The event that tells of `changes` in a control; nothing for a class or an unknown control.
+    std::optional<v4l2_event> Event(uint32_t id, uint32_t changes) const;
+
+    /// The controls that become active or inactive with a control.
+    std::vector<uint32_t> Ruled_By(uint32_t master) const;
+
 private:
     const Control* Find(uint32_t id) const;
     bool Is_Class(uint32_t id) const;

@@ -2,8 +2,8 @@
 #ifndef WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
 #define WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
 
-#include "driver/capture_queue.h"
 #include "driver/format_negotiation.h"
+#include "driver/frame_schedule.h"
 #include "picture/frame_painter.h"
 #include "script/script.h"
 

@@ -88,6 +88,17 @@ void Unlock_Log()
     log_mutex.unlock();
 }
 
+Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result, int error)
+{
+    Log_Entry entry;
+    entry.request = call;
+    entry.node = node;
+    entry.fd = fd;
+    entry.result = result;
+    entry.error = error;
+    return entry;
+}
+
 void Append_To_Log(Log_Entry entry)
 {
     entry.name = Request_Name(entry.request);

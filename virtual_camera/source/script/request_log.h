@@ -13,6 +13,9 @@ void Stop_Log();  // and empties it
 void Lock_Log();
 void Unlock_Log();
 
+/// An entry of what every call has.
+Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result, int error);
+
 void Append_To_Log(Log_Entry entry);
 
 /// Copies the fields of a request's argument that are worth reading.

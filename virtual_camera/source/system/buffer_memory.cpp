@@ -1,6 +1,6 @@
+// Memory of buffers: allocated, mapped, lent.
 #include "system/buffer_memory.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -9,38 +9,37 @@
 namespace virtual_camera {
 namespace {
 
-// Out of the way of the numbers that the program gets for its own files.
-int Move_Up(int fd)
+uint8_t* Map(int fd, size_t bytes)
 {
-    constexpr int Lowest = 500;
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, Lowest);
-    if (moved < 0) {
-        return fd;
-    }
-    real::Close(fd);
-    return moved;
+    void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    return mapped == MAP_FAILED ? nullptr : static_cast<uint8_t*>(mapped);
 }
 
 }  // namespace
 
-Buffer_Memory::Buffer_Memory(size_t bytes) : size(bytes)
+Buffer_Memory::Buffer_Memory(size_t bytes)
+    : fd(real::Move_Up(memfd_create("virtual-camera", MFD_CLOEXEC))), mapped_bytes(bytes)
 {
-    const int low = memfd_create("virtual-camera", MFD_CLOEXEC);
-    if (low < 0) {
-        return;
+    if (fd >= 0 && ftruncate(fd, static_cast<off_t>(bytes)) == 0) {
+        data = Map(fd, bytes);
     }
-    fd = Move_Up(low);
-    if (ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
-        return;
+}
+
+Buffer_Memory::Buffer_Memory(int shared, size_t bytes) : mapped_bytes(bytes)
+{
+    if (lseek(shared, 0, SEEK_END) >= static_cast<off_t>(bytes)) {
+        data = Map(shared, bytes);
     }
-    void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    data = mapped == MAP_FAILED ? nullptr : static_cast<uint8_t*>(mapped);
+}
+
+Buffer_Memory::Buffer_Memory(void* own) : data(static_cast<uint8_t*>(own))
+{
 }
 
 Buffer_Memory::~Buffer_Memory()
 {
-    if (data) {
-        real::Munmap(data, size);
+    if (data && mapped_bytes > 0) {
+        real::Munmap(data, mapped_bytes);
     }
     if (fd >= 0) {
         real::Close(fd);

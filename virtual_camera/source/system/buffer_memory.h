@@ -1,4 +1,5 @@
-// The shared memory of one allocation of buffers, mapped for the driver; the program maps parts of it by itself.
+// The memory of one buffer as the driver sees it: shared memory of its own that programs map, or memory that a program
+// handed over.
 #ifndef WQZ_VIRTUAL_CAMERA_BUFFER_MEMORY_H
 #define WQZ_VIRTUAL_CAMERA_BUFFER_MEMORY_H
 
@@ -7,10 +8,12 @@
 
 namespace virtual_camera {
 
+/// When there is no memory the object is empty: Data() is null.
 class Buffer_Memory {
 public:
-    /// On failure the object is empty (Data() is null).
     explicit Buffer_Memory(size_t bytes);
+    Buffer_Memory(int shared, size_t bytes);  ///< the beginning of shared memory; the descriptor stays the caller's
+    explicit Buffer_Memory(void* own);        ///< memory that is not freed
     ~Buffer_Memory();
     Buffer_Memory(const Buffer_Memory&) = delete;
     Buffer_Memory& operator=(const Buffer_Memory&) = delete;
@@ -21,7 +24,7 @@ public:
 private:
     int fd = -1;
     uint8_t* data = nullptr;
-    size_t size = 0;
+    size_t mapped_bytes = 0;
 };
 
 }  // namespace virtual_camera

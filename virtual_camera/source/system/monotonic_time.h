@@ -1,3 +1,4 @@
+// The driver's clock.
 #ifndef WQZ_VIRTUAL_CAMERA_MONOTONIC_TIME_H
 #define WQZ_VIRTUAL_CAMERA_MONOTONIC_TIME_H
 

@@ -1,6 +1,8 @@
+// The next definitions of the intercepted calls, found by name.
 #include "system/real_calls.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <atomic>
 
 // A sanitizer linked into the program keeps its own definitions of the same names; it must see these calls, or it takes
@@ -22,6 +24,8 @@ using Munmap_Call = int(void*, size_t);
 using Close_Call = int(int);
 using Dup3_Call = int(int, int, int);
 using Select_Call = int(int, fd_set*, fd_set*, fd_set*, timeval*);
+using Poll_Call = int(pollfd*, nfds_t, int);
+using Ppoll_Call = int(pollfd*, nfds_t, const timespec*, const sigset_t*);
 using Syscall_Call = long(long, ...);
 
 template <typename Function>
@@ -93,10 +97,33 @@ int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
     return Find(cache, "select")(count, read, write, except, timeout);
 }
 
+int Poll(pollfd* entries, nfds_t count, int milliseconds)
+{
+    static std::atomic<Poll_Call*> cache;
+    return Find(cache, "poll")(entries, count, milliseconds);
+}
+
+int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
+{
+    static std::atomic<Ppoll_Call*> cache;
+    return Find(cache, "ppoll")(entries, count, timeout, mask);
+}
+
 long Syscall(long number, const long (&a)[6])
 {
     static std::atomic<Syscall_Call*> cache;
     return Find(cache, "syscall")(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+}
+
+int Move_Up(int fd)
+{
+    constexpr int Lowest = 500;
+    const int moved = fd < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, Lowest);
+    if (moved < 0) {
+        return fd;
+    }
+    Close(fd);
+    return moved;
 }
 
 }  // namespace virtual_camera::real

@@ -2,6 +2,7 @@
 #ifndef WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
 #define WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
 
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/types.h>
 #include <cstddef>
@@ -14,10 +15,15 @@ int Munmap(void* address, size_t length);
 int Close(int fd);
 int Dup3(int fd, int copy, int flags);
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
+int Poll(pollfd* entries, nfds_t count, int milliseconds);
+int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask);
 long Syscall(long number, const long (&arguments)[6]);
 
 /// The function of that name in the next object, never null for a name that libc has.
 void* Next(const char* name);
+
+/// Moves a descriptor of the driver's out of the way of the numbers that the program gets for its own files.
+int Move_Up(int fd);
 
 }  // namespace virtual_camera::real
 

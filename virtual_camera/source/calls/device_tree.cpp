@@ -1,0 +1,195 @@
+// Plugging, as programs see it through udev: entries are moved aside and back, and udev messages are sent.
+#include "calls/device_tree.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+#include "system/monotonic_time.h"
+#include "system/real_calls.h"
+
+namespace virtual_camera {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Device {
+    std::string path;  // in sysfs
+    std::string node;  // below /dev, or empty
+    std::map<std::string, std::string> properties;
+};
+
+/// Where umockdev keeps its tree; empty without umockdev.
+fs::path Root()
+{
+    const char* root = std::getenv("UMOCKDEV_DIR");
+    return root ? root : "";
+}
+
+fs::path Set_Aside(const fs::path& root, std::string entry)
+{
+    std::replace(entry.begin(), entry.end(), '/', '!');
+    return root / "unplugged" / entry;
+}
+
+std::vector<Device> Devices_Of(const Camera_Description& camera)
+{
+    std::vector<Device> devices;
+    std::istringstream lines(Umockdev_Description({camera}));
+    for (std::string line; std::getline(lines, line);) {
+        const std::string value = line.substr(std::min<size_t>(line.size(), 3));
+        const size_t equals = value.find('=');
+        if (line.rfind("P:", 0) == 0) {
+            devices.push_back({value, "", {}});
+        } else if (line.rfind("N:", 0) == 0) {
+            devices.back().node = value.substr(0, equals);
+        } else if (line.rfind("E:", 0) == 0 && equals != std::string::npos) {
+            devices.back().properties[value.substr(0, equals)] = value.substr(equals + 1);
+        }
+    }
+    return devices;
+}
+
+/// All that umockdev has made for a device, relative to its root. The directory takes those of devices below with it.
+std::vector<std::string> Entries_Of(const Device& device)
+{
+    const std::string name = device.path.substr(device.path.rfind('/') + 1);
+    const std::string subsystem = device.properties.at("SUBSYSTEM");
+    std::vector<std::string> entries{"sys/class/" + subsystem + "/" + name, "sys/bus/" + subsystem + "/devices/" + name,
+                                     "sys" + device.path};
+    if (!device.node.empty()) {
+        std::string flat = device.node;
+        std::replace(flat.begin(), flat.end(), '/', '_');
+        entries.insert(entries.begin(), {"dev/" + device.node, "dev/.node/" + flat});
+    }
+    if (device.properties.count("MAJOR") > 0) {
+        entries.insert(entries.begin(),
+                       "sys/dev/char/" + device.properties.at("MAJOR") + ":" + device.properties.at("MINOR"));
+    }
+    return entries;
+}
+
+/// By these values libudev's socket filters tell messages apart: its hashes of the names.
+uint32_t Filter_Hash(const std::string& name)
+{
+    static const std::map<std::string, uint32_t> Hashes{{"video4linux", 0xe9cf3931},
+                                                        {"usb", 0x0577c5e5},
+                                                        {"usb_device", 0x27f8f50c},
+                                                        {"usb_interface", 0xb1024765},
+                                                        {"platform", 0x748f983b}};
+    const auto found = Hashes.find(name);
+    return htonl(found == Hashes.end() ? 0 : found->second);
+}
+
+/// In front of the properties in a message of udev's.
+struct Message_Header {
+    char prefix[8] = "libudev";
+    uint32_t magic = htonl(0xfeedcafe);
+    uint32_t header_size = sizeof(Message_Header);
+    uint32_t properties_offset = sizeof(Message_Header);
+    uint32_t properties_length = 0;
+    uint32_t subsystem_hash = 0;
+    uint32_t device_type_hash = 0;
+    uint64_t tags = 0;
+};
+
+void Send_To(const fs::path& listener, Message_Header& header, std::string& properties)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const int fd = socket(AF_UNIX, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd >= 0 && listener.native().size() < sizeof address.sun_path) {
+        std::memcpy(address.sun_path, listener.c_str(), listener.native().size());
+        iovec parts[]{{&header, sizeof header}, {properties.data(), properties.size()}};
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = std::size(parts);
+        // A monitor that was closed leaves its socket behind, and nobody listens.
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+            (void)sendmsg(fd, &message, 0);
+        }
+    }
+    real::Close(fd);
+}
+
+void Tell_Monitors(const fs::path& root, const Device& device, const std::string& action)
+{
+    static uint64_t number = static_cast<uint64_t>(Now());  // above those of the process before
+    std::map<std::string, std::string> all = device.properties;
+    all["ACTION"] = action;
+    all["DEVPATH"] = device.path;
+    all["SEQNUM"] = std::to_string(__atomic_add_fetch(&number, 1, __ATOMIC_RELAXED));
+    std::string properties;
+    for (const auto& [name, value] : all) {
+        properties.append(name).append("=").append(value).push_back('\0');
+    }
+    Message_Header header;
+    header.properties_length = static_cast<uint32_t>(properties.size());
+    header.subsystem_hash = Filter_Hash(all["SUBSYSTEM"]);
+    header.device_type_hash = Filter_Hash(all["DEVTYPE"]);
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(root, ignored)) {
+        if (entry.path().filename().native().rfind("event", 0) == 0) {
+            Send_To(entry.path(), header, properties);
+        }
+    }
+}
+
+bool Move(const fs::path& from, const fs::path& to)
+{
+    std::error_code error;
+    fs::rename(from, to, error);
+    return !error;
+}
+
+}  // namespace
+
+void Unplug_From_Tree(const Camera_Description& camera)
+{
+    const fs::path root = Root();
+    std::vector<Device> devices = Devices_Of(camera);
+    std::error_code ignored;
+    if (root.empty() || !fs::exists(root / ("sys" + devices.front().path), ignored)) {
+        return;
+    }
+    fs::create_directory(root / "unplugged", ignored);
+    std::reverse(devices.begin(), devices.end());
+    for (const Device& device : devices) {
+        for (const std::string& entry : Entries_Of(device)) {
+            (void)Move(root / entry, Set_Aside(root, entry));
+        }
+        Tell_Monitors(root, device, "remove");
+    }
+}
+
+void Plug_Into_Tree(const Camera_Description& camera)
+{
+    const fs::path root = Root();
+    for (const Device& device : Devices_Of(camera)) {
+        bool moved = false;
+        std::vector<std::string> entries = Entries_Of(device);
+        std::reverse(entries.begin(), entries.end());
+        for (const std::string& entry : entries) {
+            moved = !root.empty() && (Move(Set_Aside(root, entry), root / entry) || moved);
+        }
+        if (moved) {
+            Tell_Monitors(root, device, "add");
+        }
+    }
+}
+
+bool Is_Out_Of_Tree(const std::string& node)
+{
+    std::error_code ignored;
+    const fs::path root = Root();
+    return !root.empty() && fs::exists(fs::symlink_status(Set_Aside(root, node.substr(1)), ignored));
+}
+
+}  // namespace virtual_camera

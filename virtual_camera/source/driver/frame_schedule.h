@@ -1,0 +1,75 @@
+// When frames come, and what befalls them.
+#ifndef WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
+#define WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
+
+#include "driver/buffer_queue.h"
+
+namespace virtual_camera {
+
+/// Puts frames into buffers.
+class Frame_Source {
+public:
+    virtual ~Frame_Source() = default;
+
+    /// @param content  the frame that the buffer still holds, if it is a whole one of this source; updated
+    /// @return bytes used
+    virtual uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content) = 0;
+};
+
+/// Faults are counted in frames since the camera was plugged in.
+struct Delivery_Plan {
+    bool max_rate = false;
+    uint32_t unplug_after_frames = 0;
+    Time unplug_after = 0;
+    uint32_t pause_after_frames = 0;
+    Time pause = 0;
+};
+
+/// Nothing happens by itself: each call on a camera first lets the time pass that went by since the last one
+/// (Advance). At a frame's time the oldest queued buffer is filled; when none is queued, the frame's number is skipped.
+/// A queued metadata buffer is filled together with a video buffer.
+class Frame_Schedule {
+public:
+    Frame_Schedule(const Delivery_Plan& delivery, Buffer_Queue& video_queue, Buffer_Queue& metadata_queue)
+        : plan(delivery), video(video_queue), metadata(metadata_queue)
+    {
+    }
+
+    void Start(v4l2_fract frame_interval, Frame_Source* frames_from, Time now);
+    void Advance(Time now);
+
+    /// When the next queued buffer is filled or the camera vanishes, if nothing else happens; or Never.
+    Time Next_Event() const;
+
+    /// The plan's unplugging has come.
+    bool Is_Lost() const { return lost; }
+
+    void Hold() { held = true; }
+    void Deliver(uint32_t count) { allowance += count; }
+    void Resume(Time now);
+    void Delay(Time time) { start += time; }
+
+private:
+    Time Next_Due() const { return start + (Time{sequence} + 1) * interval; }
+    bool Unplugs_Next() const { return plan.unplug_after_frames > 0 && frames >= plan.unplug_after_frames; }
+    bool Comes_At_Once() const { return held ? allowance > 0 : plan.max_rate; }
+    void Pass_Frame(Time time);
+    void Fill_Metadata(Time time);
+
+    Delivery_Plan plan;
+    Buffer_Queue& video;
+    Buffer_Queue& metadata;
+    Frame_Source* source = nullptr;
+    Time start = 0;
+    Time interval = 1;
+    uint32_t sequence = 0;
+    uint32_t frames = 0;  // of all streams
+    Time unplug_at = Never;
+    bool lost = false;
+    bool held = false;
+    uint32_t allowance = 0;
+};
+
+}  // namespace virtual_camera
+
+#endif  // WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
