@@ -1,9 +1,7 @@
 // with-virtual-camera: runs a command that sees virtual cameras.
 //
-// sysfs comes from umockdev-run, which reads its description from memory; the driver comes from the preloaded object,
-// which reads the cameras' description from the environment.
-#include <fcntl.h>
-#include <sys/mman.h>
+// sysfs and /dev come from umockdev, as a tree in a temporary folder that its preloaded object lays over them. The
+// driver comes from our own preloaded object, which reads the cameras' description from the environment.
 #include <unistd.h>
 #include <virtual_camera/description.h>
 #include <cerrno>
@@ -13,17 +11,17 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
+
+#include "run_command.h"
 
 namespace {
 
 constexpr int Wrong_Usage = 2;
 constexpr int Cannot_Run = 126;
-constexpr int Not_Found = 127;
 
 constexpr char Usage[] = R"(usage: with-virtual-camera [OPTION...] COMMAND [ARGUMENT...]
 
-Runs COMMAND with virtual cameras at /dev/video0 and up; its exit status is returned.
+Runs COMMAND with virtual cameras at /dev/video0 and up. Its exit status is returned, 128 and more after a signal.
 
   --cameras N             that many USB cameras of one model (default 1)
   --no-metadata           cameras without a metadata node beside the capture node
@@ -39,7 +37,7 @@ Runs COMMAND with virtual cameras at /dev/video0 and up; its exit status is retu
   --print-description     prints what umockdev would get, and runs nothing
   --help                  this text
 
-A description is lines of keyword and values, as in the virtual_camera README.
+A description is lines of keyword and values; docs/virtual-camera.md, installed as documentation, lists them.
 )";
 
 [[noreturn]] void Give_Up(int status, const std::string& message)
@@ -214,7 +212,7 @@ std::string Description(const Options& options)
     if (options.non_usb) {
         Options platform = options;
         platform.cameras = 0;
-        text += "\n" + Camera_Lines(platform);
+        text.append("\n").append(Camera_Lines(platform));
     }
     return options.common + text;
 }
@@ -236,51 +234,6 @@ std::string Object_Path()
     Give_Up(Cannot_Run, "cannot find " WQZ_VIRTUAL_CAMERA_FILE " beside this program or in its library folder");
 }
 
-bool Is_Program(const std::string& name)
-{
-    if (name.find('/') != std::string::npos) {
-        return access(name.c_str(), X_OK) == 0;
-    }
-    const char* path = std::getenv("PATH");
-    std::istringstream folders(path ? path : "/usr/bin:/bin");
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        folder.append("/").append(name);
-        if (access(folder.c_str(), X_OK) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// A file in memory that outlives the exec, numbered out of the command's way. No trace is left to be removed.
-std::string Memory_File(const std::string& text)
-{
-    constexpr int Lowest = 200;
-    const int low = memfd_create("umockdev-description", 0);
-    const int fd = low < 0 ? -1 : fcntl(low, F_DUPFD, Lowest);
-    if (fd < 0 || write(fd, text.data(), text.size()) != ssize_t(text.size()) || lseek(fd, 0, SEEK_SET) != 0) {
-        Give_Up(Cannot_Run, std::string("cannot keep the description: ") + std::strerror(errno));
-    }
-    close(low);
-    return "/proc/self/fd/" + std::to_string(fd);
-}
-
-[[noreturn]] void Run(const std::string& description, const std::string& tree, char** command)
-{
-    const char* others = std::getenv("LD_PRELOAD");
-    const std::string preload = Object_Path() + (others && *others ? std::string(":") + others : "");
-    std::string device = "--device=" + Memory_File(tree), separator = "--", program = "umockdev-run";
-    std::vector<char*> arguments{program.data(), device.data(), separator.data()};
-    for (; *command; command++) {
-        arguments.push_back(*command);
-    }
-    arguments.push_back(nullptr);
-    setenv("LD_PRELOAD", preload.c_str(), 1);
-    setenv("WQZ_VIRTUAL_CAMERA", description.c_str(), 1);
-    execvp(arguments[0], arguments.data());
-    Give_Up(Cannot_Run, std::string("cannot run umockdev-run: ") + std::strerror(errno));
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
@@ -293,11 +246,10 @@ int main(int argc, char** argv)
         std::cout << tree;
         return 0;
     }
-    if (!Is_Program("umockdev-run")) {
-        Give_Up(Cannot_Run, "umockdev-run is missing; on Debian, install the package umockdev");
+    setenv("WQZ_VIRTUAL_CAMERA", description.c_str(), 1);
+    try {
+        return Run_Command(options.command, tree, Object_Path());
+    } catch (const std::runtime_error& error) {
+        Give_Up(Cannot_Run, error.what());
     }
-    if (!Is_Program(options.command[0])) {
-        Give_Up(Not_Found, std::string(options.command[0]) + ": command not found");
-    }
-    Run(description, tree, options.command);
 }

@@ -113,11 +113,11 @@ Camera_Description Platform_Camera(const std::string& node);
 std::vector<Pixel_Format> Default_Formats();
 std::vector<Control> Default_Controls();
 
-/// Reads the text form (its grammar is in the folder's README).
+/// Reads the text form (docs/virtual-camera.md lists its keywords).
 /// @throw Description_Error
 std::vector<Camera_Description> Parse_Description(const std::string& text);
 
-/// The sysfs tree of the cameras in the form that umockdev-run -d reads.
+/// The cameras' devices, as umockdev_testbed_add_from_string() and umockdev-run -d read them.
 std::string Umockdev_Description(const std::vector<Camera_Description>& cameras);
 
 /// "VIDIOC_QBUF", "open", ...; a number for what has no name.

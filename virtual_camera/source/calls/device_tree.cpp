@@ -2,7 +2,9 @@
 #include "calls/device_tree.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <algorithm>
@@ -21,8 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Device {
-    std::string path;  // in sysfs
-    std::string node;  // below /dev, or empty
+    std::string path;                // in sysfs
+    std::vector<std::string> files;  // below /dev: a node and its links
     std::map<std::string, std::string> properties;
 };
 
@@ -31,6 +33,15 @@ fs::path Root()
 {
     const char* root = std::getenv("UMOCKDEV_DIR");
     return root ? root : "";
+}
+
+/// By this file the launcher knows that its command, or something that it started, could be preloaded.
+__attribute__((constructor)) void Leave_Mark()
+{
+    const fs::path root = Root();
+    if (!root.empty()) {
+        real::Close(creat((root / "preloaded").c_str(), S_IRUSR | S_IWUSR));
+    }
 }
 
 fs::path Set_Aside(const fs::path& root, std::string entry)
@@ -47,9 +58,11 @@ std::vector<Device> Devices_Of(const Camera_Description& camera)
         const std::string value = line.substr(std::min<size_t>(line.size(), 3));
         const size_t equals = value.find('=');
         if (line.rfind("P:", 0) == 0) {
-            devices.push_back({value, "", {}});
+            devices.push_back({value, {}, {}});
         } else if (line.rfind("N:", 0) == 0) {
-            devices.back().node = value.substr(0, equals);
+            devices.back().files.push_back(value.substr(0, equals));
+        } else if (line.rfind("S:", 0) == 0) {
+            devices.back().files.push_back(value);
         } else if (line.rfind("E:", 0) == 0 && equals != std::string::npos) {
             devices.back().properties[value.substr(0, equals)] = value.substr(equals + 1);
         }
@@ -64,10 +77,10 @@ std::vector<std::string> Entries_Of(const Device& device)
     const std::string subsystem = device.properties.at("SUBSYSTEM");
     std::vector<std::string> entries{"sys/class/" + subsystem + "/" + name, "sys/bus/" + subsystem + "/devices/" + name,
                                      "sys" + device.path};
-    if (!device.node.empty()) {
-        std::string flat = device.node;
+    for (const std::string& file : device.files) {
+        std::string flat = file;
         std::replace(flat.begin(), flat.end(), '/', '_');
-        entries.insert(entries.begin(), {"dev/" + device.node, "dev/.node/" + flat});
+        entries.insert(entries.begin(), {"dev/" + file, "dev/.node/" + flat});
     }
     if (device.properties.count("MAJOR") > 0) {
         entries.insert(entries.begin(),
@@ -150,6 +163,13 @@ bool Move(const fs::path& from, const fs::path& to)
 }
 
 }  // namespace
+
+std::string Linked_Node(const std::string& path)
+{
+    std::error_code error;
+    const fs::path target = path.rfind("/dev/v4l/", 0) == 0 ? fs::read_symlink(path, error) : fs::path();
+    return target.empty() ? path : "/dev/" + target.filename().string();
+}
 
 void Unplug_From_Tree(const Camera_Description& camera)
 {

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int Open_Create = 0100;          // O_CREAT
 constexpr int Open_Temporary = 020200000;  // O_TMPFILE
+constexpr int Working_Folder = -100;       // AT_FDCWD
 
 bool Is_Device_Path(const char* path)
 {
@@ -98,6 +99,15 @@ int Pass_On(const char* name, Arguments... arguments)
     return reinterpret_cast<Call*>(real::Next(name))(arguments...);
 }
 
+// umockdev's open keeps an entry for every path below /dev, even when the open failed, and aborts the process when its
+// fifty entries are full. Its openat finds the same files and keeps none.
+template <typename Call, typename... Mode>
+int Open_Other(const char* name, const char* path, int flags, Mode... mode)
+{
+    return Is_Device_Path(path) ? Pass_On<Openat_Call>("openat", Working_Folder, path, flags, mode...)
+                                : Pass_On<Call>(name, path, flags, mode...);
+}
+
 }  // namespace
 
 // The mode is read as the kernel does: only when a file may be created.
@@ -110,12 +120,12 @@ int Pass_On(const char* name, Arguments... arguments)
         va_end(list);                                                             \
     }
 
-#define DEFINE_OPEN(name)                                                                         \
-    INTERCEPT int name(const char* path, int flags, ...)                                          \
-    {                                                                                             \
-        READ_MODE(flags)                                                                          \
-        int fd = -1;                                                                              \
-        return Open_Camera(path, flags, &fd) ? fd : Pass_On<Open_Call>(#name, path, flags, mode); \
+#define DEFINE_OPEN(name)                                                                            \
+    INTERCEPT int name(const char* path, int flags, ...)                                             \
+    {                                                                                                \
+        READ_MODE(flags)                                                                             \
+        int fd = -1;                                                                                 \
+        return Open_Camera(path, flags, &fd) ? fd : Open_Other<Open_Call>(#name, path, flags, mode); \
     }
 
 #define DEFINE_OPENAT(name)                                                                                 \
@@ -126,11 +136,11 @@ int Pass_On(const char* name, Arguments... arguments)
         return Open_Camera(path, flags, &fd) ? fd : Pass_On<Openat_Call>(#name, folder, path, flags, mode); \
     }
 
-#define DEFINE_CHECKED_OPEN(name)                                                                       \
-    INTERCEPT int name(const char* path, int flags)                                                     \
-    {                                                                                                   \
-        int fd = -1;                                                                                    \
-        return Open_Camera(path, flags, &fd) ? fd : Pass_On<int(const char*, int)>(#name, path, flags); \
+#define DEFINE_CHECKED_OPEN(name)                                                                          \
+    INTERCEPT int name(const char* path, int flags)                                                        \
+    {                                                                                                      \
+        int fd = -1;                                                                                       \
+        return Open_Camera(path, flags, &fd) ? fd : Open_Other<int(const char*, int)>(#name, path, flags); \
     }
 
 // NOLINTBEGIN(clang-analyzer-valist.Uninitialized): the checker misses va_start inside the macro

@@ -162,15 +162,16 @@ std::shared_ptr<Camera> Registry::Camera_At(const std::string& node)
 bool Registry::Open(const char* path, int flags, Answer& answer)
 {
     auto file = std::make_shared<Open_File>();
+    const std::string node = Linked_Node(path);
     {
         const std::lock_guard lock(mutex);
-        const auto found = nodes.find(path);
+        const auto found = nodes.find(node);
         if (found == nodes.end()) {
             return false;
         }
         file->camera = found->second.camera;
         file->is_metadata = found->second.is_metadata;
-        file->node = path;
+        file->node = node;
     }
     const auto fault = file->camera->Scripted().Take_Fault(Call_Open);
     if (fault && !fault->perform) {
