@@ -4,10 +4,12 @@
 // driver comes from our own preloaded object, which reads the cameras' description from the environment.
 #include <unistd.h>
 #include <virtual_camera/description.h>
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -47,120 +49,91 @@ A description is lines of keyword and values; docs/virtual-camera.md, installed 
 }
 
 struct Options {
-    unsigned cameras = 1;
-    bool cameras_given = false;
+    unsigned cameras = 0;  // 0: one, or those of a file
     bool non_usb = false;
     std::string file;    // of a description
     std::string common;  // description lines that hold for every camera
     bool print = false;
-    char** command = nullptr;
 };
 
-/// Walks over the arguments; values of options are taken from it.
-class Arguments {
-public:
-    Arguments(char** begin, char** end) : next_(begin), end_(end) {}
+/// Options that are lines of a description, with as many values behind them.
+struct Line_Option {
+    const char* name;
+    const char* line;
+    int values;
+};
+constexpr Line_Option Line_Options[] = {
+    {"--no-metadata", "metadata none", 0}, {"--metadata", "metadata automatic", 0},
+    {"--max-rate", "rate max", 0},         {"--jpeg-padding", "jpeg-padding", 1},
+    {"--unplug-after", "unplug-after", 1}, {"--pause-after", "pause-after", 2},
+    {"--damage-every", "damage-every", 1}, {"--refuse", "refuse", 1},
+};
 
-    bool At_Option() const { return next_ != end_ && (*next_)[0] == '-' && (*next_)[1] != '\0'; }
-    bool At_End() const { return next_ == end_; }
-    char** Rest() const { return next_; }
-    std::string Take() { return *next_++; }
-
-    std::string Value(const std::string& option)
-    {
-        if (At_End()) {
-            Give_Up(Wrong_Usage, option + " needs a value");
-        }
-        return Take();
+std::string Value(char**& next, const std::string& option)
+{
+    if (!*next) {
+        Give_Up(Wrong_Usage, option + " needs a value");
     }
-
-private:
-    char** next_;
-    char** end_;
-};
+    return *next++;
+}
 
 unsigned Camera_Count(const std::string& text)
 {
-    constexpr unsigned long Most = 64;
-    char* end = nullptr;
-    const unsigned long count = std::strtoul(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || count == 0 || count > Most) {
+    constexpr unsigned Most = 64;
+    unsigned count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc{} || *end != '\0' || count == 0 || count > Most) {
         Give_Up(Wrong_Usage, "--cameras takes a number from 1 to 64, not '" + text + "'");
     }
-    return unsigned(count);
+    return count;
 }
 
-std::string Refusal_Line(const std::string& text)
+void Take_Line_Option(const std::string& option, char**& next, Options& options)
 {
-    const size_t equals = text.find('=');
-    if (equals == std::string::npos) {
-        Give_Up(Wrong_Usage, "--refuse takes REQUEST=ERRNO, not '" + text + "'");
+    const auto* found =
+        std::find_if(std::begin(Line_Options), std::end(Line_Options), [&](const auto& o) { return option == o.name; });
+    if (found == std::end(Line_Options)) {
+        Give_Up(Wrong_Usage, "unknown option " + option + " (--help lists them)");
     }
-    return "refuse " + text.substr(0, equals) + " " + text.substr(equals + 1) + "\n";
+    std::string line = found->line;
+    for (int i = 0; i < found->values; i++) {
+        line.append(" ").append(Value(next, option));
+    }
+    if (option == "--refuse") {
+        std::replace(line.begin(), line.end(), '=', ' ');
+    }
+    options.common += line + "\n";
 }
 
-bool Take_Camera_Option(const std::string& option, Arguments& arguments, Options& options)
-{
-    if (option == "--cameras") {
-        options.cameras = Camera_Count(arguments.Value(option));
-        options.cameras_given = true;
-    } else if (option == "--non-usb") {
-        options.non_usb = true;
-    } else if (option == "--description") {
-        options.file = arguments.Value(option);
-    } else if (option == "--print-description") {
-        options.print = true;
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Take_Common_Option(const std::string& option, Arguments& arguments, Options& options)
-{
-    if (option == "--no-metadata") {
-        options.common += "metadata none\n";
-    } else if (option == "--metadata") {
-        options.common += "metadata automatic\n";
-    } else if (option == "--max-rate") {
-        options.common += "rate max\n";
-    } else if (option == "--refuse") {
-        options.common += Refusal_Line(arguments.Value(option));
-    } else if (option == "--pause-after") {
-        const std::string frames = arguments.Value(option);
-        options.common += "pause-after " + frames + " " + arguments.Value(option) + "\n";
-    } else if (option == "--jpeg-padding" || option == "--unplug-after" || option == "--damage-every") {
-        options.common += option.substr(2) + " " + arguments.Value(option) + "\n";
-    } else {
-        return false;
-    }
-    return true;
-}
-
-Options Parse(int count, char** values)
+/// Takes the options away from the beginning of the arguments.
+Options Parse(char**& next)
 {
     Options options;
-    Arguments arguments(values + 1, values + count);
-    while (arguments.At_Option()) {
-        const std::string option = arguments.Take();
+    while (*next && (*next)[0] == '-' && (*next)[1] != '\0') {
+        const std::string option = *next++;
         if (option == "--") {
             break;
-        }
-        if (option == "--help" || option == "-h") {
+        } else if (option == "--help" || option == "-h") {
             std::cout << Usage;
             std::exit(0);
-        }
-        if (!Take_Camera_Option(option, arguments, options) && !Take_Common_Option(option, arguments, options)) {
-            Give_Up(Wrong_Usage, "unknown option " + option + " (--help lists them)");
+        } else if (option == "--cameras") {
+            options.cameras = Camera_Count(Value(next, option));
+        } else if (option == "--non-usb") {
+            options.non_usb = true;
+        } else if (option == "--description") {
+            options.file = Value(next, option);
+        } else if (option == "--print-description") {
+            options.print = true;
+        } else {
+            Take_Line_Option(option, next, options);
         }
     }
-    if (arguments.At_End() && !options.print) {
+    if (!*next && !options.print) {
         Give_Up(Wrong_Usage, "no command given (--help shows how)");
     }
-    if (options.cameras_given && !options.file.empty()) {
+    if (options.cameras > 0 && !options.file.empty()) {
         Give_Up(Wrong_Usage, "--cameras and --description exclude each other");
     }
-    options.command = arguments.Rest();
     return options;
 }
 
@@ -177,18 +150,6 @@ std::string Read_File(const std::string& name)
     return {std::istreambuf_iterator<char>(input), {}};
 }
 
-std::string Camera_Lines(const Options& options)
-{
-    std::string text;
-    for (unsigned i = 0; i < options.cameras; i++) {
-        text += "camera\n";
-    }
-    if (options.non_usb) {
-        text += "camera Virtual Platform Camera\nusb none\ndriver platform-camera\n";
-    }
-    return text;
-}
-
 std::vector<virtual_camera::Camera_Description> Checked(const std::string& text, const std::string& source)
 {
     try {
@@ -201,29 +162,24 @@ std::vector<virtual_camera::Camera_Description> Checked(const std::string& text,
 /// Options first, as lines before the first camera. They are checked apart, so that line numbers are the file's own.
 std::string Description(const Options& options)
 {
-    if (!options.common.empty()) {
-        (void)Checked(options.common + "camera\n", "options");
+    (void)Checked(options.common + "camera\n", "options");
+    std::string cameras = options.file.empty() ? "camera\n" : Read_File(options.file) + "\n";
+    if (!options.file.empty()) {
+        (void)Checked(cameras, options.file);
     }
-    if (options.file.empty()) {
-        return options.common + Camera_Lines(options);
+    for (unsigned i = 1; i < options.cameras; i++) {
+        cameras += "camera\n";
     }
-    std::string text = Read_File(options.file);
-    (void)Checked(text, options.file);
     if (options.non_usb) {
-        Options platform = options;
-        platform.cameras = 0;
-        text.append("\n").append(Camera_Lines(platform));
+        cameras += "camera Virtual Platform Camera\nusb none\ndriver platform-camera\n";
     }
-    return options.common + text;
+    return options.common + cameras;
 }
 
 /// The object to preload: beside the program that was built, or where it was installed.
 std::string Object_Path()
 {
-    char buffer[4096];
-    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
-    const std::string self(buffer, length > 0 ? size_t(length) : 0);
-    const std::string folder = self.substr(0, self.rfind('/'));
+    const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     for (const std::string& path :
          {folder + "/" WQZ_VIRTUAL_CAMERA_FILE, folder + "/../" WQZ_VIRTUAL_CAMERA_LIBDIR "/" WQZ_VIRTUAL_CAMERA_FILE,
           std::string(WQZ_VIRTUAL_CAMERA_BUILT)}) {
@@ -236,19 +192,20 @@ std::string Object_Path()
 
 }  // namespace
 
-int main(int argc, char** argv)
+int main(int, char** argv)
 {
-    const Options options = Parse(argc, argv);
+    char** command = argv + 1;
+    const Options options = Parse(command);
     const std::string description = Description(options);
     const auto cameras = Checked(description, options.file.empty() ? "cameras" : options.file + " with the options");
-    const std::string tree = virtual_camera::Umockdev_Description(cameras);
+    const std::string devices = virtual_camera::Umockdev_Description(cameras);
     if (options.print) {
-        std::cout << tree;
+        std::cout << devices;
         return 0;
     }
     setenv("WQZ_VIRTUAL_CAMERA", description.c_str(), 1);
     try {
-        return Run_Command(options.command, tree, Object_Path());
+        return Run_Command(command, devices, Object_Path());
     } catch (const std::runtime_error& error) {
         Give_Up(Cannot_Run, error.what());
     }
