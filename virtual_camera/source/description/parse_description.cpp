@@ -165,29 +165,29 @@ void Read_Control(Reader& reader, const Words& words)
     std::sort(controls.begin(), controls.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
 }
 
-void Read_Unplug(Reader& reader, const Words& words)
+/// The word behind a keyword that takes one.
+const std::string& Only(const Words& words)
 {
     Need(words, 2, 2);
-    if (words[1].back() == 's') {
+    return words[1];
+}
+
+/// Whether the word is `yes`; it must be that or `no`.
+bool Is_Yes(const Words& words, const char* yes, const char* no)
+{
+    if (Only(words) != yes && words[1] != no) {
+        Refuse("'" + words[0] + "' is '" + no + "' or '" + yes + "'");
+    }
+    return words[1] == yes;
+}
+
+void Read_Unplug(Reader& reader, const Words& words)
+{
+    if (Only(words).back() == 's') {
         reader.Current().unplug_after_seconds = Parse_Seconds(words[1]);
     } else {
         reader.Current().unplug_after_frames = Parse_Number<uint32_t>(words[1]);
     }
-}
-
-void Read_Replug(Reader& reader, const Words& words)
-{
-    Need(words, 2, 2);
-    reader.Current().replug_after_seconds = Parse_Seconds(words[1]);
-}
-
-void Read_Orphaning(Reader& reader, const Words& words)
-{
-    Need(words, 2, 2);
-    if (words[1] != "yes" && words[1] != "no") {
-        Refuse("'orphan-buffers' is 'yes' or 'no'");
-    }
-    reader.Current().orphans_buffers = words[1] == "yes";
 }
 
 void Read_Pause(Reader& reader, const Words& words)
@@ -213,72 +213,36 @@ void Read_Refusal(Reader& reader, const Words& words)
     reader.Current().refusals.push_back(refusal);
 }
 
-void Read_Rate(Reader& reader, const Words& words)
-{
-    Need(words, 2, 2);
-    if (words[1] != "max" && words[1] != "asked") {
-        Refuse("'rate' is 'asked' or 'max'");
-    }
-    reader.Current().max_rate = words[1] == "max";
-}
-
 void Read_Padding(Reader& reader, const Words& words)
 {
-    Need(words, 2, 2);
-    reader.Current().jpeg_padding = words[1] == "full" ? UINT32_MAX : Parse_Number<uint32_t>(words[1]);
+    reader.Current().jpeg_padding = Only(words) == "full" ? UINT32_MAX : Parse_Number<uint32_t>(words[1]);
     if (reader.Current().jpeg_padding == 0) {
         Refuse("'jpeg-padding' is a number of bytes or 'full'");
     }
 }
 
-bool Read_Text_Line(Reader& reader, const std::string& line, const Words& words)
-{
-    const std::string& keyword = words[0];
-    if (keyword == "camera") {
-        Begin_Camera(reader, Rest(line, words));
-    } else if (keyword == "driver") {
-        reader.Current().driver = Needed_Text(line, words);
-    } else if (keyword == "bus-info") {
-        reader.Current().bus_info = Needed_Text(line, words);
-    } else if (keyword == "manufacturer") {
-        Usb(reader).manufacturer = Rest(line, words);
-    } else if (keyword == "product") {
-        Usb(reader).product = Rest(line, words);
-    } else if (keyword == "serial") {
-        Usb(reader).serial = Rest(line, words);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Read_Number_Line(Reader& reader, const Words& words)
-{
-    const std::string& keyword = words[0];
-    if (keyword == "bcd" || keyword == "port" || keyword == "bus" || keyword == "device" || keyword == "damage-every") {
-        Need(words, 2, 2);
-    }
-    if (keyword == "bcd") {
-        Usb(reader).bcd_device = Parse_Number<uint16_t>(words[1], 16);
-    } else if (keyword == "port") {
-        Usb(reader).port = Parse_Number<uint32_t>(words[1]);
-    } else if (keyword == "bus") {
-        Usb(reader).bus = Parse_Number<uint32_t>(words[1]);
-    } else if (keyword == "device") {
-        Usb(reader).device = Parse_Number<uint32_t>(words[1]);
-    } else if (keyword == "damage-every") {
-        reader.Current().damage_every = Parse_Number<uint32_t>(words[1]);
-    } else {
-        return false;
-    }
-    return true;
-}
-
 void Read_Metadata(Reader& reader, const Words& words)
 {
-    Need(words, 2, 2);
+    const bool has_path = Only(words) != "none" && words[1] != "automatic";
     reader.Current().has_metadata = words[1] != "none";
-    reader.Current().metadata_node = words[1] == "none" || words[1] == "automatic" ? "" : Needed_Node(words);
+    reader.Current().metadata_node = has_path ? Needed_Node(words) : "";
+}
+
+bool Read_Text_Line(Reader& reader, const std::string& line, const Words& words)
+{
+    using Text_Reader = void (*)(Reader&, const std::string& line, const Words&);
+    static const std::map<std::string, Text_Reader> Readers{
+        {"camera", [](Reader& r, const std::string& l, const Words& w) { Begin_Camera(r, Rest(l, w)); }},
+        {"driver", [](Reader& r, const std::string& l, const Words& w) { r.Current().driver = Needed_Text(l, w); }},
+        {"bus-info", [](Reader& r, const std::string& l, const Words& w) { r.Current().bus_info = Needed_Text(l, w); }},
+        {"manufacturer", [](Reader& r, const std::string& l, const Words& w) { Usb(r).manufacturer = Rest(l, w); }},
+        {"product", [](Reader& r, const std::string& l, const Words& w) { Usb(r).product = Rest(l, w); }},
+        {"serial", [](Reader& r, const std::string& l, const Words& w) { Usb(r).serial = Rest(l, w); }}};
+    const auto found = Readers.find(words[0]);
+    if (found != Readers.end()) {
+        found->second(reader, line, words);
+    }
+    return found != Readers.end();
 }
 
 void Read_Line(Reader& reader, const std::string& line)
@@ -286,20 +250,25 @@ void Read_Line(Reader& reader, const std::string& line)
     using Line_Reader = void (*)(Reader&, const Words&);
     static const std::map<std::string, Line_Reader> Readers{
         {"usb", Read_Usb},
+        {"bcd", [](Reader& r, const Words& w) { Usb(r).bcd_device = Parse_Number<uint16_t>(Only(w), 16); }},
+        {"port", [](Reader& r, const Words& w) { Usb(r).port = Parse_Number<uint32_t>(Only(w)); }},
+        {"bus", [](Reader& r, const Words& w) { Usb(r).bus = Parse_Number<uint32_t>(Only(w)); }},
+        {"device", [](Reader& r, const Words& w) { Usb(r).device = Parse_Number<uint32_t>(Only(w)); }},
+        {"capture", [](Reader& r, const Words& w) { r.Current().capture_node = Needed_Node(w); }},
+        {"metadata", Read_Metadata},
         {"format", Read_Format},
         {"size", Read_Size},
         {"control", Read_Control},
-        {"unplug-after", Read_Unplug},
-        {"replug-after", Read_Replug},
-        {"orphan-buffers", Read_Orphaning},
-        {"pause-after", Read_Pause},
-        {"refuse", Read_Refusal},
-        {"rate", Read_Rate},
+        {"rate", [](Reader& r, const Words& w) { r.Current().max_rate = Is_Yes(w, "max", "asked"); }},
         {"jpeg-padding", Read_Padding},
-        {"metadata", Read_Metadata},
-        {"capture", [](Reader& r, const Words& w) { r.Current().capture_node = Needed_Node(w); }}};
+        {"orphan-buffers", [](Reader& r, const Words& w) { r.Current().orphans_buffers = Is_Yes(w, "yes", "no"); }},
+        {"unplug-after", Read_Unplug},
+        {"replug-after", [](Reader& r, const Words& w) { r.Current().replug_after_seconds = Parse_Seconds(Only(w)); }},
+        {"pause-after", Read_Pause},
+        {"damage-every", [](Reader& r, const Words& w) { r.Current().damage_every = Parse_Number<uint32_t>(Only(w)); }},
+        {"refuse", Read_Refusal}};
     const Words words = Split(line, " \t\r");
-    if (words.empty() || words[0][0] == '#' || Read_Text_Line(reader, line, words) || Read_Number_Line(reader, words)) {
+    if (words.empty() || words[0][0] == '#' || Read_Text_Line(reader, line, words)) {
         return;
     }
     const auto found = Readers.find(words[0]);

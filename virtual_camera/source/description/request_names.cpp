@@ -1,3 +1,4 @@
+// The names of requests and calls, for descriptions and the log.
 #include <virtual_camera/description.h>
 #include <algorithm>
 #include <array>
@@ -12,55 +13,27 @@ struct Named_Request {
     const char* name;
 };
 
-#define REQUEST(name)                      \
-    {                                      \
-        static_cast<uint32_t>(name), #name \
-    }
+// clang-format off
+#define REQUEST(name) Named_Request{static_cast<uint32_t>(name), #name}
 constexpr std::array Requests{
-    Named_Request{Call_Open, "open"},
-    Named_Request{Call_Close, "close"},
-    Named_Request{Call_Mmap, "mmap"},
-    Named_Request{Call_Munmap, "munmap"},
-    Named_Request{Call_Select, "select"},
-    Named_Request REQUEST(VIDIOC_QUERYCAP),
-    Named_Request REQUEST(VIDIOC_ENUM_FMT),
-    Named_Request REQUEST(VIDIOC_ENUM_FRAMESIZES),
-    Named_Request REQUEST(VIDIOC_ENUM_FRAMEINTERVALS),
-    Named_Request REQUEST(VIDIOC_G_FMT),
-    Named_Request REQUEST(VIDIOC_S_FMT),
-    Named_Request REQUEST(VIDIOC_TRY_FMT),
-    Named_Request REQUEST(VIDIOC_G_PARM),
-    Named_Request REQUEST(VIDIOC_S_PARM),
-    Named_Request REQUEST(VIDIOC_REQBUFS),
-    Named_Request REQUEST(VIDIOC_CREATE_BUFS),
-    Named_Request REQUEST(VIDIOC_PREPARE_BUF),
-    Named_Request REQUEST(VIDIOC_EXPBUF),
-    Named_Request REQUEST(VIDIOC_QUERYBUF),
-    Named_Request REQUEST(VIDIOC_QBUF),
-    Named_Request REQUEST(VIDIOC_DQBUF),
-    Named_Request REQUEST(VIDIOC_STREAMON),
-    Named_Request REQUEST(VIDIOC_STREAMOFF),
-    Named_Request REQUEST(VIDIOC_QUERYCTRL),
-    Named_Request REQUEST(VIDIOC_QUERY_EXT_CTRL),
-    Named_Request REQUEST(VIDIOC_QUERYMENU),
-    Named_Request REQUEST(VIDIOC_G_CTRL),
-    Named_Request REQUEST(VIDIOC_S_CTRL),
-    Named_Request REQUEST(VIDIOC_G_EXT_CTRLS),
-    Named_Request REQUEST(VIDIOC_S_EXT_CTRLS),
-    Named_Request REQUEST(VIDIOC_TRY_EXT_CTRLS),
-    Named_Request REQUEST(VIDIOC_ENUMINPUT),
-    Named_Request REQUEST(VIDIOC_G_INPUT),
-    Named_Request REQUEST(VIDIOC_S_INPUT),
-    Named_Request REQUEST(VIDIOC_G_STD),
-    Named_Request REQUEST(VIDIOC_G_PRIORITY),
-    Named_Request REQUEST(VIDIOC_S_PRIORITY),
-    Named_Request REQUEST(VIDIOC_G_SELECTION),
-    Named_Request REQUEST(VIDIOC_CROPCAP),
-    Named_Request REQUEST(VIDIOC_SUBSCRIBE_EVENT),
-    Named_Request REQUEST(VIDIOC_UNSUBSCRIBE_EVENT),
-    Named_Request REQUEST(VIDIOC_DQEVENT),
+    Named_Request{Call_Open, "open"}, Named_Request{Call_Close, "close"}, Named_Request{Call_Mmap, "mmap"},
+    Named_Request{Call_Munmap, "munmap"}, Named_Request{Call_Select, "select"},
+    REQUEST(VIDIOC_QUERYCAP), REQUEST(VIDIOC_ENUM_FMT), REQUEST(VIDIOC_ENUM_FRAMESIZES),
+    REQUEST(VIDIOC_ENUM_FRAMEINTERVALS), REQUEST(VIDIOC_G_FMT), REQUEST(VIDIOC_S_FMT),
+    REQUEST(VIDIOC_TRY_FMT), REQUEST(VIDIOC_G_PARM), REQUEST(VIDIOC_S_PARM),
+    REQUEST(VIDIOC_REQBUFS), REQUEST(VIDIOC_CREATE_BUFS), REQUEST(VIDIOC_PREPARE_BUF),
+    REQUEST(VIDIOC_EXPBUF), REQUEST(VIDIOC_QUERYBUF), REQUEST(VIDIOC_QBUF),
+    REQUEST(VIDIOC_DQBUF), REQUEST(VIDIOC_STREAMON), REQUEST(VIDIOC_STREAMOFF),
+    REQUEST(VIDIOC_QUERYCTRL), REQUEST(VIDIOC_QUERY_EXT_CTRL), REQUEST(VIDIOC_QUERYMENU),
+    REQUEST(VIDIOC_G_CTRL), REQUEST(VIDIOC_S_CTRL), REQUEST(VIDIOC_G_EXT_CTRLS),
+    REQUEST(VIDIOC_S_EXT_CTRLS), REQUEST(VIDIOC_TRY_EXT_CTRLS), REQUEST(VIDIOC_ENUMINPUT),
+    REQUEST(VIDIOC_G_INPUT), REQUEST(VIDIOC_S_INPUT), REQUEST(VIDIOC_G_STD),
+    REQUEST(VIDIOC_G_PRIORITY), REQUEST(VIDIOC_S_PRIORITY), REQUEST(VIDIOC_G_SELECTION),
+    REQUEST(VIDIOC_CROPCAP), REQUEST(VIDIOC_SUBSCRIBE_EVENT), REQUEST(VIDIOC_UNSUBSCRIBE_EVENT),
+    REQUEST(VIDIOC_DQEVENT),
 };
 #undef REQUEST
+// clang-format on
 
 std::string Upper(std::string text)
 {

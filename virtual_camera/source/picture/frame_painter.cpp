@@ -1,3 +1,4 @@
+// Uncompressed frames, and the reading of frame numbers.
 #include "picture/frame_painter.h"
 
 #include <linux/videodev2.h>
@@ -12,6 +13,7 @@ namespace {
 
 constexpr uint8_t Dark = 16;
 constexpr uint8_t Bright = 235;
+constexpr uint8_t Grey_Chroma = 128;
 constexpr int Number_Bits = 32;
 
 /// An uncompressed picture: 2 bytes a pixel for YUYV, 1 for GREY.
@@ -32,13 +34,15 @@ double Luma(const uint8_t* p)
     return 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2];
 }
 
+// Limited range, which V4L2 means by default in YUYV; Motion-JPEG has the full range. So both show the same colours.
 void Pack_Pair(const uint8_t* left, const uint8_t* right, uint8_t* target)
 {
-    const double y0 = Luma(left), y1 = Luma(right);
-    target[0] = To_Byte(y0);
-    target[1] = To_Byte(128 + ((left[2] + right[2]) / 2.0 - (y0 + y1) / 2) * 0.564);
-    target[2] = To_Byte(y1);
-    target[3] = To_Byte(128 + ((left[0] + right[0]) / 2.0 - (y0 + y1) / 2) * 0.713);
+    constexpr double Luma_Share = 219.0 / 255, Chroma_Share = 224.0 / 255;
+    const double y0 = Luma(left), y1 = Luma(right), mean = (y0 + y1) / 2;
+    target[0] = To_Byte(16 + y0 * Luma_Share);
+    target[1] = To_Byte(128 + ((left[2] + right[2]) / 2.0 - mean) * 0.564 * Chroma_Share);
+    target[2] = To_Byte(16 + y1 * Luma_Share);
+    target[3] = To_Byte(128 + ((left[0] + right[0]) / 2.0 - mean) * 0.713 * Chroma_Share);
 }
 
 Raw_Picture Pack(const Picture& picture, size_t bytes_per_pixel)
@@ -71,9 +75,6 @@ public:
         if (layout.digits > 0) {
             digits = Pack(Draw_Digits(layout), pixel_bytes);
         }
-        if (layout.band_height > 0) {
-            ball = Pack(Draw_Ball(layout), pixel_bytes);
-        }
         frame_bytes = std::max<size_t>(image_bytes, 1);
         const size_t drawn = card.bytes.size();
         card.bytes.resize(std::max(drawn, frame_bytes));
@@ -90,42 +91,22 @@ public:
         }
         if (!previous) {
             std::memcpy(target, card.bytes.data(), frame_bytes);
-        } else if (layout.band_height > 0) {
-            Restore_Band(target, layout.Ball_X(*previous));
         }
         Put_Number(target, sequence);
         Put_Digits(target, sequence);
-        if (layout.band_height > 0) {
-            Put(target, ball, 0, ball.stride, layout.Ball_X(sequence), layout.band_y);
-        }
         return frame_bytes;
     }
 
 private:
-    /// Copies columns of a piece, `from` and `length` in bytes, to a place in the frame.
-    void Put(uint8_t* target, const Raw_Picture& piece, size_t from, size_t length, int x, int y) const
-    {
-        uint8_t* row = target + static_cast<size_t>(y) * card.stride + static_cast<size_t>(x) * pixel_bytes;
-        for (size_t i = 0; i < piece.rows; i++, row += card.stride) {
-            std::memcpy(row, &piece.bytes[i * piece.stride + from], length);
-        }
-    }
-
-    void Restore_Band(uint8_t* target, int x) const
-    {
-        for (int y = 0; y < layout.band_height; y++) {
-            const size_t at =
-                static_cast<size_t>(layout.band_y + y) * card.stride + static_cast<size_t>(x) * pixel_bytes;
-            std::memcpy(target + at, &card.bytes[at], ball.stride);
-        }
-    }
-
     void Put_Digits(uint8_t* target, uint32_t sequence) const
     {
         const size_t width = static_cast<size_t>(layout.digit_width) * pixel_bytes;
         for (int i = layout.digits - 1; i >= 0; i--, sequence /= 10) {
-            Put(target, digits, (sequence % 10) * width, width, layout.digit_x + i * layout.digit_width,
-                layout.digit_y);
+            const auto left = static_cast<size_t>(layout.digit_x + i * layout.digit_width);
+            uint8_t* row = target + static_cast<size_t>(layout.digit_y) * card.stride + left * pixel_bytes;
+            for (size_t y = 0; y < digits.rows; y++, row += card.stride) {
+                std::memcpy(row, &digits.bytes[y * digits.stride + sequence % 10 * width], width);
+            }
         }
     }
 
@@ -135,23 +116,16 @@ private:
         if (frame_bytes < 2 * pixel_bytes * Number_Bits) {
             return;
         }
-        for (int bit = Number_Bits - 1; bit >= 0; bit--) {
-            const uint8_t luma = (sequence >> bit) & 1 ? Bright : Dark;
-            *target++ = luma;
-            if (pixel_bytes == 2) {
-                *target++ = 128;
-            }
-            *target++ = luma;
-            if (pixel_bytes == 2) {
-                *target++ = 128;
-            }
+        for (int pixel = 0; pixel < 2 * Number_Bits; pixel++, target += pixel_bytes) {
+            target[0] = (sequence >> (Number_Bits - 1 - pixel / 2)) & 1 ? Bright : Dark;
+            target[pixel_bytes - 1] = pixel_bytes == 2 ? Grey_Chroma : target[0];
         }
     }
 
     size_t pixel_bytes;
     size_t frame_bytes = 0;
     Card_Layout layout;
-    Raw_Picture card, digits, ball;
+    Raw_Picture card, digits;
 };
 
 std::optional<uint32_t> Read_Raw_Sequence(const uint8_t* bytes, size_t length, size_t pixel_bytes)

@@ -1,8 +1,7 @@
-// Motion-JPEG frames without encoding each: the card, the digits and the band's phases are encoded apart, cut at their
-// restart markers, and a frame is put together from the pieces. A piece starts without prediction, so that it means
-// the same wherever it stands; only the number of the marker behind it depends on its place.
+// Motion-JPEG frames without encoding each: the card and the digits are encoded apart and cut at their restart markers,
+// and a frame is put together from the pieces. A piece starts without prediction, so that it means the same wherever it
+// stands; only the number of the marker behind it depends on its place.
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -95,7 +94,7 @@ Cut_Picture Cut(const Bytes& jpeg)
 class Jpeg_Painter : public Frame_Painter {
 public:
     explicit Jpeg_Painter(const Paint_Mode& mode)
-        : layout(Lay_Out(static_cast<int>(mode.width), static_cast<int>(mode.height))), ball(Draw_Ball(layout))
+        : layout(Lay_Out(static_cast<int>(mode.width), static_cast<int>(mode.height)))
     {
         const Cut_Picture card = Cut(Encode(Draw_Card(layout, mode.name, mode.text), layout.segment_width));
         columns = static_cast<size_t>((layout.width + layout.segment_width - 1) / layout.segment_width);
@@ -108,15 +107,12 @@ public:
 
     size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>) override
     {
-        const Bytes& band = Band(sequence % Ball_Phases);
         char number[Jpeg_Comment_Digits + 1];
         std::snprintf(number, sizeof number, "%010u", sequence);
         frame.clear();
         for (const Piece& piece : plan) {
-            if (piece.kind == Piece_Kind::Still) {
+            if (!piece.is_digit) {
                 Append(piece.bytes);
-            } else if (piece.kind == Piece_Kind::Band) {
-                Append(band);
             } else {
                 const int digit = number[Jpeg_Comment_Digits - static_cast<size_t>(layout.digits) + piece.place] - '0';
                 Append(digits[piece.segment + static_cast<size_t>(digit) * Digit_Columns()]);
@@ -129,10 +125,8 @@ public:
     }
 
 private:
-    enum class Piece_Kind { Still, Digit, Band };
-
     struct Piece {
-        Piece_Kind kind = Piece_Kind::Still;
+        bool is_digit = false;
         Bytes bytes;         // of a still piece, markers included
         size_t place = 0;    // which digit, from the left
         size_t segment = 0;  // of the digit strip, for digit 0
@@ -140,8 +134,6 @@ private:
     };
 
     size_t Digit_Columns() const { return static_cast<size_t>(layout.digit_width / layout.segment_width); }
-    size_t Band_First() const { return static_cast<size_t>(layout.band_y / Block_Height) * columns; }
-    size_t Band_Count() const { return static_cast<size_t>(layout.band_height / Block_Height) * columns; }
 
     void Append(const Bytes& bytes) { frame.insert(frame.end(), bytes.begin(), bytes.end()); }
 
@@ -170,7 +162,7 @@ private:
             return std::nullopt;
         }
         Piece piece;
-        piece.kind = Piece_Kind::Digit;
+        piece.is_digit = true;
         piece.place = static_cast<size_t>(x / layout.digit_width);
         piece.segment = static_cast<size_t>(y / Block_Height) * 10 * Digit_Columns() +
                         static_cast<size_t>(x % layout.digit_width / layout.segment_width);
@@ -180,7 +172,7 @@ private:
 
     Piece& Still_Piece()
     {
-        if (plan.empty() || plan.back().kind != Piece_Kind::Still) {
+        if (plan.empty() || plan.back().is_digit) {
             plan.emplace_back();
         }
         return plan.back();
@@ -191,10 +183,7 @@ private:
         segments = card.segments.size();
         Still_Piece().bytes = card.header;
         for (size_t index = 0; index < segments; index++) {
-            if (Band_Count() > 0 && index == Band_First()) {
-                plan.emplace_back().kind = Piece_Kind::Band;
-                index += Band_Count() - 1;
-            } else if (const auto digit = Digit_Piece(index)) {
+            if (const auto digit = Digit_Piece(index)) {
                 plan.push_back(*digit);
             } else {
                 Bytes& bytes = Still_Piece().bytes;
@@ -204,28 +193,12 @@ private:
         }
     }
 
-    const Bytes& Band(size_t phase)
-    {
-        Bytes& band = bands[phase];
-        if (band.empty() && Band_Count() > 0) {
-            const Cut_Picture cut =
-                Cut(Encode(Draw_Band(layout, ball, static_cast<uint32_t>(phase)), layout.segment_width));
-            for (size_t i = 0; i < cut.segments.size(); i++) {
-                band.insert(band.end(), cut.segments[i].begin(), cut.segments[i].end());
-                Append_Marker(band, Band_First() + i);
-            }
-        }
-        return band;
-    }
-
     Card_Layout layout;
-    Picture ball;
     size_t columns = 0;   // segments in a row
     size_t segments = 0;  // in the picture
     size_t comment_at = 0;
     std::vector<Piece> plan;
     std::vector<Bytes> digits;
-    std::array<Bytes, Ball_Phases> bands;
     Bytes frame;
 };
 

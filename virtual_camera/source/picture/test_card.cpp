@@ -1,3 +1,4 @@
+// Drawing of the card: colour bars, a run of hues, grey steps, two lines of text, the field of the number.
 #include "picture/test_card.h"
 
 #include <algorithm>
@@ -14,9 +15,8 @@ struct Colour {
     double r, g, b;
 };
 
-constexpr Colour Panel_Ground{16, 18, 26};
+constexpr Colour Number_Ground{16, 18, 26};
 constexpr Colour Page_Ground{26, 30, 42};
-constexpr Colour Band_Ground{12, 14, 20};
 constexpr Colour Digit_Ink{255, 255, 255};
 constexpr Colour Text_Ink{206, 214, 232};
 
@@ -29,6 +29,10 @@ constexpr std::array<Colour, 8> Bars{{{235, 235, 235},
                                       {44, 60, 206},
                                       {20, 22, 28}}};
 
+struct Rectangle {
+    int left, top, width, height;
+};
+
 int Round_To(double value, int step)
 {
     return static_cast<int>(std::lround(value / step)) * step;
@@ -36,10 +40,7 @@ int Round_To(double value, int step)
 
 void Blend(uint8_t* pixel, const Colour& colour, double share)
 {
-    if (share <= 0) {
-        return;
-    }
-    const double part = std::min(share, 1.0);
+    const double part = std::clamp(share, 0.0, 1.0);
     const double ink[3] = {colour.r, colour.g, colour.b};
     for (int i = 0; i < 3; i++) {
         const double rounded_up = pixel[i] + (ink[i] - pixel[i]) * part + 0.5;  // lround takes thrice as long
@@ -47,82 +48,49 @@ void Blend(uint8_t* pixel, const Colour& colour, double share)
     }
 }
 
-void Fill_Rows(Picture& picture, int y0, int y1, const Colour& colour)
+void Fill(Picture& picture, const Rectangle& area, const Colour& colour)
 {
-    for (int y = y0; y < y1; y++) {
-        for (int x = 0; x < picture.width; x++) {
+    for (int y = area.top; y < area.top + area.height; y++) {
+        for (int x = area.left; x < area.left + area.width; x++) {
             Blend(picture.At(x, y), colour, 1);
         }
     }
 }
 
-void Repeat_Row(Picture& picture, int y0, int y1)
-{
-    for (int y = y0 + 1; y < y1; y++) {
-        std::memcpy(picture.At(0, y), picture.At(0, y0), static_cast<size_t>(picture.width) * 3);
-    }
-}
-
-void Fill_Rounded(Picture& picture, int x0, int y0, int x1, int y1, double radius, const Colour& colour)
-{
-    for (int y = std::max(y0, 0); y < std::min(y1, picture.height); y++) {
-        for (int x = std::max(x0, 0); x < std::min(x1, picture.width); x++) {
-            const double dx = std::max({x0 + radius - x - 0.5, x + 0.5 - (x1 - radius), 0.0});
-            const double dy = std::max({y0 + radius - y - 0.5, y + 0.5 - (y1 - radius), 0.0});
-            Blend(picture.At(x, y), colour, radius - std::hypot(dx, dy) + 0.5);
-        }
-    }
-}
-
-void Draw_Ring(Picture& picture, double centre_x, double centre_y, double radius, double thickness,
-               const Colour& colour)
-{
-    for (int y = 0; y < picture.height; y++) {
-        for (int x = 0; x < picture.width; x++) {
-            const double dx = x + 0.5 - centre_x, dy = y + 0.5 - centre_y;
-            const double distance = std::abs(std::sqrt(dx * dx + dy * dy) - radius);
-            Blend(picture.At(x, y), colour, (thickness / 2 - distance + 0.5) * 0.85);
-        }
-    }
-}
-
 // Enlarged glyphs get smooth outlines: the bitmap is interpolated and cut at one half.
-double Cover(const Glyph& glyph, double u, double v, double scale)
+double Cover(char character, double u, double v, double scale)
 {
     const int u0 = static_cast<int>(std::floor(u)), v0 = static_cast<int>(std::floor(v));
     const double fu = u - u0, fv = v - v0;
-    const auto pixel = [&glyph](int x, int y) { return glyph.Has(x, y) ? 1.0 : 0.0; };
+    const auto pixel = [character](int x, int y) { return Glyph_Has(character, x, y) ? 1.0 : 0.0; };
     const double above = pixel(u0, v0) * (1 - fu) + pixel(u0 + 1, v0) * fu;
     const double below = pixel(u0, v0 + 1) * (1 - fu) + pixel(u0 + 1, v0 + 1) * fu;
     return (above * (1 - fv) + below * fv - 0.5) * std::max(1.0, scale) + 0.5;
 }
 
-void Draw_Glyph(Picture& picture, int left, int top, int width, int height, const Glyph& glyph, const Colour& colour)
+void Draw_Character(Picture& picture, const Rectangle& place, char character, const Colour& colour)
 {
-    const double step_u = static_cast<double>(glyph.width) / width, step_v = static_cast<double>(glyph.height) / height;
-    for (int y = std::max(0, -top); y < height && top + y < picture.height; y++) {
-        for (int x = std::max(0, -left); x < width && left + x < picture.width; x++) {
-            const double cover = Cover(glyph, (x + 0.5) * step_u - 0.5, (y + 0.5) * step_v - 0.5, 1 / step_u);
-            Blend(picture.At(left + x, top + y), colour, cover);
+    const double step_u = double{Glyph_Width} / place.width, step_v = double{Glyph_Height} / place.height;
+    for (int y = 0; y < place.height; y++) {
+        for (int x = 0; x < place.width; x++) {
+            const double cover = Cover(character, (x + 0.5) * step_u - 0.5, (y + 0.5) * step_v - 0.5, 1 / step_u);
+            Blend(picture.At(place.left + x, place.top + y), colour, cover);
         }
     }
 }
 
+/// A line of text, as large as the height and the picture's width allow.
 void Draw_Centred(Picture& picture, int top, int height, const std::string& text, const Colour& colour)
 {
-    if (text.empty() || height < 8) {
+    const int characters = std::max(1, static_cast<int>(text.size()));
+    const int width = std::min(height * Glyph_Width / Glyph_Height, picture.width * 9 / 10 / characters);
+    if (width < Glyph_Width / 2) {
         return;
     }
-    const int fitting = static_cast<int>(picture.width * 0.92 / static_cast<double>(text.size()));
-    const int width = std::min(height * Glyph_Width / Glyph_Height, fitting);
-    if (width < 5) {
-        return;
-    }
-    const int line = width * Glyph_Height / Glyph_Width;
-    int x = (picture.width - width * static_cast<int>(text.size())) / 2;
+    Rectangle place{(picture.width - width * characters) / 2, top, width, width * Glyph_Height / Glyph_Width};
     for (char character : text) {
-        Draw_Glyph(picture, x, top + (height - line) / 2, width, line, Small_Glyph(character), colour);
-        x += width;
+        Draw_Character(picture, place, character, colour);
+        place.left += width;
     }
 }
 
@@ -141,35 +109,15 @@ void Draw_Bars_And_Ramps(Picture& picture)
               greys_end = picture.height * 74 / 100;
     constexpr int Grey_Steps = 16;
     for (int x = 0; x < picture.width; x++) {
-        const int step = x * Grey_Steps / picture.width;
-        const double grey = 8 + 240.0 * step / (Grey_Steps - 1);
-        Blend(picture.At(x, 0), Bars[static_cast<size_t>(x) * Bars.size() / static_cast<size_t>(picture.width)], 1);
-        Blend(picture.At(x, bars_end), Hue(static_cast<double>(x) / picture.width), 1);
-        Blend(picture.At(x, hues_end), Colour{grey, grey, grey}, 1);
+        const double grey = 8 + 240.0 * (x * Grey_Steps / picture.width) / (Grey_Steps - 1);
+        Fill(picture, {x, 0, 1, bars_end}, Bars[static_cast<size_t>(x * int{Bars.size()} / picture.width)]);
+        Fill(picture, {x, bars_end, 1, hues_end - bars_end}, Hue(static_cast<double>(x) / picture.width));
+        Fill(picture, {x, hues_end, 1, greys_end - hues_end}, {grey, grey, grey});
     }
-    Repeat_Row(picture, 0, bars_end);
-    Repeat_Row(picture, bars_end, hues_end);
-    Repeat_Row(picture, hues_end, greys_end);
-    Fill_Rows(picture, greys_end, picture.height, Page_Ground);
-}
-
-void Draw_Panel(Picture& picture, const Card_Layout& layout)
-{
-    const int margin = layout.digit_height / 4;
-    Fill_Rounded(picture, layout.digit_x - margin, layout.digit_y - margin,
-                 layout.digit_x + layout.digits * layout.digit_width + margin,
-                 layout.digit_y + layout.digit_height + margin, margin, Panel_Ground);
+    Fill(picture, {0, greys_end, picture.width, picture.height - greys_end}, Page_Ground);
 }
 
 }  // namespace
-
-int Card_Layout::Ball_X(uint32_t phase) const
-{
-    constexpr double Turn = 2 * 3.14159265358979;
-    const double share = 0.5 - 0.5 * std::cos(Turn * (phase % Ball_Phases) / Ball_Phases);
-    const int way = width / 2 * 2 - band_height;
-    return static_cast<int>(share * way) / 2 * 2;
-}
 
 Card_Layout Lay_Out(int width, int height)
 {
@@ -186,11 +134,6 @@ Card_Layout Lay_Out(int width, int height)
         layout.digits = 0;
     }
     layout.digit_x = Round_To((width - layout.digits * layout.digit_width) / 2.0, layout.segment_width);
-    layout.band_height = std::max(2 * Block_Height, Round_To(height / 10.0, Block_Height));
-    layout.band_y = (height - layout.band_height - height / 40) / Block_Height * Block_Height;
-    if (layout.band_y < height * 3 / 4 || width < 2 * layout.band_height) {
-        layout.band_height = 0;
-    }
     return layout;
 }
 
@@ -198,53 +141,22 @@ Picture Draw_Card(const Card_Layout& layout, const std::string& name, const std:
 {
     Picture picture(layout.width, layout.height);
     Draw_Bars_And_Ramps(picture);
-    Draw_Ring(picture, layout.width / 2.0, layout.height * 0.37, layout.height * 0.33,
-              std::max(1.5, layout.height / 160.0), Colour{255, 255, 255});
     if (layout.digits > 0) {
-        Draw_Panel(picture, layout);
+        const int digits_width = layout.digits * layout.digit_width;
+        Fill(picture, {layout.digit_x, layout.digit_y, digits_width, layout.digit_height}, Number_Ground);
     }
-    const int text_top = layout.height * 74 / 100;
-    const int text_height = (layout.band_height > 0 ? layout.band_y : layout.height) - text_top;
-    Draw_Centred(picture, text_top + text_height / 20, text_height / 2, name, Digit_Ink);
-    Draw_Centred(picture, text_top + text_height / 2, text_height * 2 / 5, mode, Text_Ink);
-    Fill_Rows(picture, layout.band_y, layout.band_y + layout.band_height, Band_Ground);
+    Draw_Centred(picture, layout.height * 78 / 100, layout.height * 9 / 100, name, Digit_Ink);
+    Draw_Centred(picture, layout.height * 88 / 100, layout.height * 7 / 100, mode, Text_Ink);
     return picture;
 }
 
 Picture Draw_Digits(const Card_Layout& layout)
 {
     Picture picture(10 * layout.digit_width, layout.digit_height);
-    Fill_Rows(picture, 0, picture.height, Panel_Ground);
+    Fill(picture, {0, 0, picture.width, picture.height}, Number_Ground);
     for (int digit = 0; digit < 10; digit++) {
-        Draw_Glyph(picture, digit * layout.digit_width, 0, layout.digit_width, layout.digit_height, Large_Digit(digit),
-                   Digit_Ink);
-    }
-    return picture;
-}
-
-Picture Draw_Ball(const Card_Layout& layout)
-{
-    Picture picture(layout.band_height, layout.band_height);
-    Fill_Rows(picture, 0, picture.height, Band_Ground);
-    const double centre = picture.width / 2.0, radius = picture.width * 0.36;
-    for (int y = 0; y < picture.height; y++) {
-        for (int x = 0; x < picture.width; x++) {
-            const double dx = x + 0.5 - centre, dy = y + 0.5 - centre;
-            const double light =
-                std::clamp(1.15 - std::hypot(dx + radius / 3, dy + radius / 3) / (radius * 1.7), 0.0, 1.0);
-            Blend(picture.At(x, y), Colour{255, 120 + 130 * light, 40 + 190 * light * light},
-                  radius - std::hypot(dx, dy) + 0.5);
-        }
-    }
-    return picture;
-}
-
-Picture Draw_Band(const Card_Layout& layout, const Picture& ball, uint32_t phase)
-{
-    Picture picture(layout.width, layout.band_height);
-    Fill_Rows(picture, 0, picture.height, Band_Ground);
-    for (int y = 0; y < ball.height; y++) {
-        std::memcpy(picture.At(layout.Ball_X(phase), y), ball.At(0, y), static_cast<size_t>(ball.width) * 3);
+        Draw_Character(picture, {digit * layout.digit_width, 0, layout.digit_width, layout.digit_height},
+                       static_cast<char>('0' + digit), Digit_Ink);
     }
     return picture;
 }
