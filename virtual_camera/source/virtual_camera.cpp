@@ -54,22 +54,23 @@ void Script_Select(const std::string& node, int result, int error, int times, in
 
 void Hold_Frames(const std::string& node)
 {
-    Needed(node)->Hold_Frames();
+    Needed(node)->Direct([](Frame_Schedule& schedule) { schedule.Hold(); });
 }
 
 void Deliver_Frames(const std::string& node, uint32_t count)
 {
-    Needed(node)->Deliver_Frames(count);
+    Needed(node)->Direct([count](Frame_Schedule& schedule) { schedule.Deliver(count); });
 }
 
 void Resume_Frames(const std::string& node)
 {
-    Needed(node)->Resume_Frames();
+    Needed(node)->Direct([](Frame_Schedule& schedule) { schedule.Resume(Now()); });
 }
 
 void Delay_Frames(const std::string& node, uint32_t milliseconds)
 {
-    Needed(node)->Delay_Frames(static_cast<Time>(milliseconds) * (Second / 1000));
+    const Time time = Time{milliseconds} * (Second / 1000);
+    Needed(node)->Direct([time](Frame_Schedule& schedule) { schedule.Delay(time); });
 }
 
 void Push_Frame(const std::string& node, std::vector<uint8_t> bytes)

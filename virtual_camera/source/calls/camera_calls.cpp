@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <cerrno>
 
-#include "calls/errno_keeper.h"
 #include "calls/registry.h"
 
 namespace virtual_camera::calls {

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/types.h>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
@@ -13,6 +14,16 @@ namespace virtual_camera::calls {
 
 /// The number of descriptors and mappings of cameras. Read and written atomically; valid before any constructor runs.
 extern int in_use;
+
+/// Keeps errno as the program knows it, across what the driver does inside.
+class Errno_Keeper {
+public:
+    ~Errno_Keeper() { errno = value; }
+    void Set(int error) { value = error != 0 ? error : value; }
+
+private:
+    int value = errno;
+};
 
 inline bool Is_Idle()
 {

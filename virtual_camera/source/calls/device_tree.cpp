@@ -23,8 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Device {
-    std::string path;                // in sysfs
-    std::vector<std::string> files;  // below /dev: a node and its links
+    std::string path;                  // in sysfs
+    std::vector<std::string> entries;  // all that umockdev has made for it, relative to its root
     std::map<std::string, std::string> properties;
 };
 
@@ -50,6 +50,19 @@ fs::path Set_Aside(const fs::path& root, std::string entry)
     return root / "unplugged" / entry;
 }
 
+void Add_Property(Device& device, const std::string& name, const std::string& value)
+{
+    device.properties[name] = value;
+    const std::string own_name = fs::path(device.path).filename();
+    if (name == "SUBSYSTEM") {
+        device.entries.insert(device.entries.end(),
+                              {"sys/class/" + value + "/" + own_name, "sys/bus/" + value + "/devices/" + own_name});
+    } else if (name == "MINOR") {
+        device.entries.push_back("sys/dev/char/" + device.properties["MAJOR"] + ":" + value);
+    }
+}
+
+/// The devices of a camera, those above before those below. The folder of one holds the folders of those below.
 std::vector<Device> Devices_Of(const Camera_Description& camera)
 {
     std::vector<Device> devices;
@@ -58,35 +71,17 @@ std::vector<Device> Devices_Of(const Camera_Description& camera)
         const std::string value = line.substr(std::min<size_t>(line.size(), 3));
         const size_t equals = value.find('=');
         if (line.rfind("P:", 0) == 0) {
-            devices.push_back({value, {}, {}});
-        } else if (line.rfind("N:", 0) == 0) {
-            devices.back().files.push_back(value.substr(0, equals));
-        } else if (line.rfind("S:", 0) == 0) {
-            devices.back().files.push_back(value);
+            devices.push_back({value, {"sys" + value}, {}});
+        } else if (line.rfind("N:", 0) == 0 || line.rfind("S:", 0) == 0) {
+            const std::string file = value.substr(0, equals);
+            std::string flat = file;
+            std::replace(flat.begin(), flat.end(), '/', '_');
+            devices.back().entries.insert(devices.back().entries.end(), {"dev/.node/" + flat, "dev/" + file});
         } else if (line.rfind("E:", 0) == 0 && equals != std::string::npos) {
-            devices.back().properties[value.substr(0, equals)] = value.substr(equals + 1);
+            Add_Property(devices.back(), value.substr(0, equals), value.substr(equals + 1));
         }
     }
     return devices;
-}
-
-/// All that umockdev has made for a device, relative to its root. The directory takes those of devices below with it.
-std::vector<std::string> Entries_Of(const Device& device)
-{
-    const std::string name = device.path.substr(device.path.rfind('/') + 1);
-    const std::string subsystem = device.properties.at("SUBSYSTEM");
-    std::vector<std::string> entries{"sys/class/" + subsystem + "/" + name, "sys/bus/" + subsystem + "/devices/" + name,
-                                     "sys" + device.path};
-    for (const std::string& file : device.files) {
-        std::string flat = file;
-        std::replace(flat.begin(), flat.end(), '/', '_');
-        entries.insert(entries.begin(), {"dev/" + file, "dev/.node/" + flat});
-    }
-    if (device.properties.count("MAJOR") > 0) {
-        entries.insert(entries.begin(),
-                       "sys/dev/char/" + device.properties.at("MAJOR") + ":" + device.properties.at("MINOR"));
-    }
-    return entries;
 }
 
 /// By these values libudev's socket filters tell messages apart: its hashes of the names.
@@ -155,11 +150,17 @@ void Tell_Monitors(const fs::path& root, const Device& device, const std::string
     }
 }
 
-bool Move(const fs::path& from, const fs::path& to)
+/// Moves what there is of a device. @return whether there was anything
+bool Move(const fs::path& root, const Device& device, bool out)
 {
-    std::error_code error;
-    fs::rename(from, to, error);
-    return !error;
+    bool moved = false;
+    for (const std::string& entry : device.entries) {
+        const fs::path place = root / entry, aside = Set_Aside(root, entry);
+        std::error_code error;
+        fs::rename(out ? place : aside, out ? aside : place, error);
+        moved = moved || !error;
+    }
+    return moved;
 }
 
 }  // namespace
@@ -174,42 +175,28 @@ std::string Linked_Node(const std::string& path)
 void Unplug_From_Tree(const Camera_Description& camera)
 {
     const fs::path root = Root();
-    std::vector<Device> devices = Devices_Of(camera);
-    std::error_code ignored;
-    if (root.empty() || !fs::exists(root / ("sys" + devices.front().path), ignored)) {
+    if (root.empty()) {
         return;
     }
+    std::error_code ignored;
     fs::create_directory(root / "unplugged", ignored);
+    std::vector<Device> devices = Devices_Of(camera);
     std::reverse(devices.begin(), devices.end());
     for (const Device& device : devices) {
-        for (const std::string& entry : Entries_Of(device)) {
-            (void)Move(root / entry, Set_Aside(root, entry));
+        if (Move(root, device, true)) {
+            Tell_Monitors(root, device, "remove");
         }
-        Tell_Monitors(root, device, "remove");
     }
 }
 
 void Plug_Into_Tree(const Camera_Description& camera)
 {
     const fs::path root = Root();
-    for (const Device& device : Devices_Of(camera)) {
-        bool moved = false;
-        std::vector<std::string> entries = Entries_Of(device);
-        std::reverse(entries.begin(), entries.end());
-        for (const std::string& entry : entries) {
-            moved = !root.empty() && (Move(Set_Aside(root, entry), root / entry) || moved);
-        }
-        if (moved) {
+    for (const Device& device : root.empty() ? std::vector<Device>{} : Devices_Of(camera)) {
+        if (Move(root, device, false)) {
             Tell_Monitors(root, device, "add");
         }
     }
-}
-
-bool Is_Out_Of_Tree(const std::string& node)
-{
-    std::error_code ignored;
-    const fs::path root = Root();
-    return !root.empty() && fs::exists(fs::symlink_status(Set_Aside(root, node.substr(1)), ignored));
 }
 
 }  // namespace virtual_camera

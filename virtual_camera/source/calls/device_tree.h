@@ -14,9 +14,6 @@ std::string Linked_Node(const std::string& path);
 void Unplug_From_Tree(const Camera_Description& camera);
 void Plug_Into_Tree(const Camera_Description& camera);
 
-/// Whether some process of this umockdev has taken the camera with that node out of the tree.
-bool Is_Out_Of_Tree(const std::string& node);
-
 }  // namespace virtual_camera
 
 #endif  // WQZ_VIRTUAL_CAMERA_DEVICE_TREE_H

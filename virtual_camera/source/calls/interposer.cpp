@@ -18,9 +18,7 @@ using namespace virtual_camera;
 
 namespace {
 
-constexpr int Open_Create = 0100;          // O_CREAT
-constexpr int Open_Temporary = 020200000;  // O_TMPFILE
-constexpr int Working_Folder = -100;       // AT_FDCWD
+constexpr int Working_Folder = -100;  // AT_FDCWD
 
 bool Is_Device_Path(const char* path)
 {
@@ -110,15 +108,12 @@ int Open_Other(const char* name, const char* path, int flags, Mode... mode)
 
 }  // namespace
 
-// The mode is read as the kernel does: only when a file may be created.
-#define READ_MODE(last)                                                           \
-    unsigned mode = 0;                                                            \
-    if (((last)&Open_Create) != 0 || ((last)&Open_Temporary) == Open_Temporary) { \
-        va_list list;                                                             \
-        va_start(list, last);                                                     \
-        mode = va_arg(list, unsigned);                                            \
-        va_end(list);                                                             \
-    }
+// The mode is handed on also where the caller gave none; libc looks at it only when a file may be created.
+#define READ_MODE(last)                           \
+    va_list list;                                 \
+    va_start(list, last);                         \
+    const unsigned mode = va_arg(list, unsigned); \
+    va_end(list);
 
 #define DEFINE_OPEN(name)                                                                            \
     INTERCEPT int name(const char* path, int flags, ...)                                             \
@@ -247,7 +242,7 @@ INTERCEPT long syscall(long number, ...)
     }
 #endif
     if (calls::Is_Idle()) {
-        return real::Syscall(number, a);
+        return real::Syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
     }
     if (number == SYS_ioctl &&
         calls::Ioctl(static_cast<int>(a[0]), static_cast<uint32_t>(a[1]), reinterpret_cast<void*>(a[2]), &result)) {
@@ -266,5 +261,5 @@ INTERCEPT long syscall(long number, ...)
                                                a[5]));
     }
 #endif
-    return real::Syscall(number, a);
+    return real::Syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
 }

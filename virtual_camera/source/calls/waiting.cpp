@@ -1,9 +1,8 @@
 // Select and poll on descriptors of cameras: scripted answers, conditions that only a driver reports, and the log.
-#include <cerrno>
+#include <algorithm>
 #include <vector>
 
 #include "calls/camera_calls.h"
-#include "calls/errno_keeper.h"
 #include "calls/registry.h"
 #include "script/request_log.h"
 #include "system/real_calls.h"
@@ -11,7 +10,7 @@
 namespace virtual_camera::calls {
 namespace {
 
-constexpr short Read_Events = POLLIN | POLLRDNORM;
+using Files = std::vector<std::shared_ptr<Open_File>>;  // null where a descriptor is no camera's
 
 // Sets larger than fd_set are in use for descriptors beyond it, hence no FD_ISSET.
 bool Holds(const fd_set* set, int fd)
@@ -33,79 +32,58 @@ void Insert(fd_set* set, int fd)
     reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= fd_mask{1} << (fd % NFDBITS);
 }
 
-/// The first camera that a select call asks about, and whether more than reading is asked of any camera.
-struct Asked {
-    std::shared_ptr<Open_File> file;
-    int fd = -1;
-    bool beyond_reading = false;
-};
-
-Asked Look_At(int count, const fd_set* read, const fd_set* write, const fd_set* except)
-{
-    Asked asked;
-    for (int fd = 0; fd < count; fd++) {
-        const bool reads = Holds(read, fd), more = Holds(write, fd) || Holds(except, fd);
-        const auto file = reads || more ? Registry::Instance().File_Of(fd) : nullptr;
-        if (file && reads && !asked.file) {
-            asked.file = file;
-            asked.fd = fd;
-        }
-        asked.beyond_reading = asked.beyond_reading || (file && more);
-    }
-    return asked;
-}
-
-Answer To_Answer(int result)
-{
-    return {result, result < 0 ? errno : 0};
-}
-
 timespec Remaining(Time end)
 {
     const Time left = std::max<Time>(end - Now(), 0);
     return {left / Second, left % Second};
 }
 
-/// The kernel waits for what it can see of a camera: its descriptor for frames and errors, another one for events.
-std::vector<pollfd> Kernel_Entries(const pollfd* entries, nfds_t count, std::vector<std::shared_ptr<Open_File>>& files)
+Files Files_Of(const std::vector<pollfd>& entries)
 {
-    std::vector<pollfd> waits(entries, entries + count);
-    for (nfds_t i = 0; i < count; i++) {
-        files.push_back(entries[i].fd < 0 ? nullptr : Registry::Instance().File_Of(entries[i].fd));
-        if (!files[i]) {
-            continue;
-        }
-        waits[i].events = POLLIN;
-        if ((entries[i].events & Read_Events) == 0) {
+    Files files;
+    for (const pollfd& entry : entries) {
+        files.push_back(entry.fd < 0 ? nullptr : Registry::Instance().File_Of(entry.fd));
+    }
+    return files;
+}
+
+bool Concerns_Camera(const Files& files)
+{
+    return std::any_of(files.begin(), files.end(), [](const auto& file) { return file != nullptr; });
+}
+
+// The kernel waits for what it can see of a camera: its descriptor for frames and errors, another one for events.
+Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* timeout, const sigset_t* mask)
+{
+    std::vector<pollfd> waits = entries;
+    for (size_t i = 0; i < entries.size(); i++) {
+        if (files[i] && (entries[i].events & (POLLIN | POLLRDNORM)) == 0) {
             waits[i].fd = -1;
         }
-        if ((entries[i].events & POLLPRI) != 0) {
+        if (files[i] && (entries[i].events & POLLPRI) != 0) {
             waits.push_back({files[i]->camera->Event_Descriptor(*files[i]), POLLIN, 0});
         }
     }
-    return waits;
-}
-
-Answer Poll_Cameras(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
-{
-    std::vector<std::shared_ptr<Open_File>> files;
-    std::vector<pollfd> waits = Kernel_Entries(entries, count, files);
     const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_nsec : Never;
     for (;;) {
         const timespec left = Remaining(end);
         const int woken = real::Ppoll(waits.data(), waits.size(), timeout ? &left : nullptr, mask);
+        if (woken < 0) {
+            return {-1, errno};
+        }
         int ready = 0;
-        for (nfds_t i = 0; i < count && woken >= 0; i++) {
+        for (size_t i = 0; i < entries.size(); i++) {
             entries[i].revents = files[i] ? files[i]->camera->Poll(*files[i], entries[i].events) : waits[i].revents;
             ready += entries[i].revents != 0 ? 1 : 0;
         }
-        if (woken <= 0 || ready > 0) {
-            return woken < 0 ? To_Answer(woken) : Answer{ready, 0};
+        if (woken == 0 || ready > 0) {
+            return {ready, 0};
         }
     }
 }
 
-Answer Select_By_Poll(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
+/// What select asks about, as for poll.
+std::vector<pollfd> Entries_Of(int count, const fd_set* read, const fd_set* write, const fd_set* except)
 {
     std::vector<pollfd> entries;
     for (int fd = 0; fd < count; fd++) {
@@ -115,50 +93,29 @@ Answer Select_By_Poll(int count, fd_set* read, fd_set* write, fd_set* except, ti
             entries.push_back({fd, static_cast<short>(events), 0});
         }
     }
-    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_usec * 1000 : Never;
-    const timespec left = timeout ? Remaining(end) : timespec{};
-    Answer answer = Poll_Cameras(entries.data(), entries.size(), timeout ? &left : nullptr, nullptr);
-    for (const pollfd& entry : entries) {
-        answer = (entry.revents & POLLNVAL) != 0 ? Answer{-1, EBADF} : answer;
-    }
-    if (answer.error != 0) {
-        return answer;
-    }
-    struct Sorted {
-        fd_set* set;
-        int asked, granted;
-    };
-    answer.result = 0;
-    for (const Sorted& sorted : {Sorted{read, POLLIN, POLLIN | POLLHUP | POLLERR},
-                                 {write, POLLOUT, POLLOUT | POLLERR},
-                                 {except, POLLPRI, POLLPRI}}) {
-        Clear_Set(sorted.set, count);
-        for (const pollfd& entry : entries) {
-            if ((entry.events & sorted.asked) != 0 && (entry.revents & sorted.granted) != 0) {
-                Insert(sorted.set, entry.fd);
-                answer.result++;
-            }
-        }
-    }
-    if (timeout) {
-        const timespec rest = Remaining(end);
-        *timeout = {rest.tv_sec, rest.tv_nsec / 1000};
-    }
-    return answer;
+    return entries;
 }
 
-Answer Scripted_Select(const Asked& asked, const Select_Answer& script, int count, fd_set* read, fd_set* write,
-                       fd_set* except)
+/// Leaves in a set of select's what is ready. @return how many are
+int Keep_Ready(fd_set* set, int count, const std::vector<pollfd>& entries, int asked, int granted)
 {
-    if (script.result >= 0) {
-        Clear_Set(read, count);
-        Clear_Set(write, count);
-        Clear_Set(except, count);
+    int kept = 0;
+    Clear_Set(set, count);
+    for (const pollfd& entry : entries) {
+        if ((entry.events & asked) != 0 && (entry.revents & granted) != 0) {
+            Insert(set, entry.fd);
+            kept++;
+        }
     }
-    if (script.result > 0) {
-        Insert(read, asked.fd);
-    }
-    return {script.result, script.error};
+    return kept;
+}
+
+void Log_Select(const Open_File& file, int fd, int count, int64_t timeout_us, const Answer& answer)
+{
+    Log_Entry entry = Call_Entry(Call_Select, file.node, fd, answer.result, answer.error);
+    entry.value = count;
+    entry.timeout_us = timeout_us;
+    Append_To_Log(std::move(entry));
 }
 
 }  // namespace
@@ -166,22 +123,44 @@ Answer Scripted_Select(const Asked& asked, const Select_Answer& script, int coun
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
 {
     Errno_Keeper keeper;
-    const Asked asked = Look_At(count, read, write, except);
+    std::vector<pollfd> entries = Entries_Of(count, read, write, except);
+    const Files files = Files_Of(entries);
+    if (!Concerns_Camera(files)) {
+        const int result = real::Select(count, read, write, except, timeout);
+        keeper.Set(result < 0 ? errno : 0);
+        return result;
+    }
+    size_t first = 0;  // the first camera that is to be read
+    while (first < files.size() && (!files[first] || (entries[first].events & POLLIN) == 0)) {
+        first++;
+    }
+    const bool reads = first < files.size();
+    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_usec * 1000 : Never;
     const int64_t timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
-    const auto script = asked.file ? asked.file->camera->Scripted().Take_Select() : std::nullopt;
+    const auto script = reads ? files[first]->camera->Scripted().Take_Select() : std::nullopt;
     Answer answer;
     if (script) {
-        answer = Scripted_Select(asked, *script, count, read, write, except);
-    } else if (asked.beyond_reading) {
-        answer = Select_By_Poll(count, read, write, except, timeout);
+        answer = {script->result, script->error};
+        entries[first].revents = static_cast<short>(script->result > 0 ? POLLIN : 0);
     } else {
-        answer = To_Answer(real::Select(count, read, write, except, timeout));
+        const timespec left = Remaining(end);
+        answer = Wait(entries, files, timeout ? &left : nullptr, nullptr);
     }
-    if (asked.file && Is_Logging()) {
-        Log_Entry entry = Call_Entry(Call_Select, asked.file->node, asked.fd, answer.result, answer.error);
-        entry.value = count;
-        entry.timeout_us = timeout_us;
-        Append_To_Log(std::move(entry));
+    if (std::any_of(entries.begin(), entries.end(), [](const pollfd& e) { return (e.revents & POLLNVAL) != 0; })) {
+        answer = {-1, EBADF};
+    }
+    if (answer.result >= 0) {
+        const int ready = Keep_Ready(read, count, entries, POLLIN, POLLIN | POLLHUP | POLLERR) +
+                          Keep_Ready(write, count, entries, POLLOUT, POLLOUT | POLLERR) +
+                          Keep_Ready(except, count, entries, POLLPRI, POLLPRI);
+        answer.result = script ? answer.result : ready;
+    }
+    if (timeout && !script) {
+        const timespec rest = Remaining(end);
+        *timeout = {rest.tv_sec, rest.tv_nsec / 1000};
+    }
+    if (reads && Is_Logging()) {
+        Log_Select(*files[first], entries[first].fd, count, timeout_us, answer);
     }
     keeper.Set(answer.error);
     return answer.result;
@@ -190,14 +169,13 @@ int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
 bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result)
 {
     Errno_Keeper keeper;
-    bool concerns_camera = false;
-    for (nfds_t i = 0; i < count && !concerns_camera; i++) {
-        concerns_camera = entries[i].fd >= 0 && Registry::Instance().File_Of(entries[i].fd) != nullptr;
-    }
-    if (!concerns_camera) {
+    std::vector<pollfd> asked(entries, entries + count);
+    const Files files = Files_Of(asked);
+    if (!Concerns_Camera(files)) {
         return false;
     }
-    const Answer answer = Poll_Cameras(entries, count, timeout, mask);
+    const Answer answer = Wait(asked, files, timeout, mask);
+    std::copy(asked.begin(), asked.end(), entries);
     keeper.Set(answer.error);
     *result = answer.result;
     return true;

@@ -142,7 +142,7 @@ int Buffer_Queue::Query(v4l2_buffer& buffer) const
     return 0;
 }
 
-// Memory of the program's own: a place in its address space, or a buffer that it got from EXPBUF.
+// A program may have memory of its own: a place in its address space.
 int Buffer_Queue::Take_Memory(Buffer& buffer, const v4l2_buffer& place) const
 {
     const long page = sysconf(_SC_PAGESIZE);
@@ -157,11 +157,7 @@ int Buffer_Queue::Take_Memory(Buffer& buffer, const v4l2_buffer& place) const
         buffer.memory = std::make_shared<Buffer_Memory>(reinterpret_cast<void*>(place.m.userptr));
         buffer.length = place.length;
     } else if (memory_kind == V4L2_MEMORY_DMABUF) {
-        auto memory = std::make_shared<Buffer_Memory>(place.m.fd, buffer.length);
-        if (!memory->Data()) {
-            return -EINVAL;
-        }
-        buffer.memory = std::move(memory);
+        return -EINVAL;  // what is shared here comes from memfd, and that is no DMA buffer
     }
     buffer.place = place;
     return 0;

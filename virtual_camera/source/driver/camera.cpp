@@ -238,30 +238,11 @@ bool Camera::Is_Unplugged()
     return unplugged;
 }
 
-void Camera::Hold_Frames()
+void Camera::Direct(const std::function<void(Frame_Schedule&)>& change)
 {
     const Visit visit(*this);
-    schedule.Hold();
-}
-
-void Camera::Deliver_Frames(uint32_t count)
-{
-    const Visit visit(*this);
-    schedule.Deliver(count);
+    change(schedule);
     Pass_Time();
-}
-
-void Camera::Resume_Frames()
-{
-    const Visit visit(*this);
-    schedule.Resume(Now());
-    Pass_Time();
-}
-
-void Camera::Delay_Frames(Time time)
-{
-    const Visit visit(*this);
-    schedule.Delay(time);
 }
 
 std::vector<uint8_t> Camera::Frame_Bytes(uint32_t sequence)

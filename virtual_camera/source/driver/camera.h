@@ -78,10 +78,8 @@ public:
     void Unplug();
     bool Is_Unplugged();
 
-    void Hold_Frames();
-    void Deliver_Frames(uint32_t count);
-    void Resume_Frames();
-    void Delay_Frames(Time time);
+    /// Changes when frames come.
+    void Direct(const std::function<void(Frame_Schedule&)>& change);
     std::vector<uint8_t> Frame_Bytes(uint32_t sequence);
 
     // Around a fork: the child gets timers of its own, so that it does not rearm its parent's.

@@ -9,11 +9,20 @@
 namespace virtual_camera {
 namespace {
 
-constexpr uint32_t Class_Mask = 0x0fff0000;
-
 uint32_t Class_Id(uint32_t id)
 {
+    constexpr uint32_t Class_Mask = 0x0fff0000;
     return (id & Class_Mask) | 1;
+}
+
+Control Class_Of(uint32_t id)
+{
+    Control control;
+    control.id = Class_Id(id);
+    control.name = control.id == V4L2_CID_CAMERA_CLASS ? "Camera Controls" : "User Controls";
+    control.type = V4L2_CTRL_TYPE_CTRL_CLASS;
+    control.step = 0;
+    return control;
 }
 
 constexpr size_t Name_Size = sizeof(v4l2_queryctrl::name);
@@ -24,123 +33,8 @@ void Copy_Text(unsigned char* target, const std::string& text)
     std::snprintf(reinterpret_cast<char*>(target), Name_Size, "%s", text.c_str());
 }
 
-void Fill_Class(v4l2_queryctrl& query, uint32_t id)
-{
-    query.id = id;
-    query.type = V4L2_CTRL_TYPE_CTRL_CLASS;
-    query.flags = V4L2_CTRL_FLAG_READ_ONLY | V4L2_CTRL_FLAG_WRITE_ONLY;
-    Copy_Text(query.name, id == V4L2_CID_CAMERA_CLASS ? "Camera Controls" : "User Controls");
-}
-
-}  // namespace
-
-Control_Set::Control_Set(std::vector<Control> described) : controls(std::move(described))
-{
-    std::sort(controls.begin(), controls.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
-    for (const Control& control : controls) {
-        values[control.id] = control.default_value;
-    }
-}
-
-const Control* Control_Set::Find(uint32_t id) const
-{
-    const auto found = std::find_if(controls.begin(), controls.end(), [id](const Control& c) { return c.id == id; });
-    return found == controls.end() ? nullptr : &*found;
-}
-
-bool Control_Set::Is_Class(uint32_t id) const
-{
-    return std::any_of(controls.begin(), controls.end(), [id](const Control& c) { return Class_Id(c.id) == id; });
-}
-
-// A list of several controls counts as done as a whole: the master's last value in it decides.
-bool Control_Set::Is_Automatic(const Control& control, const v4l2_ext_controls* list) const
-{
-    if (control.master == 0 || values.count(control.master) == 0) {
-        return false;
-    }
-    for (uint32_t i = list ? list->count : 0; i > 0; i--) {
-        if (list->controls[i - 1].id == control.master) {
-            return list->controls[i - 1].value != control.master_manual;
-        }
-    }
-    return values.at(control.master) != control.master_manual;
-}
-
-uint32_t Control_Set::Next_Id(uint32_t id) const
-{
-    uint32_t next = 0;
-    for (const Control& control : controls) {
-        for (uint32_t candidate : {Class_Id(control.id), control.id}) {
-            next = candidate > id && (next == 0 || candidate < next) ? candidate : next;
-        }
-    }
-    return next;
-}
-
-int Control_Set::Query(v4l2_queryctrl& query) const
-{
-    uint32_t id = query.id & V4L2_CTRL_ID_MASK;
-    if (query.id & V4L2_CTRL_FLAG_NEXT_CTRL) {
-        id = Next_Id(id);
-    }
-    const Control* control = Find(id);
-    if (!control && !Is_Class(id)) {
-        return -EINVAL;
-    }
-    query = v4l2_queryctrl{};
-    if (!control) {
-        Fill_Class(query, id);
-        return 0;
-    }
-    query.id = id;
-    query.type = control->type;
-    Copy_Text(query.name, control->name);
-    query.minimum = control->minimum;
-    query.maximum = control->maximum;
-    query.step = control->step;
-    query.default_value = control->default_value;
-    query.flags = Is_Automatic(*control, nullptr) ? V4L2_CTRL_FLAG_INACTIVE : 0;
-    return 0;
-}
-
-int Control_Set::Query_Extended(v4l2_query_ext_ctrl& extended) const
-{
-    v4l2_queryctrl query{};
-    query.id = extended.id;
-    if (const int error = Query(query)) {
-        return error;
-    }
-    extended = v4l2_query_ext_ctrl{};
-    extended.id = query.id;
-    extended.type = query.type;
-    std::memcpy(extended.name, query.name, sizeof extended.name);
-    extended.minimum = query.minimum;
-    extended.maximum = query.maximum;
-    extended.step = query.type == V4L2_CTRL_TYPE_CTRL_CLASS ? 0 : static_cast<uint64_t>(query.step);
-    extended.default_value = query.default_value;
-    extended.flags = query.flags;
-    extended.elem_size = 4;
-    extended.elems = 1;
-    return 0;
-}
-
-int Control_Set::Query_Menu(v4l2_querymenu& query) const
-{
-    const Control* control = Find(query.id);
-    if (!control || query.index >= control->menu.size() || control->menu[query.index].empty()) {
-        return -EINVAL;
-    }
-    const uint32_t id = query.id, index = query.index;
-    query = v4l2_querymenu{};
-    query.id = id;
-    query.index = index;
-    Copy_Text(query.name, control->menu[index]);
-    return 0;
-}
-
 // Integers are rounded to the step and clamped, as unsigned numbers where the control is unsigned.
-int Control_Set::Check_Value(const Control& control, int32_t& value) const
+int Check_Value(const Control& control, int32_t& value)
 {
     if (control.type == V4L2_CTRL_TYPE_MENU) {
         if (value < control.minimum || value > control.maximum) {
@@ -166,56 +60,138 @@ int Control_Set::Check_Value(const Control& control, int32_t& value) const
     return 0;
 }
 
-int Control_Set::Check_Access(uint32_t request, const v4l2_ext_controls& list, const v4l2_ext_control& entry) const
+}  // namespace
+
+Control_Set::Control_Set(const std::vector<Control>& described)
 {
-    const Control* control = Find(entry.id);
-    if (!control) {
-        return Is_Class(entry.id) ? -EACCES : -EINVAL;
+    for (const Control& control : described) {
+        controls[control.id] = {control, control.default_value};
+        controls[Class_Id(control.id)] = {Class_Of(control.id), 0};
     }
-    return request == VIDIOC_S_EXT_CTRLS && Is_Automatic(*control, &list) ? -EACCES : 0;
+}
+
+const Control* Control_Set::Find(uint32_t id) const
+{
+    const auto found = controls.find(id);
+    return found == controls.end() ? nullptr : &found->second.control;
+}
+
+// A list of several controls counts as done as a whole: the master's last value in it decides.
+bool Control_Set::Is_Automatic(const Control& control, const v4l2_ext_controls* list) const
+{
+    if (!Has(control.master)) {
+        return false;
+    }
+    int32_t value = controls.at(control.master).value;
+    for (uint32_t i = 0; list && i < list->count; i++) {
+        value = list->controls[i].id == control.master ? list->controls[i].value : value;
+    }
+    return value != control.master_manual;
+}
+
+int Control_Set::Query(v4l2_queryctrl& query) const
+{
+    const uint32_t id = query.id & V4L2_CTRL_ID_MASK;
+    const auto found = (query.id & V4L2_CTRL_FLAG_NEXT_CTRL) != 0 ? controls.upper_bound(id) : controls.find(id);
+    if (found == controls.end()) {
+        return -EINVAL;
+    }
+    const Control& control = found->second.control;
+    query = v4l2_queryctrl{};
+    query.id = control.id;
+    query.type = control.type;
+    Copy_Text(query.name, control.name);
+    query.minimum = control.minimum;
+    query.maximum = control.maximum;
+    query.step = control.step;
+    query.default_value = control.default_value;
+    query.flags = Is_Automatic(control, nullptr) ? V4L2_CTRL_FLAG_INACTIVE : 0;
+    if (control.type == V4L2_CTRL_TYPE_CTRL_CLASS) {
+        query.flags = V4L2_CTRL_FLAG_READ_ONLY | V4L2_CTRL_FLAG_WRITE_ONLY;
+    }
+    return 0;
+}
+
+int Control_Set::Query_Extended(v4l2_query_ext_ctrl& extended) const
+{
+    v4l2_queryctrl query{};
+    query.id = extended.id;
+    if (const int error = Query(query)) {
+        return error;
+    }
+    extended = v4l2_query_ext_ctrl{};
+    extended.id = query.id;
+    extended.type = query.type;
+    std::memcpy(extended.name, query.name, sizeof extended.name);
+    extended.minimum = query.minimum;
+    extended.maximum = query.maximum;
+    extended.step = static_cast<uint64_t>(query.step);
+    extended.default_value = query.default_value;
+    extended.flags = query.flags;
+    extended.elem_size = 4;
+    extended.elems = 1;
+    return 0;
+}
+
+int Control_Set::Query_Menu(v4l2_querymenu& query) const
+{
+    const Control* control = Find(query.id);
+    if (!control || query.index >= control->menu.size() || control->menu[query.index].empty()) {
+        return -EINVAL;
+    }
+    Copy_Text(query.name, control->menu[query.index]);
+    query.reserved = 0;
+    return 0;
+}
+
+int Control_Set::Check_Access(uint32_t request, const v4l2_ext_controls& list, uint32_t id) const
+{
+    const Control* control = Find(id);
+    if (!control) {
+        return -EINVAL;
+    }
+    const bool refused = request == VIDIOC_S_EXT_CTRLS && Is_Automatic(*control, &list);
+    return refused || control->type == V4L2_CTRL_TYPE_CTRL_CLASS ? -EACCES : 0;
 }
 
 int Control_Set::Extended(uint32_t request, v4l2_ext_controls& list)
 {
-    if (list.which == V4L2_CTRL_WHICH_REQUEST_VAL ||
-        (list.which == V4L2_CTRL_WHICH_DEF_VAL && request != VIDIOC_G_EXT_CTRLS)) {
+    const bool defaults = list.which == V4L2_CTRL_WHICH_DEF_VAL;
+    if (list.which == V4L2_CTRL_WHICH_REQUEST_VAL || (defaults && request != VIDIOC_G_EXT_CTRLS)) {
         return -EINVAL;
     }
     // A list that cannot be carried out at all is marked by an index behind its end.
     list.error_idx = list.count;
     for (uint32_t i = 0; i < list.count; i++) {
-        if (const int error = Check_Access(request, list, list.controls[i])) {
+        if (const int error = Check_Access(request, list, list.controls[i].id)) {
             list.error_idx = request == VIDIOC_TRY_EXT_CTRLS ? i : list.count;
             return error;
         }
     }
     for (uint32_t i = 0; i < list.count; i++) {
-        v4l2_ext_control& entry = list.controls[i];
-        const Control& control = *Find(entry.id);
+        State& state = controls[list.controls[i].id];
         if (request == VIDIOC_G_EXT_CTRLS) {
-            entry.value = list.which == V4L2_CTRL_WHICH_DEF_VAL ? control.default_value : values.at(entry.id);
+            list.controls[i].value = defaults ? state.control.default_value : state.value;
             continue;
         }
-        int32_t value = entry.value;
-        if (const int error = Check_Value(control, value)) {
+        int32_t value = list.controls[i].value;
+        if (const int error = Check_Value(state.control, value)) {
             list.error_idx = request == VIDIOC_S_EXT_CTRLS ? list.count : i;
             return error;
         }
-        entry.value = value;
-        if (request == VIDIOC_S_EXT_CTRLS) {
-            values[entry.id] = value;
-        }
+        list.controls[i].value = value;
+        state.value = request == VIDIOC_S_EXT_CTRLS ? value : state.value;
     }
     return 0;
 }
 
 int Control_Set::Get(v4l2_control& control) const
 {
-    const auto found = values.find(control.id);
-    if (found == values.end()) {
-        return Is_Class(control.id) ? -EACCES : -EINVAL;
+    const Control* found = Find(control.id);
+    if (!found || found->type == V4L2_CTRL_TYPE_CTRL_CLASS) {
+        return found ? -EACCES : -EINVAL;
     }
-    control.value = found->second;
+    control.value = controls.at(control.id).value;
     return 0;
 }
 
@@ -223,7 +199,7 @@ std::optional<v4l2_event> Control_Set::Event(uint32_t id, uint32_t changes) cons
 {
     v4l2_queryctrl query{};
     query.id = id;
-    if (!Find(id) || Query(query) != 0) {
+    if (Query(query) != 0 || query.type == V4L2_CTRL_TYPE_CTRL_CLASS) {
         return std::nullopt;
     }
     v4l2_event event{};
@@ -231,7 +207,7 @@ std::optional<v4l2_event> Control_Set::Event(uint32_t id, uint32_t changes) cons
     event.id = id;
     event.u.ctrl.changes = changes;
     event.u.ctrl.type = query.type;
-    event.u.ctrl.value = values.at(id);
+    event.u.ctrl.value = controls.at(id).value;
     event.u.ctrl.flags = query.flags;
     event.u.ctrl.minimum = query.minimum;
     event.u.ctrl.maximum = query.maximum;
@@ -243,9 +219,9 @@ std::optional<v4l2_event> Control_Set::Event(uint32_t id, uint32_t changes) cons
 std::vector<uint32_t> Control_Set::Ruled_By(uint32_t master) const
 {
     std::vector<uint32_t> ids;
-    for (const Control& control : controls) {
-        if (control.master == master) {
-            ids.push_back(control.id);
+    for (const auto& [id, state] : controls) {
+        if (state.control.master == master) {
+            ids.push_back(id);
         }
     }
     return ids;

@@ -10,10 +10,10 @@ namespace virtual_camera {
 /// All requests give 0 or a negative errno, and change their argument on success only.
 class Control_Set {
 public:
-    explicit Control_Set(std::vector<Control> described);
+    explicit Control_Set(const std::vector<Control>& described);
 
     int Query(v4l2_queryctrl& query) const;
-    int Query_Extended(v4l2_query_ext_ctrl& query) const;
+    int Query_Extended(v4l2_query_ext_ctrl& extended) const;
     int Query_Menu(v4l2_querymenu& query) const;
     int Get(v4l2_control& control) const;
     int Set(v4l2_control& control);
@@ -21,7 +21,7 @@ public:
     /// VIDIOC_G_EXT_CTRLS, VIDIOC_S_EXT_CTRLS or VIDIOC_TRY_EXT_CTRLS; sets error_idx on failure.
     int Extended(uint32_t request, v4l2_ext_controls& list);
 
-    bool Has(uint32_t id) const { return Find(id) || Is_Class(id); }
+    bool Has(uint32_t id) const { return controls.count(id) > 0; }
 
     /// The event that tells of `changes` in a control; nothing for a class or an unknown control.
     std::optional<v4l2_event> Event(uint32_t id, uint32_t changes) const;
@@ -30,15 +30,16 @@ public:
     std::vector<uint32_t> Ruled_By(uint32_t master) const;
 
 private:
-    const Control* Find(uint32_t id) const;
-    bool Is_Class(uint32_t id) const;
-    bool Is_Automatic(const Control& control, const v4l2_ext_controls* list) const;
-    uint32_t Next_Id(uint32_t id) const;
-    int Check_Value(const Control& control, int32_t& value) const;
-    int Check_Access(uint32_t request, const v4l2_ext_controls& list, const v4l2_ext_control& control) const;
+    struct State {
+        Control control;  // or a class, which stands before its controls
+        int32_t value = 0;
+    };
 
-    std::vector<Control> controls;  // by id
-    std::map<uint32_t, int32_t> values;
+    const Control* Find(uint32_t id) const;
+    bool Is_Automatic(const Control& control, const v4l2_ext_controls* list) const;
+    int Check_Access(uint32_t request, const v4l2_ext_controls& list, uint32_t id) const;
+
+    std::map<uint32_t, State> controls;  // by id, which is the order of enumeration
 };
 
 }  // namespace virtual_camera

@@ -32,11 +32,8 @@ constexpr uint64_t Glyphs[Last - First + 1] = {
 
 bool Glyph_Has(char character, int x, int y)
 {
-    if (character < First || character > Last || x < 0 || x >= Glyph_Width || y < 0 || y >= Glyph_Height) {
-        return false;
-    }
     const int bit = (Glyph_Height - 1 - y) * Glyph_Width + Glyph_Width - 1 - x;
-    return ((Glyphs[character - First] >> bit) & 1) != 0;
+    return character >= First && character <= Last && ((Glyphs[character - First] >> bit) & 1) != 0;
 }
 
 }  // namespace virtual_camera

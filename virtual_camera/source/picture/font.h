@@ -8,7 +8,7 @@ namespace virtual_camera {
 constexpr int Glyph_Width = 6;
 constexpr int Glyph_Height = 10;
 
-/// @return whether a pixel of the character is set; outside of the glyph, and in what is not printable ASCII, none is
+/// @return whether a pixel of the character is set; none is in what is not printable ASCII
 bool Glyph_Has(char character, int x, int y);
 
 }  // namespace virtual_camera

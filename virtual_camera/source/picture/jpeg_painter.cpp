@@ -2,6 +2,7 @@
 // and a frame is put together from the pieces. A piece starts without prediction, so that it means the same wherever it
 // stands; only the number of the marker behind it depends on its place.
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,12 +98,18 @@ public:
         : layout(Lay_Out(static_cast<int>(mode.width), static_cast<int>(mode.height)))
     {
         const Cut_Picture card = Cut(Encode(Draw_Card(layout, mode.name, mode.text), layout.segment_width));
-        columns = static_cast<size_t>((layout.width + layout.segment_width - 1) / layout.segment_width);
+        std::vector<Bytes> strip;
         if (layout.digits > 0) {
-            digits = Cut(Encode(Draw_Digits(layout), layout.segment_width)).segments;
+            strip = Cut(Encode(Draw_Digits(layout), layout.segment_width)).segments;
         }
-        Find_Comment(card.header);
-        Plan(card);
+        const char* prefix = Jpeg_Comment_Prefix;
+        const auto comment = std::search(card.header.begin(), card.header.end(), prefix, prefix + std::strlen(prefix));
+        comment_at = static_cast<size_t>(comment - card.header.begin()) + std::strlen(prefix);
+        segments = card.segments.size();
+        plan.emplace_back().still = card.header;
+        for (size_t index = 0; index < segments; index++) {
+            Plan_Segment(card.segments[index], index, strip);
+        }
     }
 
     size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>) override
@@ -111,13 +118,9 @@ public:
         std::snprintf(number, sizeof number, "%010u", sequence);
         frame.clear();
         for (const Piece& piece : plan) {
-            if (!piece.is_digit) {
-                Append(piece.bytes);
-            } else {
-                const int digit = number[Jpeg_Comment_Digits - static_cast<size_t>(layout.digits) + piece.place] - '0';
-                Append(digits[piece.segment + static_cast<size_t>(digit) * Digit_Columns()]);
-                Append_Marker(frame, piece.index);
-            }
+            const Bytes& bytes =
+                piece.place == Still ? piece.still : piece.digits[static_cast<size_t>(number[piece.place] - '0')];
+            frame.insert(frame.end(), bytes.begin(), bytes.end());
         }
         std::memcpy(&frame[comment_at], number, Jpeg_Comment_Digits);
         std::memcpy(target, frame.data(), std::min(capacity, frame.size()));
@@ -125,80 +128,51 @@ public:
     }
 
 private:
+    static constexpr size_t Still = SIZE_MAX;
+
+    /// Consecutive segments that stay, or one segment of a digit. Markers are included.
     struct Piece {
-        bool is_digit = false;
-        Bytes bytes;         // of a still piece, markers included
-        size_t place = 0;    // which digit, from the left
-        size_t segment = 0;  // of the digit strip, for digit 0
-        size_t index = 0;    // of the segment in the picture
+        size_t place = Still;  // in the number, from the left
+        Bytes still;
+        std::array<Bytes, 10> digits;
     };
 
-    size_t Digit_Columns() const { return static_cast<size_t>(layout.digit_width / layout.segment_width); }
-
-    void Append(const Bytes& bytes) { frame.insert(frame.end(), bytes.begin(), bytes.end()); }
-
     /// Behind the last segment comes the end of the image, behind the others a restart marker.
-    void Append_Marker(Bytes& bytes, size_t index) const
+    void Append_Segment(Bytes& bytes, const Bytes& segment, size_t index) const
     {
         constexpr uint8_t End_Of_Image = 0xd9;
+        bytes.insert(bytes.end(), segment.begin(), segment.end());
         bytes.push_back(Marker);
         bytes.push_back(index + 1 == segments ? End_Of_Image : static_cast<uint8_t>(First_Restart + index % Restarts));
     }
 
-    void Find_Comment(const Bytes& header)
+    /// A segment of the card is part of a digit's field, or it stays.
+    void Plan_Segment(const Bytes& segment, size_t index, const std::vector<Bytes>& strip)
     {
-        const char* prefix = Jpeg_Comment_Prefix;
-        const size_t length = std::strlen(prefix);
-        comment_at =
-            static_cast<size_t>(std::search(header.begin(), header.end(), prefix, prefix + length) - header.begin()) +
-            length;
-    }
-
-    std::optional<Piece> Digit_Piece(size_t index) const
-    {
+        const auto columns = static_cast<size_t>((layout.width + layout.segment_width - 1) / layout.segment_width);
         const int x = static_cast<int>(index % columns) * layout.segment_width - layout.digit_x;
         const int y = static_cast<int>(index / columns) * Block_Height - layout.digit_y;
         if (x < 0 || y < 0 || x >= layout.digits * layout.digit_width || y >= layout.digit_height) {
-            return std::nullopt;
-        }
-        Piece piece;
-        piece.is_digit = true;
-        piece.place = static_cast<size_t>(x / layout.digit_width);
-        piece.segment = static_cast<size_t>(y / Block_Height) * 10 * Digit_Columns() +
-                        static_cast<size_t>(x % layout.digit_width / layout.segment_width);
-        piece.index = index;
-        return piece;
-    }
-
-    Piece& Still_Piece()
-    {
-        if (plan.empty() || plan.back().is_digit) {
-            plan.emplace_back();
-        }
-        return plan.back();
-    }
-
-    void Plan(const Cut_Picture& card)
-    {
-        segments = card.segments.size();
-        Still_Piece().bytes = card.header;
-        for (size_t index = 0; index < segments; index++) {
-            if (const auto digit = Digit_Piece(index)) {
-                plan.push_back(*digit);
-            } else {
-                Bytes& bytes = Still_Piece().bytes;
-                bytes.insert(bytes.end(), card.segments[index].begin(), card.segments[index].end());
-                Append_Marker(bytes, index);
+            if (plan.empty() || plan.back().place != Still) {
+                plan.emplace_back();
             }
+            Append_Segment(plan.back().still, segment, index);
+            return;
+        }
+        const auto width = static_cast<size_t>(layout.digit_width / layout.segment_width);
+        const auto column = static_cast<size_t>(x % layout.digit_width / layout.segment_width);
+        Piece& piece = plan.emplace_back();
+        piece.place = Jpeg_Comment_Digits - static_cast<size_t>(layout.digits - x / layout.digit_width);
+        for (size_t digit = 0; digit < piece.digits.size(); digit++) {
+            const size_t row = static_cast<size_t>(y / Block_Height) * piece.digits.size();
+            Append_Segment(piece.digits[digit], strip[(row + digit) * width + column], index);
         }
     }
 
     Card_Layout layout;
-    size_t columns = 0;   // segments in a row
     size_t segments = 0;  // in the picture
     size_t comment_at = 0;
     std::vector<Piece> plan;
-    std::vector<Bytes> digits;
     Bytes frame;
 };
 

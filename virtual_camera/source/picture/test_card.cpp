@@ -4,22 +4,16 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 
 #include "picture/font.h"
 
 namespace virtual_camera {
 namespace {
 
-struct Colour {
-    double r, g, b;
-};
+using Colour = std::array<uint8_t, 3>;
 
-constexpr Colour Number_Ground{16, 18, 26};
-constexpr Colour Page_Ground{26, 30, 42};
-constexpr Colour Digit_Ink{255, 255, 255};
-constexpr Colour Text_Ink{206, 214, 232};
-
+constexpr Colour Number_Ground{16, 18, 26}, Page_Ground{26, 30, 42};
+constexpr Colour Digit_Ink{255, 255, 255}, Text_Ink{206, 214, 232};
 constexpr std::array<Colour, 8> Bars{{{235, 235, 235},
                                       {226, 214, 40},
                                       {36, 206, 214},
@@ -38,43 +32,22 @@ int Round_To(double value, int step)
     return static_cast<int>(std::lround(value / step)) * step;
 }
 
-void Blend(uint8_t* pixel, const Colour& colour, double share)
-{
-    const double part = std::clamp(share, 0.0, 1.0);
-    const double ink[3] = {colour.r, colour.g, colour.b};
-    for (int i = 0; i < 3; i++) {
-        const double rounded_up = pixel[i] + (ink[i] - pixel[i]) * part + 0.5;  // lround takes thrice as long
-        pixel[i] = static_cast<uint8_t>(rounded_up);
-    }
-}
-
 void Fill(Picture& picture, const Rectangle& area, const Colour& colour)
 {
     for (int y = area.top; y < area.top + area.height; y++) {
         for (int x = area.left; x < area.left + area.width; x++) {
-            Blend(picture.At(x, y), colour, 1);
+            std::copy(colour.begin(), colour.end(), picture.At(x, y));
         }
     }
 }
 
-// Enlarged glyphs get smooth outlines: the bitmap is interpolated and cut at one half.
-double Cover(char character, double u, double v, double scale)
-{
-    const int u0 = static_cast<int>(std::floor(u)), v0 = static_cast<int>(std::floor(v));
-    const double fu = u - u0, fv = v - v0;
-    const auto pixel = [character](int x, int y) { return Glyph_Has(character, x, y) ? 1.0 : 0.0; };
-    const double above = pixel(u0, v0) * (1 - fu) + pixel(u0 + 1, v0) * fu;
-    const double below = pixel(u0, v0 + 1) * (1 - fu) + pixel(u0 + 1, v0 + 1) * fu;
-    return (above * (1 - fv) + below * fv - 0.5) * std::max(1.0, scale) + 0.5;
-}
-
 void Draw_Character(Picture& picture, const Rectangle& place, char character, const Colour& colour)
 {
-    const double step_u = double{Glyph_Width} / place.width, step_v = double{Glyph_Height} / place.height;
     for (int y = 0; y < place.height; y++) {
         for (int x = 0; x < place.width; x++) {
-            const double cover = Cover(character, (x + 0.5) * step_u - 0.5, (y + 0.5) * step_v - 0.5, 1 / step_u);
-            Blend(picture.At(place.left + x, place.top + y), colour, cover);
+            if (Glyph_Has(character, x * Glyph_Width / place.width, y * Glyph_Height / place.height)) {
+                std::copy(colour.begin(), colour.end(), picture.At(place.left + x, place.top + y));
+            }
         }
     }
 }
@@ -98,7 +71,7 @@ Colour Hue(double turn)
 {
     const auto channel = [turn](double offset) {
         const double t = std::fmod(turn + offset, 1.0) * 6;
-        return 30 + 205 * std::clamp(std::abs(t - 3) - 1, 0.0, 1.0);
+        return static_cast<uint8_t>(30 + 205 * std::clamp(std::abs(t - 3) - 1, 0.0, 1.0));
     };
     return {channel(0), channel(2.0 / 3), channel(1.0 / 3)};
 }
@@ -109,7 +82,7 @@ void Draw_Bars_And_Ramps(Picture& picture)
               greys_end = picture.height * 74 / 100;
     constexpr int Grey_Steps = 16;
     for (int x = 0; x < picture.width; x++) {
-        const double grey = 8 + 240.0 * (x * Grey_Steps / picture.width) / (Grey_Steps - 1);
+        const auto grey = static_cast<uint8_t>(8 + 240 * (x * Grey_Steps / picture.width) / (Grey_Steps - 1));
         Fill(picture, {x, 0, 1, bars_end}, Bars[static_cast<size_t>(x * int{Bars.size()} / picture.width)]);
         Fill(picture, {x, bars_end, 1, hues_end - bars_end}, Hue(static_cast<double>(x) / picture.width));
         Fill(picture, {x, hues_end, 1, greys_end - hues_end}, {grey, grey, grey});

@@ -1,3 +1,4 @@
+// Keeping of the log, and what is worth reading in the arguments of requests.
 #include "script/request_log.h"
 
 #include <atomic>
@@ -15,56 +16,32 @@ std::vector<Log_Entry>& Entries()
     return *entries;
 }
 
-void Describe_Buffer(const v4l2_buffer& buffer, Log_Entry& entry)
+template <typename Type>
+const Type& As(const void* argument)
 {
-    entry.type = buffer.type;
-    entry.index = buffer.index;
-    entry.memory = buffer.memory;
-    entry.bytes_used = buffer.bytesused;
-    entry.sequence = buffer.sequence;
-    entry.offset = buffer.m.offset;
-    entry.length = buffer.length;
-}
-
-void Describe_Format(const v4l2_format& format, Log_Entry& entry)
-{
-    entry.type = format.type;
-    entry.pixel_format = format.fmt.pix.pixelformat;
-    entry.width = format.fmt.pix.width;
-    entry.height = format.fmt.pix.height;
-    entry.length = format.fmt.pix.sizeimage;
+    return *static_cast<const Type*>(argument);
 }
 
 bool Describe_Enumeration(uint32_t request, const void* argument, Log_Entry& entry)
 {
     if (request == VIDIOC_ENUM_FMT) {
-        const auto& format = *static_cast<const v4l2_fmtdesc*>(argument);
-        entry.type = format.type;
-        entry.index = format.index;
-        entry.pixel_format = format.pixelformat;
+        entry.type = As<v4l2_fmtdesc>(argument).type;
+        entry.index = As<v4l2_fmtdesc>(argument).index;
+        entry.pixel_format = As<v4l2_fmtdesc>(argument).pixelformat;
     } else if (request == VIDIOC_ENUM_FRAMESIZES) {
-        const auto& size = *static_cast<const v4l2_frmsizeenum*>(argument);
-        entry.index = size.index;
-        entry.pixel_format = size.pixel_format;
+        entry.index = As<v4l2_frmsizeenum>(argument).index;
+        entry.pixel_format = As<v4l2_frmsizeenum>(argument).pixel_format;
     } else if (request == VIDIOC_ENUM_FRAMEINTERVALS) {
-        const auto& interval = *static_cast<const v4l2_frmivalenum*>(argument);
+        const auto& interval = As<v4l2_frmivalenum>(argument);
         entry.index = interval.index;
         entry.pixel_format = interval.pixel_format;
         entry.width = interval.width;
         entry.height = interval.height;
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Describe_Control(uint32_t request, const void* argument, Log_Entry& entry)
-{
-    if (request == VIDIOC_G_CTRL || request == VIDIOC_S_CTRL) {
-        entry.id = static_cast<const v4l2_control*>(argument)->id;
-        entry.value = static_cast<const v4l2_control*>(argument)->value;
+    } else if (request == VIDIOC_G_CTRL || request == VIDIOC_S_CTRL) {
+        entry.id = As<v4l2_control>(argument).id;
+        entry.value = As<v4l2_control>(argument).value;
     } else if (request == VIDIOC_QUERYCTRL) {
-        entry.id = static_cast<const v4l2_queryctrl*>(argument)->id;
+        entry.id = As<v4l2_queryctrl>(argument).id;
     } else {
         return false;
     }
@@ -108,24 +85,34 @@ void Append_To_Log(Log_Entry entry)
 
 void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry)
 {
-    if (!argument || Describe_Enumeration(request, argument, entry) || Describe_Control(request, argument, entry)) {
+    if (!argument || Describe_Enumeration(request, argument, entry)) {
         return;
     }
     if (request == VIDIOC_QBUF || request == VIDIOC_DQBUF || request == VIDIOC_QUERYBUF) {
-        Describe_Buffer(*static_cast<const v4l2_buffer*>(argument), entry);
+        const auto& buffer = As<v4l2_buffer>(argument);
+        entry.type = buffer.type;
+        entry.index = buffer.index;
+        entry.memory = buffer.memory;
+        entry.bytes_used = buffer.bytesused;
+        entry.sequence = buffer.sequence;
+        entry.offset = buffer.m.offset;
+        entry.length = buffer.length;
     } else if (request == VIDIOC_S_FMT || request == VIDIOC_G_FMT || request == VIDIOC_TRY_FMT) {
-        Describe_Format(*static_cast<const v4l2_format*>(argument), entry);
+        const auto& format = As<v4l2_format>(argument);
+        entry.type = format.type;
+        entry.pixel_format = format.fmt.pix.pixelformat;
+        entry.width = format.fmt.pix.width;
+        entry.height = format.fmt.pix.height;
+        entry.length = format.fmt.pix.sizeimage;
     } else if (request == VIDIOC_S_PARM || request == VIDIOC_G_PARM) {
-        const auto& parm = *static_cast<const v4l2_streamparm*>(argument);
-        entry.type = parm.type;
-        entry.interval = parm.parm.capture.timeperframe;
+        entry.type = As<v4l2_streamparm>(argument).type;
+        entry.interval = As<v4l2_streamparm>(argument).parm.capture.timeperframe;
     } else if (request == VIDIOC_REQBUFS) {
-        const auto& buffers = *static_cast<const v4l2_requestbuffers*>(argument);
-        entry.type = buffers.type;
-        entry.count = buffers.count;
-        entry.memory = buffers.memory;
+        entry.type = As<v4l2_requestbuffers>(argument).type;
+        entry.count = As<v4l2_requestbuffers>(argument).count;
+        entry.memory = As<v4l2_requestbuffers>(argument).memory;
     } else if (request == VIDIOC_STREAMON || request == VIDIOC_STREAMOFF) {
-        entry.type = static_cast<uint32_t>(*static_cast<const int*>(argument));
+        entry.type = As<uint32_t>(argument);
     }
 }
 

@@ -1,3 +1,4 @@
+// Laying down and taking of scripted answers.
 #include "script/script.h"
 
 namespace virtual_camera {
@@ -6,28 +7,24 @@ void Script::Add_Fault(uint32_t request, const Fault& fault)
 {
     const std::lock_guard lock(mutex);
     faults[request].push_back({fault, fault.times, fault.skip});
-    empty = false;
 }
 
 void Script::Add_Alteration(uint32_t request, Alteration change, int times, int skip)
 {
     const std::lock_guard lock(mutex);
     alterations[request].push_back({std::move(change), times, skip});
-    empty = false;
 }
 
 void Script::Add_Select(const Select_Answer& answer, int times, int skip)
 {
     const std::lock_guard lock(mutex);
     selects.push_back({answer, times, skip});
-    empty = false;
 }
 
 void Script::Push_Frame(std::vector<uint8_t> bytes)
 {
     const std::lock_guard lock(mutex);
     frames.push_back(std::move(bytes));
-    empty = false;
 }
 
 template <typename What>
@@ -50,9 +47,6 @@ std::optional<What> Script::Take(std::deque<Step<What>>& steps)
 
 std::optional<Fault> Script::Take_Fault(uint32_t request)
 {
-    if (empty) {
-        return std::nullopt;
-    }
     const std::lock_guard lock(mutex);
     const auto found = faults.find(request);
     return found == faults.end() ? std::nullopt : Take(found->second);
@@ -60,9 +54,6 @@ std::optional<Fault> Script::Take_Fault(uint32_t request)
 
 Script::Alteration Script::Take_Alteration(uint32_t request)
 {
-    if (empty) {
-        return nullptr;
-    }
     const std::lock_guard lock(mutex);
     const auto found = alterations.find(request);
     return found == alterations.end() ? nullptr : Take(found->second).value_or(nullptr);
@@ -70,18 +61,12 @@ Script::Alteration Script::Take_Alteration(uint32_t request)
 
 std::optional<Select_Answer> Script::Take_Select()
 {
-    if (empty) {
-        return std::nullopt;
-    }
     const std::lock_guard lock(mutex);
     return Take(selects);
 }
 
 std::optional<std::vector<uint8_t>> Script::Take_Frame()
 {
-    if (empty) {
-        return std::nullopt;
-    }
     const std::lock_guard lock(mutex);
     if (frames.empty()) {
         return std::nullopt;

@@ -47,7 +47,6 @@ private:
     template <typename What>
     static std::optional<What> Take(std::deque<Step<What>>& steps);
 
-    std::atomic<bool> empty{true};  // spares the lock where nothing is scripted
     std::atomic<int> descriptor_minimum{0};
     std::mutex mutex;
     std::map<uint32_t, std::deque<Step<Fault>>> faults;

@@ -7,28 +7,13 @@
 #include "system/real_calls.h"
 
 namespace virtual_camera {
-namespace {
-
-uint8_t* Map(int fd, size_t bytes)
-{
-    void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    return mapped == MAP_FAILED ? nullptr : static_cast<uint8_t*>(mapped);
-}
-
-}  // namespace
 
 Buffer_Memory::Buffer_Memory(size_t bytes)
     : fd(real::Move_Up(memfd_create("virtual-camera", MFD_CLOEXEC))), mapped_bytes(bytes)
 {
     if (fd >= 0 && ftruncate(fd, static_cast<off_t>(bytes)) == 0) {
-        data = Map(fd, bytes);
-    }
-}
-
-Buffer_Memory::Buffer_Memory(int shared, size_t bytes) : mapped_bytes(bytes)
-{
-    if (lseek(shared, 0, SEEK_END) >= static_cast<off_t>(bytes)) {
-        data = Map(shared, bytes);
+        void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        data = mapped == MAP_FAILED ? nullptr : static_cast<uint8_t*>(mapped);
     }
 }
 

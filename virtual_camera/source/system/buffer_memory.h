@@ -12,8 +12,7 @@ namespace virtual_camera {
 class Buffer_Memory {
 public:
     explicit Buffer_Memory(size_t bytes);
-    Buffer_Memory(int shared, size_t bytes);  ///< the beginning of shared memory; the descriptor stays the caller's
-    explicit Buffer_Memory(void* own);        ///< memory that is not freed
+    explicit Buffer_Memory(void* own);  ///< memory that is not freed
     ~Buffer_Memory();
     Buffer_Memory(const Buffer_Memory&) = delete;
     Buffer_Memory& operator=(const Buffer_Memory&) = delete;

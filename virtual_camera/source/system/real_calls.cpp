@@ -5,115 +5,52 @@
 #include <fcntl.h>
 #include <atomic>
 
-// A sanitizer linked into the program keeps its own definitions of the same names; it must see these calls, or it takes
-// memory that was unmapped and mapped again for the old one.
-#ifdef WQZ_LINKED_WITH_SANITIZER
-extern "C" {
-__attribute__((weak)) void* __interceptor_mmap(void*, size_t, int, int, int, off_t);
-__attribute__((weak)) int __interceptor_munmap(void*, size_t);
-__attribute__((weak)) int __interceptor_close(int);
-}
-#endif
-
 namespace virtual_camera::real {
-namespace {
-
-using Ioctl_Call = int(int, unsigned long, ...);
-using Mmap_Call = void*(void*, size_t, int, int, int, off_t);
-using Munmap_Call = int(void*, size_t);
-using Close_Call = int(int);
-using Dup3_Call = int(int, int, int);
-using Select_Call = int(int, fd_set*, fd_set*, fd_set*, timeval*);
-using Poll_Call = int(pollfd*, nfds_t, int);
-using Ppoll_Call = int(pollfd*, nfds_t, const timespec*, const sigset_t*);
-using Syscall_Call = long(long, ...);
-
-template <typename Function>
-Function* Find(std::atomic<Function*>& cache, const char* name)
-{
-    Function* function = cache.load(std::memory_order_relaxed);
-    if (!function) {
-        function = reinterpret_cast<Function*>(Next(name));
-        cache.store(function, std::memory_order_relaxed);
-    }
-    return function;
-}
-
-}  // namespace
 
 void* Next(const char* name)
 {
     return dlsym(RTLD_NEXT, name);
 }
 
-int Ioctl(int fd, unsigned long request, void* argument)
-{
-    static std::atomic<Ioctl_Call*> cache;
-    return Find(cache, "ioctl")(fd, request, argument);
-}
-
-void* Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset)
-{
-#ifdef WQZ_LINKED_WITH_SANITIZER
-    if (__interceptor_mmap) {
-        return __interceptor_mmap(address, length, protection, flags, fd, offset);
+// A function `name` of libc under the name `Wrapper`; the second form is for calls of which a sanitizer must hear.
+#define DEFINE_REAL(Result, Wrapper, name, parameters, arguments)           \
+    Result Wrapper parameters                                               \
+    {                                                                       \
+        static std::atomic<Result(*) parameters> cache;                     \
+        auto* function = cache.load(std::memory_order_relaxed);             \
+        if (!function) {                                                    \
+            function = reinterpret_cast<Result(*) parameters>(Next(#name)); \
+            cache.store(function, std::memory_order_relaxed);               \
+        }                                                                   \
+        return function arguments;                                          \
     }
-#endif
-    static std::atomic<Mmap_Call*> cache;
-    return Find(cache, "mmap")(address, length, protection, flags, fd, offset);
-}
 
-int Munmap(void* address, size_t length)
-{
+// A sanitizer linked into the program keeps its own definitions of the same names. It must see these calls, or it takes
+// memory that was unmapped and mapped again for the old one.
 #ifdef WQZ_LINKED_WITH_SANITIZER
-    if (__interceptor_munmap) {
-        return __interceptor_munmap(address, length);
+#define DEFINE_REAL_SEEN(Result, Wrapper, name, parameters, arguments)                                  \
+    extern "C" __attribute__((weak)) Result __interceptor_##name parameters;                            \
+    static DEFINE_REAL(Result, Unseen_##Wrapper, name, parameters, arguments) Result Wrapper parameters \
+    {                                                                                                   \
+        return __interceptor_##name ? __interceptor_##name arguments : Unseen_##Wrapper arguments;      \
     }
+#else
+#define DEFINE_REAL_SEEN DEFINE_REAL
 #endif
-    static std::atomic<Munmap_Call*> cache;
-    return Find(cache, "munmap")(address, length);
-}
 
-int Close(int fd)
-{
-#ifdef WQZ_LINKED_WITH_SANITIZER
-    if (__interceptor_close) {
-        return __interceptor_close(fd);
-    }
-#endif
-    static std::atomic<Close_Call*> cache;
-    return Find(cache, "close")(fd);
-}
-
-int Dup3(int fd, int copy, int flags)
-{
-    static std::atomic<Dup3_Call*> cache;
-    return Find(cache, "dup3")(fd, copy, flags);
-}
-
-int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
-{
-    static std::atomic<Select_Call*> cache;
-    return Find(cache, "select")(count, read, write, except, timeout);
-}
-
-int Poll(pollfd* entries, nfds_t count, int milliseconds)
-{
-    static std::atomic<Poll_Call*> cache;
-    return Find(cache, "poll")(entries, count, milliseconds);
-}
-
-int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
-{
-    static std::atomic<Ppoll_Call*> cache;
-    return Find(cache, "ppoll")(entries, count, timeout, mask);
-}
-
-long Syscall(long number, const long (&a)[6])
-{
-    static std::atomic<Syscall_Call*> cache;
-    return Find(cache, "syscall")(number, a[0], a[1], a[2], a[3], a[4], a[5]);
-}
+DEFINE_REAL_SEEN(void*, Mmap, mmap, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
+                 (address, length, protection, flags, fd, offset))
+DEFINE_REAL_SEEN(int, Munmap, munmap, (void* address, size_t length), (address, length))
+DEFINE_REAL_SEEN(int, Close, close, (int fd), (fd))
+DEFINE_REAL(int, Ioctl, ioctl, (int fd, unsigned long request, void* argument), (fd, request, argument))
+DEFINE_REAL(int, Dup3, dup3, (int fd, int copy, int flags), (fd, copy, flags))
+DEFINE_REAL(int, Select, select, (int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout),
+            (count, read, write, except, timeout))
+DEFINE_REAL(int, Poll, poll, (pollfd * entries, nfds_t count, int milliseconds), (entries, count, milliseconds))
+DEFINE_REAL(int, Ppoll, ppoll, (pollfd * entries, nfds_t count, const timespec* timeout, const sigset_t* mask),
+            (entries, count, timeout, mask))
+DEFINE_REAL(long, Syscall, syscall, (long number, long a, long b, long c, long d, long e, long f),
+            (number, a, b, c, d, e, f))
 
 int Move_Up(int fd)
 {
