@@ -2,16 +2,12 @@
 
 import struct
 
-# Red, green and blue of the vertical bars, from the left, in video range: black is 16 and white 235.
+# Red, green and blue of the vertical bars, from the left.
 BARS = ((235, 235, 235), (226, 214, 40), (36, 206, 214), (40, 196, 62), (204, 48, 196), (210, 44, 46), (44, 60, 206),
         (20, 22, 28))
 BARS_ROW = 0.55  # of the height: below the digits, above the ramps
 PATCH = 5  # pixels on a side that are averaged
-TOLERANCE = 16  # for the rounding of lossy and subsampled formats; the bars are further apart
-
-
-def full_range(value):
-    return min(max(round((value - 16) * 255 / 219), 0), 255)
+TOLERANCE = 8  # for the rounding of lossy and subsampled formats; the bars are further apart
 
 
 def seen_bars(pixels, width, height):
@@ -24,20 +20,10 @@ def seen_bars(pixels, width, height):
 
 
 def colour_faults(pixels, width, height):
-    """Compares red, green, blue bytes of a picture with the card; returns what is wrong, or an empty list.
-
-    Raw frames appear in full range, since programs expand them; Motion-JPEG frames may appear as they are.
-    """
-    seen = list(seen_bars(pixels, width, height))
-    expanded = [tuple(full_range(value) for value in bar) for bar in BARS]
-    faults = []
-    for expected in (expanded, BARS):
-        faults = ["bar %d is %s instead of %s" % (number + 1, found, bar)
-                  for number, (found, bar) in enumerate(zip(seen, expected))
-                  if max(abs(a - b) for a, b in zip(found, bar)) > TOLERANCE]
-        if not faults:
-            break
-    return faults
+    """Compares red, green, blue bytes of a picture with the card; returns what is wrong, or an empty list."""
+    return ["bar %d is %s instead of %s" % (number + 1, seen, bar)
+            for number, (seen, bar) in enumerate(zip(seen_bars(pixels, width, height), BARS))
+            if max(abs(a - b) for a, b in zip(seen, bar)) > TOLERANCE]
 
 
 def yuyv_number(frame):

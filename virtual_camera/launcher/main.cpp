@@ -33,6 +33,7 @@ Runs COMMAND with virtual cameras at /dev/video0 and up. Its exit status is retu
   --max-rate              frames as fast as they are asked for
   --jpeg-padding BYTES    Motion-JPEG frames filled with zeros to a multiple of BYTES, or 'full'
   --unplug-after N|Ns     every camera vanishes after N frames, or N seconds after streaming began
+  --replug-after Ns       and comes back N seconds later
   --pause-after N Ts      every camera falls silent for T seconds after N frames
   --damage-every N        every Nth frame lacks its end
   --refuse REQUEST=ERRNO  a request or call always fails, as in VIDIOC_S_FMT=EBUSY or open=EACCES
@@ -63,10 +64,15 @@ struct Line_Option {
     int values;
 };
 constexpr Line_Option Line_Options[] = {
-    {"--no-metadata", "metadata none", 0}, {"--metadata", "metadata automatic", 0},
-    {"--max-rate", "rate max", 0},         {"--jpeg-padding", "jpeg-padding", 1},
-    {"--unplug-after", "unplug-after", 1}, {"--pause-after", "pause-after", 2},
-    {"--damage-every", "damage-every", 1}, {"--refuse", "refuse", 1},
+    {"--no-metadata", "metadata none", 0},
+    {"--metadata", "metadata automatic", 0},
+    {"--max-rate", "rate max", 0},
+    {"--jpeg-padding", "jpeg-padding", 1},
+    {"--unplug-after", "unplug-after", 1},
+    {"--replug-after", "replug-after", 1},
+    {"--pause-after", "pause-after", 2},
+    {"--damage-every", "damage-every", 1},
+    {"--refuse", "refuse", 1},
 };
 
 std::string Value(char**& next, const std::string& option)
