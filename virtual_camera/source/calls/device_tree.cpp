@@ -73,7 +73,7 @@ std::vector<Device> Devices_Of(const Camera_Description& camera)
         if (line.rfind("P:", 0) == 0) {
             devices.push_back({value, {"sys" + value}, {}});
         } else if (line.rfind("N:", 0) == 0 || line.rfind("S:", 0) == 0) {
-            const std::string file = value.substr(0, equals);
+            const std::string file = line[0] == 'S' ? value : value.substr(0, equals);
             std::string flat = file;
             std::replace(flat.begin(), flat.end(), '/', '_');
             devices.back().entries.insert(devices.back().entries.end(), {"dev/.node/" + flat, "dev/" + file});
