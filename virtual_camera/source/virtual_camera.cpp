@@ -1,3 +1,4 @@
+// The scripting interface: finds the camera and lays down what was asked for.
 #include "calls/registry.h"
 #include "script/request_log.h"
 
@@ -39,17 +40,17 @@ void Reset()
 
 void Fail(const std::string& node, uint32_t request, Fault fault)
 {
-    Needed(node)->Scripted().Add_Fault(request, fault);
+    Needed(node)->Scripted().faults.Add(request, fault, fault.times, fault.skip);
 }
 
 void Alter(const std::string& node, uint32_t request, std::function<void(void*)> change, int times, int skip)
 {
-    Needed(node)->Scripted().Add_Alteration(request, std::move(change), times, skip);
+    Needed(node)->Scripted().alterations.Add(request, std::move(change), times, skip);
 }
 
 void Script_Select(const std::string& node, int result, int error, int times, int skip)
 {
-    Needed(node)->Scripted().Add_Select({result, error}, times, skip);
+    Needed(node)->Scripted().selects.Add(Call_Select, {result, error}, times, skip);
 }
 
 void Hold_Frames(const std::string& node)
@@ -67,20 +68,14 @@ void Resume_Frames(const std::string& node)
     Needed(node)->Direct([](Frame_Schedule& schedule) { schedule.Resume(Now()); });
 }
 
-void Delay_Frames(const std::string& node, uint32_t milliseconds)
-{
-    const Time time = Time{milliseconds} * (Second / 1000);
-    Needed(node)->Direct([time](Frame_Schedule& schedule) { schedule.Delay(time); });
-}
-
 void Push_Frame(const std::string& node, std::vector<uint8_t> bytes)
 {
-    Needed(node)->Scripted().Push_Frame(std::move(bytes));
+    Needed(node)->Scripted().frames.Add(VIDIOC_DQBUF, std::move(bytes));
 }
 
 void Set_Descriptor_Minimum(const std::string& node, int minimum)
 {
-    Needed(node)->Scripted().Set_Descriptor_Minimum(minimum);
+    Needed(node)->Scripted().descriptor_minimum = minimum;
 }
 
 std::vector<uint8_t> Frame_Bytes(const std::string& node, uint32_t sequence)

@@ -60,9 +60,6 @@ void Deliver_Frames(const std::string& node, uint32_t count);
 /// Ends Hold_Frames: the next frame is due one interval from now.
 void Resume_Frames(const std::string& node);
 
-/// The next frame, and all after it, come later by `milliseconds`.
-void Delay_Frames(const std::string& node, uint32_t milliseconds);
-
 /// The next frame carries these bytes; frames handed in are delivered in order. Cut at the buffer's length.
 void Push_Frame(const std::string& node, std::vector<uint8_t> bytes);
 

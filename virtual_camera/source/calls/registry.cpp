@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <set>
 #include <thread>
 
 #include "calls/camera_calls.h"
@@ -58,14 +57,20 @@ Registry::Registry()
     }
 }
 
+std::set<Camera*> Registry::Cameras() const
+{
+    std::set<Camera*> cameras;
+    for (const auto& [path, node] : nodes) {
+        cameras.insert(node.camera.get());
+    }
+    return cameras;
+}
+
 void Registry::Lock_All()
 {
     mutex.lock();
-    std::set<Camera*> cameras;
-    for (const auto& [path, node] : nodes) {
-        if (cameras.insert(node.camera.get()).second) {
-            node.camera->Lock();
-        }
+    for (Camera* camera : Cameras()) {
+        camera->Lock();
     }
     Lock_Log();
 }
@@ -73,14 +78,11 @@ void Registry::Lock_All()
 void Registry::Unlock_All(bool in_child)
 {
     Unlock_Log();
-    std::set<Camera*> cameras;
-    for (const auto& [path, node] : nodes) {
-        if (cameras.insert(node.camera.get()).second) {
-            if (in_child) {
-                node.camera->Replace_Timers();
-            }
-            node.camera->Unlock();
+    for (Camera* camera : Cameras()) {
+        if (in_child) {
+            camera->Replace_Timers();
         }
+        camera->Unlock();
     }
     mutex.unlock();
 }
@@ -173,7 +175,7 @@ bool Registry::Open(const char* path, int flags, Answer& answer)
         file->is_metadata = found->second.is_metadata;
         file->node = node;
     }
-    const auto fault = file->camera->Scripted().Take_Fault(Call_Open);
+    const auto fault = file->camera->Scripted().faults.Take(Call_Open);
     if (fault && !fault->perform) {
         answer = {fault->result, fault->error};
     } else {
@@ -239,7 +241,7 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
                     int flags, off_t offset)
 {
     Camera::Mapped mapped;
-    const auto fault = file->camera->Scripted().Take_Fault(Call_Mmap);
+    const auto fault = file->camera->Scripted().faults.Take(Call_Mmap);
     if (fault) {
         mapped.address = MAP_FAILED;
         mapped.error = fault->error;

@@ -3,6 +3,7 @@
 #define WQZ_VIRTUAL_CAMERA_REGISTRY_H
 
 #include <map>
+#include <set>
 #include <unordered_map>
 
 #include "driver/camera.h"
@@ -55,6 +56,7 @@ private:
     void Add_Locked(Camera_Description description);
     void After_Unplug(const std::string& node);
     bool Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken);
+    std::set<Camera*> Cameras() const;
     void Lock_All();
     void Unlock_All(bool in_child);
 

@@ -137,7 +137,7 @@ int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
     const bool reads = first < files.size();
     const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_usec * 1000 : Never;
     const int64_t timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
-    const auto script = reads ? files[first]->camera->Scripted().Take_Select() : std::nullopt;
+    const auto script = reads ? files[first]->camera->Scripted().selects.Take(Call_Select) : std::nullopt;
     Answer answer;
     if (script) {
         answer = {script->result, script->error};

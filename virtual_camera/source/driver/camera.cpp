@@ -56,7 +56,7 @@ Camera::Camera(Camera_Description described, std::function<void()> unplugged_hoo
                         description.formats.front().sizes.front().height))
 {
     for (const Refusal& refusal : description.refusals) {
-        script.Add_Fault(refusal.request, {refusal.error, -1, refusal.times, 0, false});
+        script.faults.Add(refusal.request, {.error = refusal.error}, refusal.times);
     }
 }
 
@@ -66,7 +66,7 @@ int Camera::Open(const std::shared_ptr<Open_File>& file, int flags)
     if (unplugged) {
         return -ENOENT;
     }
-    const int fd = file->ready.Open(flags, script.Descriptor_Minimum());
+    const int fd = file->ready.Open(flags, script.descriptor_minimum);
     if (fd < 0) {
         return fd;
     }
@@ -153,7 +153,7 @@ void Camera::Arm_Timers()
 
 Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument)
 {
-    const auto fault = script.Take_Fault(request);
+    const auto fault = script.faults.Take(request);
     int result = 0;
     if (!fault || fault->perform) {
         Visit visit(*this);
@@ -164,8 +164,8 @@ Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument
     if (fault) {
         answer = {fault->result, fault->error};
     } else if (result >= 0) {
-        if (const auto change = script.Take_Alteration(request)) {
-            change(argument);
+        if (const auto change = script.alterations.Take(request)) {
+            (*change)(argument);
         }
     }
     if (Is_Logging()) {

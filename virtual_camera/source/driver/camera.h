@@ -5,6 +5,7 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <span>
 #include <string>
 
 #include "driver/buffer_queue.h"
@@ -101,17 +102,24 @@ private:
     struct Rule;
 
     static const Rule* Rule_Of(uint32_t request);
+
+    // Requests that only look something up.
+    template <typename Argument, int (*Ask)(const std::vector<Pixel_Format>&, Argument&)>
+    int Of_Formats(Call& call);
+    template <typename Argument, int (Control_Set::*Ask)(Argument&) const>
+    int Of_Controls(Call& call);
+
     int Perform(Call& call);
 
     int Query_Capability(Call& call);
     int Priority(Call& call);
-    int Enumerate(Call& call);
     int Format(Call& call);
     int Metadata_Format(Call& call);
     int Parameters(Call& call);
     int Input(Call& call);
     int Crop(Call& call);
-    int Control_Value(Call& call);
+    int Set_Control(Call& call);
+    int Control_List(Call& call);
     int Subscribe(Call& call);
     int Dequeue_Event(Call& call);
     int Request_Buffers(Call& call);
@@ -119,7 +127,7 @@ private:
     int Dequeue(Call& call);
 
     uint32_t Highest_Priority() const;
-    void Announce_Control(const Open_File& origin, uint32_t id, uint32_t changes);
+    void Announce(const Open_File& origin, std::span<const v4l2_ext_control> changed);
     int Wait_For_Frame(Call& call);
 
     /// One file at a time may change what the camera delivers; the metadata node's buffers have an owner of their own.

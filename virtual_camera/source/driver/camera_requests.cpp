@@ -10,15 +10,27 @@
 
 namespace virtual_camera {
 
+template <typename Argument, int (*Ask)(const std::vector<Pixel_Format>&, Argument&)>
+int Camera::Of_Formats(Call& call)
+{
+    return Ask(description.formats, call.As<Argument>());
+}
+
+template <typename Argument, int (Control_Set::*Ask)(Argument&) const>
+int Camera::Of_Controls(Call& call)
+{
+    return (controls.*Ask)(call.As<Argument>());
+}
+
 const Camera::Rule* Camera::Rule_Of(uint32_t request)
 {
     static constexpr std::array Rules{
         Rule{VIDIOC_QUERYCAP, &Camera::Query_Capability, &Camera::Query_Capability},
         Rule{VIDIOC_G_PRIORITY, &Camera::Priority, &Camera::Priority},
         Rule{VIDIOC_S_PRIORITY, &Camera::Priority, &Camera::Priority, true},
-        Rule{VIDIOC_ENUM_FMT, &Camera::Enumerate, &Camera::Metadata_Format},
-        Rule{VIDIOC_ENUM_FRAMESIZES, &Camera::Enumerate, nullptr},
-        Rule{VIDIOC_ENUM_FRAMEINTERVALS, &Camera::Enumerate, nullptr},
+        Rule{VIDIOC_ENUM_FMT, &Camera::Of_Formats<v4l2_fmtdesc, Enumerate_Format>, &Camera::Metadata_Format},
+        Rule{VIDIOC_ENUM_FRAMESIZES, &Camera::Of_Formats<v4l2_frmsizeenum, Enumerate_Size>, nullptr},
+        Rule{VIDIOC_ENUM_FRAMEINTERVALS, &Camera::Of_Formats<v4l2_frmivalenum, Enumerate_Interval>, nullptr},
         Rule{VIDIOC_G_FMT, &Camera::Format, &Camera::Metadata_Format},
         Rule{VIDIOC_S_FMT, &Camera::Format, &Camera::Metadata_Format, true},
         Rule{VIDIOC_TRY_FMT, &Camera::Format, &Camera::Metadata_Format},
@@ -29,14 +41,14 @@ const Camera::Rule* Camera::Rule_Of(uint32_t request)
         Rule{VIDIOC_S_INPUT, &Camera::Input, nullptr, true},
         Rule{VIDIOC_CROPCAP, &Camera::Crop, nullptr},
         Rule{VIDIOC_G_SELECTION, &Camera::Crop, nullptr},
-        Rule{VIDIOC_QUERYCTRL, &Camera::Enumerate, nullptr},
-        Rule{VIDIOC_QUERY_EXT_CTRL, &Camera::Enumerate, nullptr},
-        Rule{VIDIOC_QUERYMENU, &Camera::Enumerate, nullptr},
-        Rule{VIDIOC_G_CTRL, &Camera::Control_Value, nullptr},
-        Rule{VIDIOC_S_CTRL, &Camera::Control_Value, nullptr, true},
-        Rule{VIDIOC_G_EXT_CTRLS, &Camera::Control_Value, nullptr},
-        Rule{VIDIOC_S_EXT_CTRLS, &Camera::Control_Value, nullptr, true},
-        Rule{VIDIOC_TRY_EXT_CTRLS, &Camera::Control_Value, nullptr},
+        Rule{VIDIOC_QUERYCTRL, &Camera::Of_Controls<v4l2_queryctrl, &Control_Set::Query>, nullptr},
+        Rule{VIDIOC_QUERY_EXT_CTRL, &Camera::Of_Controls<v4l2_query_ext_ctrl, &Control_Set::Query_Extended>, nullptr},
+        Rule{VIDIOC_QUERYMENU, &Camera::Of_Controls<v4l2_querymenu, &Control_Set::Query_Menu>, nullptr},
+        Rule{VIDIOC_G_CTRL, &Camera::Of_Controls<v4l2_control, &Control_Set::Get>, nullptr},
+        Rule{VIDIOC_S_CTRL, &Camera::Set_Control, nullptr, true},
+        Rule{VIDIOC_G_EXT_CTRLS, &Camera::Control_List, nullptr},
+        Rule{VIDIOC_S_EXT_CTRLS, &Camera::Control_List, nullptr, true},
+        Rule{VIDIOC_TRY_EXT_CTRLS, &Camera::Control_List, nullptr},
         Rule{VIDIOC_SUBSCRIBE_EVENT, &Camera::Subscribe, nullptr},
         Rule{VIDIOC_UNSUBSCRIBE_EVENT, &Camera::Subscribe, nullptr},
         Rule{VIDIOC_DQEVENT, &Camera::Dequeue_Event, nullptr},
@@ -114,24 +126,6 @@ int Camera::Priority(Call& call)
     }
     call.file.priority = priority;
     return 0;
-}
-
-int Camera::Enumerate(Call& call)
-{
-    switch (call.request) {
-        case VIDIOC_ENUM_FMT:
-            return Enumerate_Format(description.formats, call.As<v4l2_fmtdesc>());
-        case VIDIOC_ENUM_FRAMESIZES:
-            return Enumerate_Size(description.formats, call.As<v4l2_frmsizeenum>());
-        case VIDIOC_ENUM_FRAMEINTERVALS:
-            return Enumerate_Interval(description.formats, call.As<v4l2_frmivalenum>());
-        case VIDIOC_QUERYCTRL:
-            return controls.Query(call.As<v4l2_queryctrl>());
-        case VIDIOC_QUERY_EXT_CTRL:
-            return controls.Query_Extended(call.As<v4l2_query_ext_ctrl>());
-        default:
-            return controls.Query_Menu(call.As<v4l2_querymenu>());
-    }
 }
 
 int Camera::Format(Call& call)
@@ -247,43 +241,54 @@ int Camera::Crop(Call& call)
 }
 
 // A change is told to the files that have subscribed, and with it what has become of the controls that it rules.
-void Camera::Announce_Control(const Open_File& origin, uint32_t id, uint32_t changes)
+void Camera::Announce(const Open_File& origin, std::span<const v4l2_ext_control> changed)
 {
-    const auto event = controls.Event(id, changes);
-    for (const auto& file : files) {
-        if (event && file->events.Wants(id, file.get() == &origin)) {
-            file->events.Push(*event);
+    const auto tell = [this, &origin](uint32_t id, uint32_t changes) {
+        const auto event = controls.Event(id, changes);
+        for (const auto& file : files) {
+            if (event && file->events.Wants(id, file.get() == &origin)) {
+                file->events.Push(*event);
+            }
         }
+    };
+    const auto is_changed = [&changed](uint32_t id) {
+        return std::any_of(changed.begin(), changed.end(), [id](const v4l2_ext_control& one) { return one.id == id; });
+    };
+    for (const v4l2_ext_control& one : changed) {
+        for (uint32_t ruled : controls.Ruled_By(one.id)) {
+            if (!is_changed(ruled)) {
+                tell(ruled, V4L2_EVENT_CTRL_CH_FLAGS);
+            }
+        }
+        tell(one.id, V4L2_EVENT_CTRL_CH_VALUE);
     }
 }
 
-int Camera::Control_Value(Call& call)
+int Camera::Set_Control(Call& call)
 {
-    if (call.request == VIDIOC_G_CTRL) {
-        return controls.Get(call.As<v4l2_control>());
+    auto& control = call.As<v4l2_control>();
+    v4l2_ext_control entry{};
+    entry.id = control.id;
+    entry.value = control.value;
+    v4l2_ext_controls list{};
+    list.count = 1;
+    list.controls = &entry;
+    const int error = controls.Extended(VIDIOC_S_EXT_CTRLS, list);
+    if (!error) {
+        control.value = entry.value;
+        Announce(call.file, {&entry, 1});
     }
-    std::vector<uint32_t> changed;
-    if (call.request == VIDIOC_S_CTRL) {
-        changed.push_back(call.As<v4l2_control>().id);
-    } else if (call.request == VIDIOC_S_EXT_CTRLS) {
-        const auto& list = call.As<v4l2_ext_controls>();
-        std::transform(list.controls, list.controls + list.count, std::back_inserter(changed),
-                       [](const v4l2_ext_control& control) { return control.id; });
+    return error;
+}
+
+int Camera::Control_List(Call& call)
+{
+    auto& list = call.As<v4l2_ext_controls>();
+    const int error = controls.Extended(call.request, list);
+    if (!error && call.request == VIDIOC_S_EXT_CTRLS) {
+        Announce(call.file, {list.controls, list.count});
     }
-    const int error = call.request == VIDIOC_S_CTRL ? controls.Set(call.As<v4l2_control>())
-                                                    : controls.Extended(call.request, call.As<v4l2_ext_controls>());
-    if (error) {
-        return error;
-    }
-    for (uint32_t id : changed) {
-        for (uint32_t ruled : controls.Ruled_By(id)) {
-            if (std::count(changed.begin(), changed.end(), ruled) == 0) {
-                Announce_Control(call.file, ruled, V4L2_EVENT_CTRL_CH_FLAGS);
-            }
-        }
-        Announce_Control(call.file, id, V4L2_EVENT_CTRL_CH_VALUE);
-    }
-    return 0;
+    return error;
 }
 
 int Camera::Subscribe(Call& call)

@@ -227,19 +227,4 @@ std::vector<uint32_t> Control_Set::Ruled_By(uint32_t master) const
     return ids;
 }
 
-int Control_Set::Set(v4l2_control& control)
-{
-    v4l2_ext_control entry{};
-    entry.id = control.id;
-    entry.value = control.value;
-    v4l2_ext_controls list{};
-    list.count = 1;
-    list.controls = &entry;
-    const int error = Extended(VIDIOC_S_EXT_CTRLS, list);
-    if (!error) {
-        control.value = entry.value;
-    }
-    return error;
-}
-
 }  // namespace virtual_camera

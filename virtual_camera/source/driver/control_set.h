@@ -16,7 +16,6 @@ public:
     int Query_Extended(v4l2_query_ext_ctrl& extended) const;
     int Query_Menu(v4l2_querymenu& query) const;
     int Get(v4l2_control& control) const;
-    int Set(v4l2_control& control);
 
     /// VIDIOC_G_EXT_CTRLS, VIDIOC_S_EXT_CTRLS or VIDIOC_TRY_EXT_CTRLS; sets error_idx on failure.
     int Extended(uint32_t request, v4l2_ext_controls& list);

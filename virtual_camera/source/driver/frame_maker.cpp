@@ -50,7 +50,7 @@ uint32_t Frame_Maker::Paint(uint8_t* target, size_t capacity, uint32_t sequence,
 
 uint32_t Frame_Maker::Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content)
 {
-    if (const auto bytes = script.Take_Frame()) {
+    if (const auto bytes = script.frames.Take(VIDIOC_DQBUF)) {
         const size_t used = std::min(capacity, bytes->size());
         std::copy_n(bytes->begin(), used, target);
         content.reset();

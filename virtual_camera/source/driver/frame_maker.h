@@ -3,20 +3,22 @@
 #define WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
 
 #include "driver/format_negotiation.h"
-#include "driver/frame_schedule.h"
 #include "picture/frame_painter.h"
 #include "script/script.h"
 
 namespace virtual_camera {
 
-class Frame_Maker : public Frame_Source {
+class Frame_Maker {
 public:
     Frame_Maker(const Camera_Description& of_camera, Script& scripted);
 
     /// Renders what frames of a mode are made of, which takes some milliseconds; nothing when it is there already.
     void Set_Mode(const Video_Mode& wanted);
 
-    uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content) override;
+    /// Puts a frame into a buffer.
+    /// @param content  the frame that the buffer still holds, if it is a whole one of this mode; updated
+    /// @return bytes used
+    uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content);
 
     /// A frame as Fill would write it into a fresh buffer, scripted frames left out.
     std::vector<uint8_t> Frame_Bytes(uint32_t sequence);

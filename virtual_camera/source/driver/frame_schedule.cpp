@@ -17,7 +17,7 @@ Time To_Time(v4l2_fract interval)
 
 }  // namespace
 
-void Frame_Schedule::Start(v4l2_fract frame_interval, Frame_Source* frames_from, Time now)
+void Frame_Schedule::Start(v4l2_fract frame_interval, Frame_Maker* frames_from, Time now)
 {
     source = frames_from;
     interval = To_Time(frame_interval);

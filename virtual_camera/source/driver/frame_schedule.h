@@ -3,18 +3,9 @@
 #define WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
 
 #include "driver/buffer_queue.h"
+#include "driver/frame_maker.h"
 
 namespace virtual_camera {
-
-/// Puts frames into buffers.
-class Frame_Source {
-public:
-    virtual ~Frame_Source() = default;
-
-    /// @param content  the frame that the buffer still holds, if it is a whole one of this source; updated
-    /// @return bytes used
-    virtual uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content) = 0;
-};
 
 /// Faults are counted in frames since the camera was plugged in.
 struct Delivery_Plan {
@@ -35,7 +26,7 @@ public:
     {
     }
 
-    void Start(v4l2_fract frame_interval, Frame_Source* frames_from, Time now);
+    void Start(v4l2_fract frame_interval, Frame_Maker* frames_from, Time now);
     void Advance(Time now);
 
     /// When the next queued buffer is filled or the camera vanishes, if nothing else happens; or Never.
@@ -47,7 +38,6 @@ public:
     void Hold() { held = true; }
     void Deliver(uint32_t count) { allowance += count; }
     void Resume(Time now);
-    void Delay(Time time) { start += time; }
 
 private:
     Time Next_Due() const { return start + (Time{sequence} + 1) * interval; }
@@ -59,7 +49,7 @@ private:
     Delivery_Plan plan;
     Buffer_Queue& video;
     Buffer_Queue& metadata;
-    Frame_Source* source = nullptr;
+    Frame_Maker* source = nullptr;
     Time start = 0;
     Time interval = 1;
     uint32_t sequence = 0;

@@ -10,49 +10,74 @@
 
 namespace virtual_camera {
 
-struct Select_Answer {
-    int result = 0;
-    int error = 0;
-};
-
-class Script {
+/// Answers of one kind to calls: those to one request follow one another.
+template <typename What>
+class Steps {
 public:
-    using Alteration = std::function<void(void*)>;
+    void Add(uint32_t request, What what, int times = 1, int skip = 0)
+    {
+        const std::lock_guard lock(mutex);
+        steps[request].push_back({std::move(what), times, skip});
+    }
 
-    void Add_Fault(uint32_t request, const Fault& fault);
-    void Add_Alteration(uint32_t request, Alteration change, int times, int skip);
-    void Add_Select(const Select_Answer& answer, int times, int skip);
-    void Push_Frame(std::vector<uint8_t> bytes);
-    void Set_Descriptor_Minimum(int minimum) { descriptor_minimum = minimum; }
-
-    // Each takes what is due at this call.
-    std::optional<Fault> Take_Fault(uint32_t request);
-    Alteration Take_Alteration(uint32_t request);
-    std::optional<Select_Answer> Take_Select();
-    std::optional<std::vector<uint8_t>> Take_Frame();
-    int Descriptor_Minimum() const { return descriptor_minimum; }
+    /// @return what is due at this call
+    std::optional<What> Take(uint32_t request)
+    {
+        const std::lock_guard lock(mutex);
+        const auto found = steps.find(request);
+        if (found == steps.end() || found->second.empty() || found->second.front().skip-- > 0) {
+            return std::nullopt;
+        }
+        Step& step = found->second.front();
+        step.skip = 0;
+        std::optional<What> what = step.what;
+        if (step.times != Always && --step.times <= 0) {
+            found->second.pop_front();
+        }
+        return what;
+    }
 
     // Around a fork.
     void Lock() { mutex.lock(); }
     void Unlock() { mutex.unlock(); }
 
 private:
-    template <typename What>
     struct Step {
         What what;
         int times;
         int skip;
     };
 
-    template <typename What>
-    static std::optional<What> Take(std::deque<Step<What>>& steps);
-
-    std::atomic<int> descriptor_minimum{0};
     std::mutex mutex;
-    std::map<uint32_t, std::deque<Step<Fault>>> faults;
-    std::map<uint32_t, std::deque<Step<Alteration>>> alterations;
-    std::deque<Step<Select_Answer>> selects;
-    std::deque<std::vector<uint8_t>> frames;
+    std::map<uint32_t, std::deque<Step>> steps;
+};
+
+struct Select_Answer {
+    int result = 0;
+    int error = 0;
+};
+
+struct Script {
+    Steps<Fault> faults;
+    Steps<std::function<void(void*)>> alterations;
+    Steps<Select_Answer> selects;        // of Call_Select
+    Steps<std::vector<uint8_t>> frames;  // of VIDIOC_DQBUF
+    std::atomic<int> descriptor_minimum{0};
+
+    void Lock()
+    {
+        faults.Lock();
+        alterations.Lock();
+        selects.Lock();
+        frames.Lock();
+    }
+    void Unlock()
+    {
+        frames.Unlock();
+        selects.Unlock();
+        alterations.Unlock();
+        faults.Unlock();
+    }
 };
 
 }  // namespace virtual_camera
