@@ -1,13 +1,127 @@
-// The intercepted calls, handed to the registry of cameras.
+// The intercepted calls as cameras answer them. Select and poll report what only a driver knows.
 #include "calls/camera_calls.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
-#include <cerrno>
+#include <algorithm>
+#include <vector>
 
 #include "calls/registry.h"
+#include "script/request_log.h"
+#include "system/real_calls.h"
 
 namespace virtual_camera::calls {
+namespace {
+
+using Files = std::vector<std::shared_ptr<Open_File>>;  // null where a descriptor is no camera's
+
+// Sets larger than fd_set are in use for descriptors beyond it, hence no FD_ISSET.
+bool Holds(const fd_set* set, int fd)
+{
+    const auto* words = reinterpret_cast<const fd_mask*>(set);
+    return set && (words[fd / NFDBITS] & (fd_mask{1} << (fd % NFDBITS))) != 0;
+}
+
+void Clear_Set(fd_set* set, int count)
+{
+    auto* words = reinterpret_cast<fd_mask*>(set);
+    for (int i = 0; set && i * NFDBITS < count; i++) {
+        words[i] = 0;
+    }
+}
+
+void Insert(fd_set* set, int fd)
+{
+    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= fd_mask{1} << (fd % NFDBITS);
+}
+
+timespec Remaining(Time end)
+{
+    const Time left = std::max<Time>(end - Now(), 0);
+    return {left / Second, left % Second};
+}
+
+Files Files_Of(const std::vector<pollfd>& entries)
+{
+    Files files;
+    for (const pollfd& entry : entries) {
+        files.push_back(entry.fd < 0 ? nullptr : Registry::Instance().File_Of(entry.fd));
+    }
+    return files;
+}
+
+bool Concerns_Camera(const Files& files)
+{
+    return std::any_of(files.begin(), files.end(), [](const auto& file) { return file != nullptr; });
+}
+
+// The kernel waits for what it can see of a camera: its descriptor for frames and errors, another one for events.
+Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* timeout, const sigset_t* mask)
+{
+    std::vector<pollfd> waits = entries;
+    for (size_t i = 0; i < entries.size(); i++) {
+        if (files[i] && (entries[i].events & (POLLIN | POLLRDNORM)) == 0) {
+            waits[i].fd = -1;
+        }
+        if (files[i] && (entries[i].events & POLLPRI) != 0) {
+            waits.push_back({files[i]->camera->Event_Descriptor(*files[i]), POLLIN, 0});
+        }
+    }
+    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_nsec : Never;
+    for (;;) {
+        const timespec left = Remaining(end);
+        const int woken = real::Ppoll(waits.data(), waits.size(), timeout ? &left : nullptr, mask);
+        if (woken < 0) {
+            return {-1, errno};
+        }
+        int ready = 0;
+        for (size_t i = 0; i < entries.size(); i++) {
+            entries[i].revents = files[i] ? files[i]->camera->Poll(*files[i], entries[i].events) : waits[i].revents;
+            ready += entries[i].revents != 0 ? 1 : 0;
+        }
+        if (woken == 0 || ready > 0) {
+            return {ready, 0};
+        }
+    }
+}
+
+/// What select asks about, as for poll.
+std::vector<pollfd> Entries_Of(int count, const fd_set* read, const fd_set* write, const fd_set* except)
+{
+    std::vector<pollfd> entries;
+    for (int fd = 0; fd < count; fd++) {
+        const int events =
+            (Holds(read, fd) ? POLLIN : 0) | (Holds(write, fd) ? POLLOUT : 0) | (Holds(except, fd) ? POLLPRI : 0);
+        if (events != 0) {
+            entries.push_back({fd, static_cast<short>(events), 0});
+        }
+    }
+    return entries;
+}
+
+/// Leaves in a set of select's what is ready. @return how many are
+int Keep_Ready(fd_set* set, int count, const std::vector<pollfd>& entries, int asked, int granted)
+{
+    int kept = 0;
+    Clear_Set(set, count);
+    for (const pollfd& entry : entries) {
+        if ((entry.events & asked) != 0 && (entry.revents & granted) != 0) {
+            Insert(set, entry.fd);
+            kept++;
+        }
+    }
+    return kept;
+}
+
+void Log_Select(const Open_File& file, int fd, int count, int64_t timeout_us, const Answer& answer)
+{
+    Log_Entry entry = Call_Entry(Call_Select, file.node, fd, answer.result, answer.error);
+    entry.value = count;
+    entry.timeout_us = timeout_us;
+    Append_To_Log(std::move(entry));
+}
+
+}  // namespace
 
 int in_use = 0;
 
@@ -66,6 +180,67 @@ void Duplicate(int original, int copy)
 {
     const Errno_Keeper keeper;
     Registry::Instance().Duplicate(original, copy);
+}
+
+int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
+{
+    Errno_Keeper keeper;
+    std::vector<pollfd> entries = Entries_Of(count, read, write, except);
+    const Files files = Files_Of(entries);
+    if (!Concerns_Camera(files)) {
+        const int result = real::Select(count, read, write, except, timeout);
+        keeper.Set(result < 0 ? errno : 0);
+        return result;
+    }
+    size_t first = 0;  // the first camera that is to be read
+    while (first < files.size() && (!files[first] || (entries[first].events & POLLIN) == 0)) {
+        first++;
+    }
+    const bool reads = first < files.size();
+    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_usec * 1000 : Never;
+    const int64_t timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
+    const auto script = reads ? files[first]->camera->Scripted().selects.Take(Call_Select) : std::nullopt;
+    Answer answer;
+    if (script) {
+        answer = *script;
+        entries[first].revents = static_cast<short>(script->result > 0 ? POLLIN : 0);
+    } else {
+        const timespec left = Remaining(end);
+        answer = Wait(entries, files, timeout ? &left : nullptr, nullptr);
+    }
+    if (std::any_of(entries.begin(), entries.end(), [](const pollfd& e) { return (e.revents & POLLNVAL) != 0; })) {
+        answer = {-1, EBADF};
+    }
+    if (answer.result >= 0) {
+        const int ready = Keep_Ready(read, count, entries, POLLIN, POLLIN | POLLHUP | POLLERR) +
+                          Keep_Ready(write, count, entries, POLLOUT, POLLOUT | POLLERR) +
+                          Keep_Ready(except, count, entries, POLLPRI, POLLPRI);
+        answer.result = script ? answer.result : ready;
+    }
+    if (timeout && !script) {
+        const timespec rest = Remaining(end);
+        *timeout = {rest.tv_sec, rest.tv_nsec / 1000};
+    }
+    if (reads && Is_Logging()) {
+        Log_Select(*files[first], entries[first].fd, count, timeout_us, answer);
+    }
+    keeper.Set(answer.error);
+    return answer.result;
+}
+
+bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result)
+{
+    Errno_Keeper keeper;
+    std::vector<pollfd> asked(entries, entries + count);
+    const Files files = Files_Of(asked);
+    if (!Concerns_Camera(files)) {
+        return false;
+    }
+    const Answer answer = Wait(asked, files, timeout, mask);
+    std::copy(asked.begin(), asked.end(), entries);
+    keeper.Set(answer.error);
+    *result = answer.result;
+    return true;
 }
 
 }  // namespace virtual_camera::calls

@@ -12,7 +12,7 @@
 
 #include "calls/camera_calls.h"
 #include "calls/device_tree.h"
-#include "description/description_completion.h"
+#include "description/description_parts.h"
 #include "script/request_log.h"
 
 namespace virtual_camera {
@@ -72,12 +72,10 @@ void Registry::Lock_All()
     for (Camera* camera : Cameras()) {
         camera->Lock();
     }
-    Lock_Log();
 }
 
 void Registry::Unlock_All(bool in_child)
 {
-    Unlock_Log();
     for (Camera* camera : Cameras()) {
         if (in_child) {
             camera->Replace_Timers();

@@ -1,3 +1,4 @@
+// The cameras that a test or the launcher gets without describing one.
 #include <virtual_camera/description.h>
 #include <cstdio>
 

@@ -1,4 +1,5 @@
-#include "description/description_completion.h"
+// Node numbers and bus information for cameras that name none.
+#include "description/description_parts.h"
 
 #include <set>
 

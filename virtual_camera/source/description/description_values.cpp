@@ -1,4 +1,5 @@
-#include "description/description_values.h"
+// Reading of single values.
+#include "description/description_parts.h"
 
 #include <cmath>
 #include <cstring>

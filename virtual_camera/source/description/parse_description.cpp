@@ -4,8 +4,7 @@
 #include <cctype>
 #include <map>
 
-#include "description/description_completion.h"
-#include "description/description_values.h"
+#include "description/description_parts.h"
 
 namespace virtual_camera {
 namespace {

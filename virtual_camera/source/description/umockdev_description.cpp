@@ -6,8 +6,7 @@
 #include <cstring>
 #include <set>
 
-#include "description/description_completion.h"
-#include "description/description_values.h"
+#include "description/description_parts.h"
 
 namespace virtual_camera {
 namespace {

@@ -8,10 +8,28 @@
 #include <optional>
 #include <vector>
 
-#include "system/buffer_memory.h"
 #include "system/monotonic_time.h"
 
 namespace virtual_camera {
+
+/// The memory of one buffer: shared memory that programs map, or memory that a program handed over.
+/// When there is none the object is empty: Data() is null.
+class Buffer_Memory {
+public:
+    explicit Buffer_Memory(size_t bytes);
+    explicit Buffer_Memory(void* own);  ///< memory that is not freed
+    ~Buffer_Memory();
+    Buffer_Memory(const Buffer_Memory&) = delete;
+    Buffer_Memory& operator=(const Buffer_Memory&) = delete;
+
+    uint8_t* Data() const { return data; }
+    int Descriptor() const { return fd; }
+
+private:
+    int fd = -1;
+    uint8_t* data = nullptr;
+    size_t mapped_bytes = 0;
+};
 
 /// States: without buffers -> Request or Create -> stopped <-> Start/Stop -> streaming.
 /// Functions that return int give 0 or a negative errno.

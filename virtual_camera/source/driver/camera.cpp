@@ -13,26 +13,6 @@
 #include "system/real_calls.h"
 
 namespace virtual_camera {
-namespace {
-
-Time To_Time(double seconds)
-{
-    return static_cast<Time>(seconds * static_cast<double>(Second));
-}
-
-Delivery_Plan Plan_Of(const Camera_Description& description)
-{
-    Delivery_Plan plan;
-    plan.max_rate = description.max_rate;
-    plan.unplug_after_frames = description.unplug_after_frames;
-    plan.unplug_after = To_Time(description.unplug_after_seconds);
-    plan.pause_after_frames = description.pause_after_frames;
-    plan.pause = To_Time(description.pause_seconds);
-    return plan;
-}
-
-}  // namespace
-
 Camera::Visit::~Visit()
 {
     camera.Arm_Timers();
@@ -49,7 +29,7 @@ Camera::Camera(Camera_Description described, std::function<void()> unplugged_hoo
       controls(description.controls),
       video(V4L2_BUF_TYPE_VIDEO_CAPTURE, description.orphans_buffers),
       metadata(V4L2_BUF_TYPE_META_CAPTURE, description.orphans_buffers),
-      schedule(Plan_Of(description), video, metadata),
+      schedule(description, video, metadata),
       frames(description, script),
       mode(Nearest_Mode(description.formats, description.formats.front().fourcc,
                         description.formats.front().sizes.front().width,

@@ -10,7 +10,6 @@
 
 #include "driver/buffer_queue.h"
 #include "driver/control_set.h"
-#include "driver/event_queue.h"
 #include "driver/format_negotiation.h"
 #include "driver/frame_maker.h"
 #include "driver/frame_schedule.h"
@@ -36,11 +35,6 @@ struct Open_File {
     Time armed = Never;            // when `ready` is due
     uint32_t priority = V4L2_PRIORITY_DEFAULT;
     Event_Queue events;
-};
-
-struct Answer {
-    int result = 0;
-    int error = 0;
 };
 
 class Camera {
@@ -84,16 +78,8 @@ public:
     std::vector<uint8_t> Frame_Bytes(uint32_t sequence);
 
     // Around a fork: the child gets timers of its own, so that it does not rearm its parent's.
-    void Lock()
-    {
-        mutex.lock();
-        script.Lock();
-    }
-    void Unlock()
-    {
-        script.Unlock();
-        mutex.unlock();
-    }
+    void Lock() { mutex.lock(); }
+    void Unlock() { mutex.unlock(); }
     void Replace_Timers();
 
 private:

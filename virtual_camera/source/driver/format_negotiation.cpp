@@ -1,3 +1,4 @@
+// The kernel's rules of choosing and listing formats.
 #include "driver/format_negotiation.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Frames of the test card, padded and damaged as described.
 #include "driver/frame_maker.h"
 
 #include <algorithm>

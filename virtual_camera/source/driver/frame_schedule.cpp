@@ -9,10 +9,9 @@
 namespace virtual_camera {
 namespace {
 
-Time To_Time(v4l2_fract interval)
+Time To_Time(double seconds)
 {
-    return std::max<Time>(
-        1, std::llround(static_cast<double>(interval.numerator) * static_cast<double>(Second) / interval.denominator));
+    return std::llround(seconds * static_cast<double>(Second));
 }
 
 }  // namespace
@@ -20,14 +19,14 @@ Time To_Time(v4l2_fract interval)
 void Frame_Schedule::Start(v4l2_fract frame_interval, Frame_Maker* frames_from, Time now)
 {
     source = frames_from;
-    interval = To_Time(frame_interval);
+    interval = std::max<Time>(1, To_Time(double{1} * frame_interval.numerator / frame_interval.denominator));
     start = now;
     sequence = 0;
     if (frames == 0 && plan.pause_after_frames == 0) {
-        start += plan.pause;
+        start += To_Time(plan.pause_seconds);
     }
-    if (plan.unplug_after > 0 && unplug_at == Never) {
-        unplug_at = now + plan.unplug_after;
+    if (plan.unplug_after_seconds > 0 && unplug_at == Never) {
+        unplug_at = now + To_Time(plan.unplug_after_seconds);
     }
     video.Forget_Contents();
 }
@@ -56,7 +55,7 @@ void Frame_Schedule::Pass_Frame(Time time)
     sequence++;
     frames++;
     if (frames == plan.pause_after_frames) {
-        start = plan.max_rate ? time + plan.pause : start + plan.pause;
+        start = (plan.max_rate ? time : start) + To_Time(plan.pause_seconds);
     }
 }
 

@@ -7,22 +7,13 @@
 
 namespace virtual_camera {
 
-/// Faults are counted in frames since the camera was plugged in.
-struct Delivery_Plan {
-    bool max_rate = false;
-    uint32_t unplug_after_frames = 0;
-    Time unplug_after = 0;
-    uint32_t pause_after_frames = 0;
-    Time pause = 0;
-};
-
 /// Nothing happens by itself: each call on a camera first lets the time pass that went by since the last one
 /// (Advance). At a frame's time the oldest queued buffer is filled; when none is queued, the frame's number is skipped.
 /// A queued metadata buffer is filled together with a video buffer.
 class Frame_Schedule {
 public:
-    Frame_Schedule(const Delivery_Plan& delivery, Buffer_Queue& video_queue, Buffer_Queue& metadata_queue)
-        : plan(delivery), video(video_queue), metadata(metadata_queue)
+    Frame_Schedule(const Camera_Description& described, Buffer_Queue& video_queue, Buffer_Queue& metadata_queue)
+        : plan(described), video(video_queue), metadata(metadata_queue)
     {
     }
 
@@ -32,7 +23,7 @@ public:
     /// When the next queued buffer is filled or the camera vanishes, if nothing else happens; or Never.
     Time Next_Event() const;
 
-    /// The plan's unplugging has come.
+    /// The described unplugging has come.
     bool Is_Lost() const { return lost; }
 
     void Hold() { held = true; }
@@ -46,7 +37,7 @@ private:
     void Pass_Frame(Time time);
     void Fill_Metadata(Time time);
 
-    Delivery_Plan plan;
+    const Camera_Description& plan;
     Buffer_Queue& video;
     Buffer_Queue& metadata;
     Frame_Maker* source = nullptr;

@@ -1,7 +1,6 @@
-// The font's glyphs: six bits a row, the top row and the leftmost pixel in the highest bits.
-#include "picture/font.h"
-
-#include <cstdint>
+// The font is the X Window System's public-domain font 6x10. A glyph has six bits a row; the top row and the leftmost
+// pixel are in the highest bits.
+#include "picture/test_card.h"
 
 namespace virtual_camera {
 namespace {

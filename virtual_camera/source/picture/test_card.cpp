@@ -5,8 +5,6 @@
 #include <array>
 #include <cmath>
 
-#include "picture/font.h"
-
 namespace virtual_camera {
 namespace {
 

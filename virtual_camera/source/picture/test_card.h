@@ -20,6 +20,13 @@ struct Picture {
     const uint8_t* At(int x, int y) const { return &rgb[static_cast<size_t>(y * width + x) * 3]; }
 };
 
+// The card's font: printable ASCII, 6 by 10 pixels.
+constexpr int Glyph_Width = 6;
+constexpr int Glyph_Height = 10;
+
+/// @return whether a pixel of the character is set; none is in what is not printable ASCII
+bool Glyph_Has(char character, int x, int y);
+
 constexpr int Block_Width = 16;  // of a Motion-JPEG coding unit with 4:2:2 chroma
 constexpr int Block_Height = 8;
 

@@ -55,16 +55,6 @@ bool Is_Logging()
     return logging.load(std::memory_order_relaxed);
 }
 
-void Lock_Log()
-{
-    log_mutex.lock();
-}
-
-void Unlock_Log()
-{
-    log_mutex.unlock();
-}
-
 Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result, int error)
 {
     Log_Entry entry;

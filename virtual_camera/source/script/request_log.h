@@ -9,10 +9,6 @@ namespace virtual_camera {
 bool Is_Logging();
 void Stop_Log();  // and empties it
 
-// Around a fork.
-void Lock_Log();
-void Unlock_Log();
-
 /// An entry of what every call has.
 Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result, int error);
 

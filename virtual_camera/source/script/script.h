@@ -37,10 +37,6 @@ public:
         return what;
     }
 
-    // Around a fork.
-    void Lock() { mutex.lock(); }
-    void Unlock() { mutex.unlock(); }
-
 private:
     struct Step {
         What what;
@@ -52,32 +48,17 @@ private:
     std::map<uint32_t, std::deque<Step>> steps;
 };
 
-struct Select_Answer {
+struct Answer {
     int result = 0;
-    int error = 0;
+    int error = 0;  // errno when the call failed
 };
 
 struct Script {
     Steps<Fault> faults;
     Steps<std::function<void(void*)>> alterations;
-    Steps<Select_Answer> selects;        // of Call_Select
+    Steps<Answer> selects;               // of Call_Select
     Steps<std::vector<uint8_t>> frames;  // of VIDIOC_DQBUF
     std::atomic<int> descriptor_minimum{0};
-
-    void Lock()
-    {
-        faults.Lock();
-        alterations.Lock();
-        selects.Lock();
-        frames.Lock();
-    }
-    void Unlock()
-    {
-        frames.Unlock();
-        selects.Unlock();
-        alterations.Unlock();
-        faults.Unlock();
-    }
 };
 
 }  // namespace virtual_camera

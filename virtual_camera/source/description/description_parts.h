@@ -1,11 +1,14 @@
-// Values in a description's text. Each function throws Description_Error for what it cannot read.
+// The parts of reading a description.
 #ifndef WQZ_VIRTUAL_CAMERA_DESCRIPTION_VALUES_H
 #define WQZ_VIRTUAL_CAMERA_DESCRIPTION_VALUES_H
 
 #include <virtual_camera/description.h>
 #include <charconv>
+#include <functional>
 
 namespace virtual_camera {
+
+// Values in the text. Each function throws Description_Error for what it cannot read.
 
 using Words = std::vector<std::string>;
 
@@ -38,6 +41,21 @@ Frame_Size Parse_Size(const std::string& text);
 
 uint32_t Parse_Fourcc(const std::string& text);
 int Parse_Errno(const std::string& text);
+
+// What a description leaves open: node numbers and the bus information.
+
+/// "video4" of "/dev/video4".
+std::string Node_Name(const std::string& path);
+
+/// 4 of "/dev/video4"; 0 without a number.
+unsigned Node_Number(const std::string& path);
+
+/// Fills the open fields in; `is_taken` tells which paths other cameras have.
+void Complete(Camera_Description& camera, const std::function<bool(const std::string&)>& is_taken);
+
+/// Completes cameras that stand beside each other.
+/// @throw Description_Error when two want the same node
+void Complete_All(std::vector<Camera_Description>& cameras);
 
 }  // namespace virtual_camera
 
