@@ -1,8 +1,8 @@
 // The length of a Motion-JPEG image: taken from the driver, or searched for in a buffer that zeros fill up.
 #include <cstdio>
-#include <cstring>
 
 #include "Stream/frame_buffer.h"
+#include "Stream/image_end.h"
 #include "Trace/trace.h"
 
 namespace {
@@ -25,70 +25,18 @@ constexpr Trace_Line Search_No_End = Module.End(229, "MJPEG_Length");
 constexpr Trace_Line Search_Done = Module.End(232, "MJPEG_Length");
 }  // namespace mark
 
-constexpr uint32_t Probe_Words = 25;
-constexpr uint32_t Probe_Bytes = Probe_Words * 4;
-constexpr uint32_t Marker_Bytes = 2;
-
-bool Starts_Image(const uint8_t* p_data)
-{
-    return p_data[0] == 0xFF && p_data[1] == 0xD8;
-}
-
-bool Ends_Image(const uint8_t* p_data, uint32_t length)
-{
-    return p_data[length - 2] == 0xFF && p_data[length - 1] == 0xD9;
-}
-
-// Whether any of the 100 bytes before the word boundary at or below `shift` is not zero.
 bool data_Vail(const uint8_t* p_data, uint32_t shift)
 {
     Trace(mark::Probe);
-    const uint8_t* window = p_data + (shift / 4 - Probe_Words) * 4;
-    uint64_t sum = 0;
-    for (uint32_t i = 0; i < Probe_Words; ++i) {
-        uint32_t word = 0;
-        std::memcpy(&word, window + i * 4, sizeof word);
-        sum += word;
-    }
+    const bool has_data = Has_Data_Before(p_data, shift);
     Trace(mark::Probe_Done);
-    return sum != 0;
+    return has_data;
 }
 
-// Narrows the end of the data down to a place where a byte scan is cheap. Only zeros follow `index1`.
-// A probe below 100 would read before the buffer, so the scan then starts from what is known so far.
-uint32_t Scan_Start(const uint8_t* p_data, uint32_t length)
-{
-    uint32_t index1 = length;
-    uint32_t index0 = length / 2;
-    while (index0 >= Probe_Bytes && !data_Vail(p_data, index0)) {
-        index1 = index0;
-        index0 /= 2;
-    }
-    if (index0 < Probe_Bytes) {
-        return index1;
-    }
-    uint32_t dalte = (index1 - index0) / 2;
-    while (dalte > Probe_Bytes) {
-        const uint32_t mid = index0 + dalte;
-        if (data_Vail(p_data, mid)) {
-            index0 = mid;
-            dalte = (index1 - index0) / 2;
-        } else {
-            index1 = mid;
-            dalte /= 2;
-        }
-    }
-    return index1;
-}
-
-// The index just past the last byte that is not zero; 0 when there is none.
 uint32_t Data_Vail_End(const uint8_t* p_data, uint32_t length)
 {
     Trace(mark::Find_End);
-    uint32_t end = Scan_Start(p_data, length);
-    while (end > 0 && p_data[end - 1] == 0) {
-        --end;
-    }
+    const uint32_t end = Data_End(p_data, length, data_Vail);
     Trace(mark::Find_End_Done);
     return end;
 }
@@ -105,11 +53,11 @@ void Report_End(const uint8_t* p_data, uint32_t End_data_index)
 int32_t Frame_Buffer::MJPEG_Length(uint8_t* p_data, v4l2_buffer* p_buffer)
 {
     Trace(mark::Measure);
-    if (p_data == nullptr || p_buffer == nullptr || p_buffer->bytesused < Marker_Bytes || !Starts_Image(p_data)) {
+    if (p_data == nullptr || p_buffer == nullptr || !Starts_Jpeg(p_data, p_buffer->bytesused)) {
         Trace(mark::Measure_No_Start);
         return -1;
     }
-    if (!Ends_Image(p_data, p_buffer->bytesused)) {
+    if (!Ends_Jpeg(p_data, p_buffer->bytesused)) {
         Trace(mark::Measure_No_End);
         return -1;
     }
@@ -120,13 +68,13 @@ int32_t Frame_Buffer::MJPEG_Length(uint8_t* p_data, v4l2_buffer* p_buffer)
 int32_t Frame_Buffer::MJPEG_Length(uint8_t* p_data, uint32_t Max_Length)
 {
     Trace(mark::Search);
-    if (p_data == nullptr || Max_Length < Marker_Bytes || !Starts_Image(p_data)) {
+    if (p_data == nullptr || !Starts_Jpeg(p_data, Max_Length)) {
         Trace(mark::Search_No_Start);
         return -1;
     }
     const uint32_t End_data_index = Data_Vail_End(p_data, Max_Length);
     Report_End(p_data, End_data_index);
-    if (!Ends_Image(p_data, End_data_index)) {
+    if (!Ends_Jpeg(p_data, End_data_index)) {
         Trace(mark::Search_No_End);
         return -1;
     }

@@ -1,0 +1,83 @@
+// An open camera: the state behind a handle of the camera interface.
+#ifndef WQZ_CAMERA_CAMERA_H
+#define WQZ_CAMERA_CAMERA_H
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Camera/camera_controls.h"
+#include "Camera/camera_explain.h"
+#include "Camera/camera_name.h"
+#include "Camera/frame_stream.h"
+#include "Camera/wait_point.h"
+
+/// States: open (no stream), capturing (a stream), away (no device, while Recover waits), closing.
+///
+/// Locks: `order` lets one change of state happen at a time and may be held for long; `mutex` guards the members and is
+/// held for moments only; a stream has a lock of its own. They are taken in this order. Nothing is held while Read and
+/// Recover wait, nor while controls talk to the camera: those work on their own reference to stream and device.
+struct WQZ_Camera {
+public:
+    /// @throws camera::Failure
+    explicit WQZ_Camera(const std::string& name);
+    WQZ_Camera(const WQZ_Camera&) = delete;
+    WQZ_Camera& operator=(const WQZ_Camera&) = delete;
+
+    // As the flat functions of these names; all but Read and Close throw camera::Failure.
+    WQZ_Camera_Info Describe();
+    std::vector<WQZ_Camera_Offer> Modes();
+    std::vector<WQZ_Camera_Control> Controls();
+    std::vector<WQZ_Camera_Menu_Item> Menu(uint32_t id);
+    void Get_Control(WQZ_Camera_Setting& setting);
+    void Set_Control(WQZ_Camera_Setting& setting);
+    WQZ_Camera_Mode Start(const WQZ_Camera_Request& request);
+    int Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
+    WQZ_Camera_Counts Counters();
+    void Cancel() noexcept { wait_point.Cancel(); }
+    int Stop();
+    void Recover(int32_t timeout_ms);
+    int Close();
+    int Descriptor() const { return wait_point.Descriptor(); }
+
+    camera::Last_Failure last_failure;
+
+private:
+    class Running_Call;
+
+    /// The capture that Recover starts again.
+    struct Plan {
+        WQZ_Camera_Request request;
+        WQZ_Camera_Mode mode;
+    };
+
+    void Begin_Stream(const std::shared_ptr<camera::Device_File>& from, const WQZ_Camera_Request& request,
+                      const WQZ_Camera_Mode* expected = nullptr);
+    void Begin_Again(const std::shared_ptr<camera::Device_File>& from, const Plan& former);
+    int End_Stream();
+    void Leave_Device();
+    bool Return_To_Device();
+    int Wait_And_Take(camera::Frame_Stream& from, WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
+    void Remember(const camera::Set_Value& value);
+
+    camera::Wait_Point wait_point;
+    std::atomic<bool> closing{false};
+    std::mutex order;
+
+    std::mutex mutex;  // guards all below
+    std::condition_variable idle;
+    uint32_t running_calls = 0;
+    camera::Camera_Record record;
+    std::shared_ptr<camera::Device_File> device;
+    std::shared_ptr<camera::Frame_Stream> stream;
+    std::weak_ptr<camera::Frame_Stream> former_stream;
+    std::optional<Plan> plan;
+    std::vector<camera::Set_Value> settings;  // in the order in which they were last set
+    WQZ_Camera_Counts former_counts{};        // of streams before this one that belong to the same capture
+};
+
+#endif  // WQZ_CAMERA_CAMERA_H

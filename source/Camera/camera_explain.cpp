@@ -1,0 +1,176 @@
+#include "Camera/camera_explain.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "Camera/camera_modes.h"
+
+namespace camera {
+
+namespace {
+
+struct Close_Folder {
+    void operator()(DIR* folder) const { (void)closedir(folder); }
+};
+using Folder = std::unique_ptr<DIR, Close_Folder>;
+
+bool Has_Open(const std::string& process, const std::string& node)
+{
+    const std::string path = "/proc/" + process + "/fd";
+    const Folder folder(opendir(path.c_str()));
+    if (!folder) {
+        return false;
+    }
+    std::array<char, PATH_MAX> target{};
+    while (const dirent* entry = readdir(folder.get())) {
+        const ssize_t length = readlinkat(dirfd(folder.get()), entry->d_name, target.data(), target.size());
+        if (length > 0 && node == std::string(target.data(), static_cast<size_t>(length))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string Process_Name(const std::string& process)
+{
+    std::ifstream file("/proc/" + process + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
+
+std::string System_Text(int error)
+{
+    return std::string(strerror(error)) + ".";
+}
+
+std::string Busy_Sentence(const std::string& node)
+{
+    const std::string holders = Holders_Of(node);
+    if (holders.empty()) {
+        return node + " is busy: another capture uses the camera. `sudo fuser -v " + node + "` names its process.";
+    }
+    return node + " is busy: " + holders + " uses the camera. Close that program, or end its capture.";
+}
+
+}  // namespace
+
+void Last_Failure::Set(std::string sentence)
+{
+    const std::lock_guard lock(mutex);
+    text = std::move(sentence);
+    fixed = nullptr;
+}
+
+void Last_Failure::Set_Fixed(const char* sentence)
+{
+    const std::lock_guard lock(mutex);
+    fixed = sentence;
+}
+
+std::string Last_Failure::Text() const
+{
+    const std::lock_guard lock(mutex);
+    return fixed == nullptr ? text : fixed;
+}
+
+std::string Holders_Of(const std::string& node)
+{
+    std::string holders;
+    const Folder folder(opendir("/proc"));
+    const std::string self = std::to_string(getpid());
+    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
+        const std::string process = entry->d_name;
+        if (process.find_first_not_of("0123456789") == std::string::npos && process != self &&
+            Has_Open(process, node)) {
+            holders += (holders.empty() ? "" : ", ") + Process_Name(process) + " (process " + process + ")";
+        }
+    }
+    return holders;
+}
+
+Failure Open_Failure(const std::string& node, int error)
+{
+    switch (error) {
+        case EACCES:
+        case EPERM:
+            return {error, "This user may not open " + node +
+                               ". Add the user to the group video (`sudo usermod -aG video $USER`, then log in again), "
+                               "or add a udev rule that grants the access."};
+        case ENOENT:
+            return {error, "There is no " + node + ": no camera is connected there."};
+        case ENODEV:
+        case ENXIO:
+            return {error, "There is no camera behind " + node + " any more: it was unplugged."};
+        case EBUSY:
+            return {error, Busy_Sentence(node)};
+        case EMFILE:
+        case ENFILE:
+            return {error, "No descriptor is left to open " + node + ": close files, or raise ulimit -n."};
+        default:
+            return {error, node + " cannot be opened: " + System_Text(error)};
+    }
+}
+
+Failure Step_Failure(const std::string& node, const char* step, int error)
+{
+    const std::string what = "The camera at " + node + " did not " + step + ": ";
+    switch (error) {
+        case EBUSY:
+            return {error, Busy_Sentence(node)};
+        case ENODEV:
+        case ENXIO:
+            return {error, what + "it was unplugged. Plug it in again; WQZ_Camera_Recover waits for it."};
+        case ENOMEM:
+            return {error, what + "the memory for its buffers is missing. Ask for fewer buffers or a smaller mode."};
+        case EIO:
+        case EPROTO:
+        case EPIPE:
+        case ETIMEDOUT:
+            return {error, what + System_Text(error) + " Plug the camera in again, or into another port."};
+        default:
+            return {error, what + System_Text(error)};
+    }
+}
+
+Failure Bandwidth_Failure(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Camera_Offer>& offers)
+{
+    std::string text = "The USB bus has no room for " + Mode_Text(mode);
+    const double needed = Bytes_Per_Second(mode);
+    if (needed > 0) {
+        text += ", which needs up to " + Megabytes_Text(needed) + " a second";
+    }
+    text += ". Stop other cameras on this bus, plug the camera into another one, or choose a mode that needs less";
+    const std::string lighter = Lighter_Modes(mode, offers);
+    return {ENOSPC, text + (lighter.empty() ? "." : ": " + lighter + ".")};
+}
+
+const char* Read_Sentence(int error)
+{
+    switch (error) {
+        case ETIMEDOUT:
+            return "No frame came in the time given. If that goes on, the camera is silent: check its cable, or start "
+                   "it again.";
+        case ECANCELED:
+            return "The wait was ended by Cancel, Stop or Close.";
+        case ENODEV:
+            return "The camera was unplugged. Plug it in again; WQZ_Camera_Recover waits for it.";
+        case ENOBUFS:
+            return "Only one buffer is left to the driver: release a held frame, or start with more buffers.";
+        case EINVAL:
+            return "No capture is running: call WQZ_Camera_Start first.";
+        case EIO:
+            return "The camera or its driver failed to deliver a frame. Start the capture again.";
+        default:
+            return "The driver refused to hand out a frame. Start the capture again.";
+    }
+}
+
+}  // namespace camera

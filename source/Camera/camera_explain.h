@@ -1,0 +1,48 @@
+// What went wrong with a camera, and what the user can do about it, in sentences.
+#ifndef WQZ_CAMERA_EXPLAIN_H
+#define WQZ_CAMERA_EXPLAIN_H
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Camera/failure.h"
+#include "Camera/wqz_camera.h"
+
+namespace camera {
+
+/// The last failure, kept for Explain. Any thread may set and read it.
+class Last_Failure {
+public:
+    void Set(std::string sentence);
+    /// As above for a sentence with static lifetime; does not allocate.
+    void Set_Fixed(const char* sentence);
+    std::string Text() const;
+
+private:
+    mutable std::mutex mutex;
+    std::string text;
+    const char* fixed = nullptr;
+};
+
+/// @return the failure of an open: no permission, no such node, ...
+Failure Open_Failure(const std::string& node, int error);
+
+/// @return the failure of a step of a capture's start, with the remedy where there is one
+/// @param step  "set the format"
+Failure Step_Failure(const std::string& node, const char* step, int error);
+
+/// @return the failure of a stream for which the USB bus has no room
+Failure Bandwidth_Failure(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Camera_Offer>& offers);
+
+/// @return what a Read without a frame means
+const char* Read_Sentence(int error);
+
+/// @return the processes that have the node open, other than this one: "ffmpeg (process 4711)"; empty when none can be
+///         seen
+std::string Holders_Of(const std::string& node);
+
+}  // namespace camera
+
+#endif  // WQZ_CAMERA_EXPLAIN_H

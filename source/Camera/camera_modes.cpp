@@ -1,0 +1,145 @@
+// The driver's enumerations of formats, sizes and intervals.
+#include "Camera/camera_modes.h"
+
+#include <cerrno>
+
+#include "Camera/camera_explain.h"
+#include "Camera/records.h"
+
+namespace camera {
+
+namespace {
+
+constexpr uint32_t Most_Entries = 4096;  // a driver whose enumeration does not end must not hang the caller
+
+WQZ_Camera_Fraction Fraction(const v4l2_fract& value)
+{
+    return {value.numerator, value.denominator};
+}
+
+WQZ_Camera_Offer Format_Offer(const v4l2_fmtdesc& format)
+{
+    WQZ_Camera_Offer offer{};
+    offer.fourcc = format.pixelformat;
+    if ((format.flags & V4L2_FMT_FLAG_COMPRESSED) != 0) {
+        offer.flags |= WQZ_CAMERA_OFFER_COMPRESSED;
+    }
+    if ((format.flags & V4L2_FMT_FLAG_EMULATED) != 0) {
+        offer.flags |= WQZ_CAMERA_OFFER_EMULATED;
+    }
+    Store_Text(offer.format, Fourcc_Text(format.pixelformat));
+    Store_Text(offer.description, Field_Text(format.description));
+    return offer;
+}
+
+void Set_Size(WQZ_Camera_Offer& offer, uint32_t width, uint32_t height)
+{
+    offer.width_min = offer.width_max = width;
+    offer.height_min = offer.height_max = height;
+}
+
+void Set_Sizes(WQZ_Camera_Offer& offer, const v4l2_frmsizeenum& size)
+{
+    if (size.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
+        Set_Size(offer, size.discrete.width, size.discrete.height);
+        return;
+    }
+    const bool continuous = size.type == V4L2_FRMSIZE_TYPE_CONTINUOUS;
+    offer.width_min = size.stepwise.min_width;
+    offer.width_max = size.stepwise.max_width;
+    offer.width_step = continuous ? 1 : size.stepwise.step_width;
+    offer.height_min = size.stepwise.min_height;
+    offer.height_max = size.stepwise.max_height;
+    offer.height_step = continuous ? 1 : size.stepwise.step_height;
+}
+
+void Set_Intervals(WQZ_Camera_Offer& offer, const v4l2_frmivalenum& interval)
+{
+    if (interval.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
+        offer.interval_min = offer.interval_max = Fraction(interval.discrete);
+        return;
+    }
+    offer.interval_min = Fraction(interval.stepwise.min);
+    offer.interval_max = Fraction(interval.stepwise.max);
+    if (interval.type == V4L2_FRMIVAL_TYPE_STEPWISE) {
+        offer.interval_step = Fraction(interval.stepwise.step);
+    }
+}
+
+// Of a range of sizes the largest stands for all: drivers name the intervals that every size has there.
+void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std::vector<WQZ_Camera_Offer>& offers)
+{
+    for (uint32_t index = 0; index < Most_Entries; ++index) {
+        v4l2_frmivalenum interval{};
+        interval.index = index;
+        interval.pixel_format = sizes.fourcc;
+        interval.width = sizes.width_max;
+        interval.height = sizes.height_max;
+        if (device.Request(VIDIOC_ENUM_FRAMEINTERVALS, &interval) != 0) {
+            if (index == 0) {
+                offers.push_back(sizes);
+            }
+            return;
+        }
+        offers.push_back(sizes);
+        Set_Intervals(offers.back(), interval);
+        if (interval.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
+            return;
+        }
+    }
+}
+
+// A driver without an enumeration of sizes has the one that is set.
+void Add_Present_Size(const Device_File& device, WQZ_Camera_Offer offer, std::vector<WQZ_Camera_Offer>& offers)
+{
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    if (device.Request(VIDIOC_G_FMT, &format) == 0) {
+        Set_Size(offer, format.fmt.pix.width, format.fmt.pix.height);
+        Add_Intervals(device, offer, offers);
+    }
+}
+
+void Add_Sizes(const Device_File& device, const v4l2_fmtdesc& format, std::vector<WQZ_Camera_Offer>& offers)
+{
+    for (uint32_t index = 0; index < Most_Entries; ++index) {
+        v4l2_frmsizeenum size{};
+        size.index = index;
+        size.pixel_format = format.pixelformat;
+        WQZ_Camera_Offer offer = Format_Offer(format);
+        if (device.Request(VIDIOC_ENUM_FRAMESIZES, &size) != 0) {
+            if (index == 0) {
+                Add_Present_Size(device, offer, offers);
+            }
+            return;
+        }
+        Set_Sizes(offer, size);
+        Add_Intervals(device, offer, offers);
+        if (size.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<WQZ_Camera_Offer> List_Offers(const Device_File& device)
+{
+    std::vector<WQZ_Camera_Offer> offers;
+    for (uint32_t index = 0; index < Most_Entries; ++index) {
+        v4l2_fmtdesc format{};
+        format.index = index;
+        format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        const int result = device.Request(VIDIOC_ENUM_FMT, &format);
+        if (result == -EINVAL) {
+            break;
+        }
+        if (result != 0) {
+            throw Step_Failure(device.Node(), "list its formats", -result);
+        }
+        Add_Sizes(device, format, offers);
+    }
+    return offers;
+}
+
+}  // namespace camera

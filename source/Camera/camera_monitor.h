@@ -1,0 +1,38 @@
+// Watching cameras come and go.
+#ifndef WQZ_CAMERA_CAMERA_MONITOR_H
+#define WQZ_CAMERA_CAMERA_MONITOR_H
+
+#include <deque>
+#include <vector>
+
+#include "Camera/camera_list.h"
+#include "Camera/wait_point.h"
+
+/// Compares the list of cameras with the one before whenever the system says that a video node came or went, and twice
+/// a second where nothing says so: in containers, and on systems without udev's service.
+struct WQZ_Camera_Monitor {
+public:
+    /// @throws camera::Failure
+    WQZ_Camera_Monitor();
+    ~WQZ_Camera_Monitor();
+    WQZ_Camera_Monitor(const WQZ_Camera_Monitor&) = delete;
+    WQZ_Camera_Monitor& operator=(const WQZ_Camera_Monitor&) = delete;
+
+    int Descriptor() const { return poll_descriptor; }
+
+    /// @return whether there was an event in time
+    bool Read(WQZ_Camera_Event& event, int32_t timeout_ms);
+
+private:
+    bool Wait(int milliseconds);
+    void Compare();
+
+    int poll_descriptor;
+    int timer = -1;
+    camera::Udev_Owner<udev> context;
+    camera::Udev_Owner<udev_monitor> plugs;
+    std::vector<camera::Camera_Record> known;
+    std::deque<WQZ_Camera_Event> events;
+};
+
+#endif  // WQZ_CAMERA_CAMERA_MONITOR_H

@@ -1,0 +1,215 @@
+// Comparing modes: what is offered, what comes near, what needs less of the bus.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "Camera/camera_modes.h"
+
+namespace camera {
+
+namespace {
+
+constexpr double Interval_Tolerance = 0.001;
+constexpr double Rounding = 1e-9;  // room for doubles where fractions are compared with the bounds of a range
+constexpr size_t Named_Modes = 4;  // more in a message would not be read
+constexpr double Uncompressed_Bytes_Per_Pixel = 2;
+constexpr double Compressed_Bytes_Per_Pixel = 0.5;  // a generous Motion-JPEG
+
+// Distances between modes, in doublings: another format is farther than another size, a size farther than a rate.
+constexpr double Format_Weight = 16;
+constexpr double Size_Weight = 2;
+
+double Seconds(const WQZ_Camera_Fraction& interval)
+{
+    return Is_Known(interval) ? static_cast<double>(interval.numerator) / interval.denominator : 0;
+}
+
+bool In_Range(uint32_t value, uint32_t least, uint32_t greatest, uint32_t step)
+{
+    return value >= least && value <= greatest && (step == 0 || (value - least) % step == 0);
+}
+
+bool Offers_Size(const WQZ_Camera_Offer& offer, const WQZ_Camera_Request& request)
+{
+    return offer.fourcc == request.fourcc &&
+           In_Range(request.width, offer.width_min, offer.width_max, offer.width_step) &&
+           In_Range(request.height, offer.height_min, offer.height_max, offer.height_step);
+}
+
+bool Is_Range(const WQZ_Camera_Offer& offer)
+{
+    return Seconds(offer.interval_min) != Seconds(offer.interval_max);
+}
+
+bool In_Interval_Range(const WQZ_Camera_Offer& offer, const WQZ_Camera_Fraction& interval)
+{
+    const double wanted = Seconds(interval);
+    const double least = Seconds(offer.interval_min);
+    if (wanted < least * (1 - Rounding) || wanted > Seconds(offer.interval_max) * (1 + Rounding)) {
+        return false;
+    }
+    const double step = Seconds(offer.interval_step);
+    const double nearest = step == 0 ? wanted : least + std::round((wanted - least) / step) * step;
+    return std::abs(nearest - wanted) <= wanted * Interval_Tolerance;
+}
+
+uint32_t Nearest_In_Range(uint32_t value, uint32_t least, uint32_t greatest, uint32_t step)
+{
+    const uint32_t inside = std::clamp(value, least, std::max(least, greatest));
+    return step == 0 ? inside : inside - (inside - least) % step;
+}
+
+// The mode of an offer that comes nearest.
+WQZ_Camera_Mode Nearest_Mode(const WQZ_Camera_Offer& offer, const WQZ_Camera_Mode& wish)
+{
+    WQZ_Camera_Mode mode{};
+    mode.fourcc = offer.fourcc;
+    mode.width = Nearest_In_Range(wish.width, offer.width_min, offer.width_max, offer.width_step);
+    mode.height = Nearest_In_Range(wish.height, offer.height_min, offer.height_max, offer.height_step);
+    mode.interval = offer.interval_min;
+    if (Is_Range(offer) && Is_Known(wish.interval)) {
+        const double wanted = Seconds(wish.interval);
+        mode.interval = wanted <= Seconds(offer.interval_min)   ? offer.interval_min
+                        : wanted >= Seconds(offer.interval_max) ? offer.interval_max
+                                                                : wish.interval;
+    }
+    return mode;
+}
+
+double Octaves(double one, double other)
+{
+    return one > 0 && other > 0 ? std::abs(std::log2(one / other)) : 0;
+}
+
+double Distance(const WQZ_Camera_Mode& one, const WQZ_Camera_Mode& other)
+{
+    return (one.fourcc == other.fourcc ? 0 : Format_Weight) +
+           Size_Weight * (Octaves(one.width, other.width) + Octaves(one.height, other.height)) +
+           Octaves(Seconds(one.interval), Seconds(other.interval));
+}
+
+struct Rated_Mode {
+    WQZ_Camera_Mode mode;
+    double rating;
+};
+
+// Names the modes with the lowest ratings.
+std::string Best_Rated(std::vector<Rated_Mode> modes)
+{
+    std::stable_sort(modes.begin(), modes.end(),
+                     [](const Rated_Mode& one, const Rated_Mode& other) { return one.rating < other.rating; });
+    std::string text;
+    for (size_t i = 0; i < std::min(modes.size(), Named_Modes); ++i) {
+        text += (i == 0 ? "" : ", ") + Mode_Text(modes[i].mode);
+    }
+    return text;
+}
+
+// An estimate: how much a compressed frame takes is not known before.
+double Load(const WQZ_Camera_Mode& mode, bool compressed)
+{
+    const double pixels = static_cast<double>(mode.width) * mode.height;
+    const double seconds = Seconds(mode.interval);
+    return pixels * (compressed ? Compressed_Bytes_Per_Pixel : Uncompressed_Bytes_Per_Pixel) /
+           (seconds > 0 ? seconds : 1);
+}
+
+bool Is_Compressed(const WQZ_Camera_Offer& offer)
+{
+    return (offer.flags & WQZ_CAMERA_OFFER_COMPRESSED) != 0;
+}
+
+}  // namespace
+
+std::string Fourcc_Text(uint32_t fourcc)
+{
+    std::string text;
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        const char letter = static_cast<char>(fourcc >> shift & 0x7F);
+        text += letter < ' ' || letter > '~' ? '?' : letter;
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+bool Is_Known(const WQZ_Camera_Fraction& interval)
+{
+    return interval.numerator != 0 && interval.denominator != 0;
+}
+
+std::string Mode_Text(const WQZ_Camera_Mode& mode)
+{
+    std::string text = Fourcc_Text(mode.fourcc) + " " + std::to_string(mode.width) + "x" + std::to_string(mode.height);
+    if (Is_Known(mode.interval)) {
+        char rate[32];
+        (void)snprintf(rate, sizeof rate, " at %.4g", 1 / Seconds(mode.interval));
+        text += rate + std::string(" frames per second");
+    }
+    return text;
+}
+
+bool Same_Interval(const WQZ_Camera_Fraction& one, const WQZ_Camera_Fraction& other)
+{
+    return std::abs(Seconds(one) - Seconds(other)) <= Seconds(other) * Interval_Tolerance;
+}
+
+std::optional<WQZ_Camera_Fraction> Offered_Interval(const std::vector<WQZ_Camera_Offer>& offers,
+                                                    const WQZ_Camera_Request& request)
+{
+    for (const WQZ_Camera_Offer& offer : offers) {
+        if (!Offers_Size(offer, request)) {
+            continue;
+        }
+        if (!Is_Known(request.interval) || !Is_Known(offer.interval_min)) {
+            return request.interval;
+        }
+        if (Is_Range(offer)) {
+            if (In_Interval_Range(offer, request.interval)) {
+                return request.interval;
+            }
+        } else if (Same_Interval(offer.interval_min, request.interval)) {
+            return offer.interval_min;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string Nearest_Modes(const WQZ_Camera_Mode& wish, const std::vector<WQZ_Camera_Offer>& offers)
+{
+    std::vector<Rated_Mode> modes;
+    for (const WQZ_Camera_Offer& offer : offers) {
+        const WQZ_Camera_Mode mode = Nearest_Mode(offer, wish);
+        modes.push_back({mode, Distance(mode, wish)});
+    }
+    return Best_Rated(std::move(modes));
+}
+
+std::string Lighter_Modes(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Camera_Offer>& offers)
+{
+    const bool compressed = std::any_of(offers.begin(), offers.end(), [&](const WQZ_Camera_Offer& offer) {
+        return offer.fourcc == mode.fourcc && Is_Compressed(offer);
+    });
+    std::vector<Rated_Mode> modes;
+    for (const WQZ_Camera_Offer& offer : offers) {
+        const WQZ_Camera_Mode candidate = Nearest_Mode(offer, mode);
+        if (Load(candidate, Is_Compressed(offer)) < Load(mode, compressed)) {
+            // A compressed format helps most, and costs neither size nor rate.
+            modes.push_back({candidate, Distance(candidate, mode) - (Is_Compressed(offer) ? Format_Weight : 0)});
+        }
+    }
+    return Best_Rated(std::move(modes));
+}
+
+double Bytes_Per_Second(const WQZ_Camera_Mode& mode)
+{
+    return Is_Known(mode.interval) ? mode.image_size / Seconds(mode.interval) : 0;
+}
+
+std::string Megabytes_Text(double bytes)
+{
+    char text[32];
+    (void)snprintf(text, sizeof text, "%.1f MB", bytes / 1e6);
+    return text;
+}
+
+}  // namespace camera

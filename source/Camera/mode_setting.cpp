@@ -1,0 +1,113 @@
+#include "Camera/mode_setting.h"
+
+#include <cerrno>
+
+#include "Camera/camera_explain.h"
+#include "Camera/camera_modes.h"
+#include "Camera/records.h"
+
+namespace camera {
+
+namespace {
+
+bool Is_Exact(const WQZ_Camera_Request& request)
+{
+    return (request.flags & WQZ_CAMERA_START_EXACT) != 0;
+}
+
+WQZ_Camera_Mode Wish(const WQZ_Camera_Request& request)
+{
+    WQZ_Camera_Mode mode{};
+    mode.fourcc = request.fourcc;
+    mode.width = request.width;
+    mode.height = request.height;
+    mode.interval = request.interval;
+    return mode;
+}
+
+Failure Not_Offered(int error, const WQZ_Camera_Request& request, const std::vector<WQZ_Camera_Offer>& offers)
+{
+    const std::string nearest = Nearest_Modes(Wish(request), offers);
+    return {error, "The camera does not offer " + Mode_Text(Wish(request)) +
+                       (nearest.empty() ? "." : ". The nearest modes are " + nearest + ".")};
+}
+
+Failure Not_Confirmed(const WQZ_Camera_Request& request, const WQZ_Camera_Mode& mode)
+{
+    return {ENOTSUP, "The camera was asked for " + Mode_Text(Wish(request)) + ", which it offers, but its driver set " +
+                         Mode_Text(mode) + "."};
+}
+
+void Set_Format(const Device_File& device, const WQZ_Camera_Request& request, WQZ_Camera_Mode& mode)
+{
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    format.fmt.pix.pixelformat = request.fourcc;
+    format.fmt.pix.width = request.width;
+    format.fmt.pix.height = request.height;
+    const int result = device.Request(VIDIOC_S_FMT, &format);
+    if (result == -EINVAL) {
+        throw Not_Offered(EINVAL, request, List_Offers(device));
+    }
+    if (result != 0) {
+        throw Step_Failure(device.Node(), "set the format", -result);
+    }
+    mode.fourcc = format.fmt.pix.pixelformat;
+    mode.width = format.fmt.pix.width;
+    mode.height = format.fmt.pix.height;
+    mode.bytes_per_line = format.fmt.pix.bytesperline;
+    mode.image_size = format.fmt.pix.sizeimage;
+    Store_Text(mode.format, Fourcc_Text(mode.fourcc));
+}
+
+// Some drivers have no rate to set; frames then come as they come.
+void Set_Interval(const Device_File& device, const WQZ_Camera_Fraction& interval, WQZ_Camera_Mode& mode)
+{
+    v4l2_streamparm parameters{};
+    parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    int result = 0;
+    if (Is_Known(interval)) {
+        parameters.parm.capture.timeperframe = {interval.numerator, interval.denominator};
+        result = device.Request(VIDIOC_S_PARM, &parameters);
+    } else {
+        result = device.Request(VIDIOC_G_PARM, &parameters);
+    }
+    if (result == -ENOTTY) {
+        return;
+    }
+    if (result != 0) {
+        throw Step_Failure(device.Node(), "set the frame rate", -result);
+    }
+    const v4l2_fract& accepted = parameters.parm.capture.timeperframe;
+    mode.interval = {accepted.numerator, accepted.denominator};
+    if (!Is_Known(mode.interval)) {
+        mode.interval = {0, 0};
+    }
+}
+
+}  // namespace
+
+WQZ_Camera_Mode Set_Mode(const Device_File& device, const WQZ_Camera_Request& request)
+{
+    WQZ_Camera_Fraction interval = request.interval;
+    if (Is_Exact(request)) {
+        const std::vector<WQZ_Camera_Offer> offers = List_Offers(device);
+        const auto offered = Offered_Interval(offers, request);
+        if (!offered) {
+            throw Not_Offered(ENOTSUP, request, offers);
+        }
+        interval = *offered;
+    }
+    WQZ_Camera_Mode mode{};
+    Set_Format(device, request, mode);
+    Set_Interval(device, interval, mode);
+    const bool as_asked = mode.fourcc == request.fourcc && mode.width == request.width &&
+                          mode.height == request.height &&
+                          (!Is_Known(interval) || Same_Interval(mode.interval, interval));
+    if (Is_Exact(request) && !as_asked) {
+        throw Not_Confirmed(request, mode);
+    }
+    return mode;
+}
+
+}  // namespace camera

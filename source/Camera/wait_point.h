@@ -1,0 +1,87 @@
+// Where calls wait for frames, for a cancel and for plugs being pulled, behind one descriptor.
+#ifndef WQZ_CAMERA_WAIT_POINT_H
+#define WQZ_CAMERA_WAIT_POINT_H
+
+#include <libudev.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+namespace camera {
+
+/// The end of a wait. Negative milliseconds: never.
+class Deadline {
+public:
+    explicit Deadline(int32_t milliseconds);
+    bool Has_Passed() const;
+    /// @return milliseconds that are left, rounded up, at most `limit`
+    int Remaining(int limit) const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+    bool endless;
+    Clock::time_point end;
+};
+
+struct Udev_Unref {
+    void operator()(udev* context) const { udev_unref(context); }
+    void operator()(udev_enumerate* enumeration) const { udev_enumerate_unref(enumeration); }
+    void operator()(udev_monitor* monitor) const { udev_monitor_unref(monitor); }
+    void operator()(udev_device* device) const { udev_device_unref(device); }
+};
+template <typename Type>
+using Udev_Owner = std::unique_ptr<Type, Udev_Unref>;
+
+/// Watches video nodes come and go.
+/// @param source  "udev" for events after the system's rules have run, "kernel" for the bare ones
+/// @return null where the system has no such events, as in some containers
+Udev_Owner<udev_monitor> Watch_Video_Nodes(udev* context, const char* source);
+
+/// An epoll descriptor over a device's, an event counter, and the kernel's plug events.
+class Wait_Point {
+public:
+    enum Cause : unsigned { Device_Ready = 1, Woken = 2, Plugging = 4 };
+
+    /// @throws Failure
+    Wait_Point();
+    ~Wait_Point();
+    Wait_Point(const Wait_Point&) = delete;
+    Wait_Point& operator=(const Wait_Point&) = delete;
+
+    int Descriptor() const { return poll_descriptor; }
+
+    /// Adds and removes the device of a running stream. (Drivers report an idle device as ready.)
+    /// @throws Failure
+    void Watch(int device);
+    void Forget(int device);
+
+    /// Waits until something happens or a signal arrives, and takes note of wake-ups.
+    /// @return Cause bits
+    unsigned Wait(int milliseconds);
+
+    /// Ends a wait on any thread. Safe in a signal handler.
+    void Wake() noexcept;
+
+    /// Wakes and leaves a mark for Take_Cancel. Safe in a signal handler.
+    void Cancel() noexcept;
+
+    /// @return whether there was a mark, which is gone now
+    bool Take_Cancel();
+
+private:
+    void Drain_Wake_Ups();
+    void Drain_Plug_Events();
+
+    int poll_descriptor;
+    int wake_descriptor;
+    std::atomic<bool> cancelled{false};
+    Udev_Owner<udev> context;
+    Udev_Owner<udev_monitor> plugs;
+    std::atomic_flag draining;  // libudev's monitor is for one thread at a time
+};
+
+}  // namespace camera
+
+#endif  // WQZ_CAMERA_WAIT_POINT_H
