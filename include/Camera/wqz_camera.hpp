@@ -25,6 +25,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -126,7 +127,8 @@ private:
 class Rate {
 public:
     constexpr Rate() : interval{0, 0} {}
-    constexpr Rate(int frames_per_second)
+    template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
+    constexpr Rate(Integer frames_per_second)
         : interval{frames_per_second > 0 ? 1U : 0U,
                    frames_per_second > 0 ? static_cast<uint32_t>(frames_per_second) : 0U}
     {

@@ -92,13 +92,15 @@ const Camera_Record& Find_By_Name(const Records& list, const std::string& name)
         }
     }
     if (fitting.empty()) {
-        throw Failure(ENOENT, name.empty()
-                                  ? "No camera is connected."
-                                  : "No camera has the node, ids, serial, identity or place \"" + name + "\".");
+        throw Failure(ENOENT, name.empty() ? "No camera is connected."
+                                           : "No camera has this node, ids, serial, identity or place: " + name);
     }
     if (fitting.size() > 1) {
-        throw Failure(ENOTUNIQ, (name.empty() ? "There are several cameras" : "\"" + name + "\" fits several cameras") +
-                                    ": " + Candidates(fitting) + ". Name one of them.");
+        std::string sentence = "There are several cameras";
+        if (!name.empty()) {
+            sentence += " with the name " + name;
+        }
+        throw Failure(ENOTUNIQ, sentence + ": " + Candidates(fitting) + ". Name one of them.");
     }
     return *fitting.front();
 }
