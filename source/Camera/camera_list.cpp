@@ -132,7 +132,10 @@ bool Same_Model(const WQZ_Camera_Info& one, const WQZ_Camera_Info& other)
 std::string Identity(const Camera_Record& record, const std::vector<Camera_Record>& list)
 {
     const WQZ_Camera_Info& info = record.info;
-    const std::string suffix = record.ordinal == 1 ? "" : "#" + std::to_string(record.ordinal);
+    std::string suffix;
+    if (record.ordinal > 1) {
+        suffix.append("#").append(std::to_string(record.ordinal));
+    }
     if (info.vendor == 0 && info.product == 0) {
         return record.port + suffix;
     }
