@@ -6,7 +6,7 @@
 #include "Camera/camera_modes.h"
 #include "Camera/running_call.h"
 
-using namespace camera;
+using namespace wqz_camera;
 
 namespace {
 
@@ -48,13 +48,13 @@ std::vector<WQZ_Camera_Menu_Item> WQZ_Camera::Menu(uint32_t id)
 
 void WQZ_Camera::Get_Control(WQZ_Camera_Setting& setting)
 {
-    camera::Get_Control(Running_Call(*this).Device(), setting);
+    wqz_camera::Get_Control(Running_Call(*this).Device(), setting);
 }
 
 void WQZ_Camera::Set_Control(WQZ_Camera_Setting& setting)
 {
     const Running_Call call(*this);
-    Remember(camera::Set_Control(call.Device(), setting));
+    Remember(wqz_camera::Set_Control(call.Device(), setting));
 }
 
 void WQZ_Camera::Remember(const Set_Value& value)

@@ -23,12 +23,12 @@
 /// Recover wait, nor while controls talk to the camera: those work on their own reference to stream and device.
 struct WQZ_Camera {
 public:
-    /// @throws camera::Failure
+    /// @throws wqz_camera::Failure
     explicit WQZ_Camera(const std::string& name);
     WQZ_Camera(const WQZ_Camera&) = delete;
     WQZ_Camera& operator=(const WQZ_Camera&) = delete;
 
-    // As the flat functions of these names; all but Read and Close throw camera::Failure.
+    // As the flat functions of these names; all but Read and Close throw wqz_camera::Failure.
     WQZ_Camera_Info Describe();
     std::vector<WQZ_Camera_Offer> Modes();
     std::vector<WQZ_Camera_Control> Controls();
@@ -44,7 +44,7 @@ public:
     int Close();
     int Descriptor() const { return wait_point.Descriptor(); }
 
-    camera::Last_Failure last_failure;
+    wqz_camera::Last_Failure last_failure;
 
 private:
     class Running_Call;
@@ -55,29 +55,29 @@ private:
         WQZ_Camera_Mode mode;
     };
 
-    void Begin_Stream(const std::shared_ptr<camera::Device_File>& from, const WQZ_Camera_Request& request,
+    void Begin_Stream(const std::shared_ptr<wqz_camera::Device_File>& from, const WQZ_Camera_Request& request,
                       const WQZ_Camera_Mode* expected = nullptr);
-    void Begin_Again(const std::shared_ptr<camera::Device_File>& from, const Plan& former);
+    void Begin_Again(const std::shared_ptr<wqz_camera::Device_File>& from, const Plan& former);
     int End_Stream();
     void Leave_Device();
     bool Return_To_Device();
-    int Wait_And_Take(camera::Frame_Stream& from, WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
-    void Remember(const camera::Set_Value& value);
+    int Wait_And_Take(wqz_camera::Frame_Stream& from, WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
+    void Remember(const wqz_camera::Set_Value& value);
 
-    camera::Wait_Point wait_point;
+    wqz_camera::Wait_Point wait_point;
     std::atomic<bool> closing{false};
     std::mutex order;
 
     std::mutex mutex;  // guards all below
     std::condition_variable idle;
     uint32_t running_calls = 0;
-    camera::Camera_Record record;
-    std::shared_ptr<camera::Device_File> device;
-    std::shared_ptr<camera::Frame_Stream> stream;
-    std::weak_ptr<camera::Frame_Stream> former_stream;
+    wqz_camera::Camera_Record record;
+    std::shared_ptr<wqz_camera::Device_File> device;
+    std::shared_ptr<wqz_camera::Frame_Stream> stream;
+    std::weak_ptr<wqz_camera::Frame_Stream> former_stream;
     std::optional<Plan> plan;
-    std::vector<camera::Set_Value> settings;  // in the order in which they were last set
-    WQZ_Camera_Counts former_counts{};        // of streams before this one that belong to the same capture
+    std::vector<wqz_camera::Set_Value> settings;  // in the order in which they were last set
+    WQZ_Camera_Counts former_counts{};            // of streams before this one that belong to the same capture
 };
 
 #endif  // WQZ_CAMERA_CAMERA_H

@@ -7,7 +7,7 @@
 #include "Camera/control_value.h"
 #include "Camera/records.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -283,4 +283,4 @@ void Restore_Control(const Device_File& device, const Set_Value& value)
     }
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

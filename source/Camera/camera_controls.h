@@ -8,7 +8,7 @@
 #include "Camera/device_file.h"
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// A control with the value that was set, for setting it again.
 struct Set_Value {
@@ -35,6 +35,6 @@ Set_Value Set_Control(const Device_File& device, WQZ_Camera_Setting& setting);
 /// @throws Failure
 void Restore_Control(const Device_File& device, const Set_Value& value);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_CONTROLS_H

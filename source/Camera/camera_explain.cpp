@@ -12,7 +12,7 @@
 
 #include "Camera/camera_modes.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -173,4 +173,4 @@ const char* Read_Sentence(int error)
     }
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -10,7 +10,7 @@
 #include "Camera/failure.h"
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// The last failure, kept for Explain. Any thread may set and read it.
 class Last_Failure {
@@ -43,6 +43,6 @@ const char* Read_Sentence(int error);
 ///         seen
 std::string Holders_Of(const std::string& node);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_EXPLAIN_H

@@ -9,7 +9,7 @@
 #include "Camera/records.h"
 #include "Camera/wait_point.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -218,4 +218,4 @@ const Camera_Record* Find_Again(const std::vector<Camera_Record>& list, const Ca
     });
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -9,7 +9,7 @@
 #include "Camera/device_file.h"
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// A capture node, with what tells its camera from others.
 struct Camera_Record {
@@ -34,6 +34,6 @@ const Camera_Record* Find_Again(const std::vector<Camera_Record>& list, const Ca
 /// @return whether pictures come from a node: metadata, output and memory-to-memory nodes answer no
 bool Captures_Pictures(const v4l2_capability& capability);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_LIST_H

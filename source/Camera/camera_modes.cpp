@@ -6,7 +6,7 @@
 #include "Camera/camera_explain.h"
 #include "Camera/records.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -142,4 +142,4 @@ std::vector<WQZ_Camera_Offer> List_Offers(const Device_File& device)
     return offers;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -9,7 +9,7 @@
 #include "Camera/device_file.h"
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// Asks the driver for all formats, sizes and intervals.
 /// @throws Failure
@@ -41,6 +41,6 @@ std::string Lighter_Modes(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Cam
 double Bytes_Per_Second(const WQZ_Camera_Mode& mode);
 std::string Megabytes_Text(double bytes);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_MODES_H

@@ -11,7 +11,7 @@
 
 #include "Camera/failure.h"
 
-using namespace camera;
+using namespace wqz_camera;
 
 namespace {
 

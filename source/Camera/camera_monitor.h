@@ -12,7 +12,7 @@
 /// a second where nothing says so: in containers, and on systems without udev's service.
 struct WQZ_Camera_Monitor {
 public:
-    /// @throws camera::Failure
+    /// @throws wqz_camera::Failure
     WQZ_Camera_Monitor();
     ~WQZ_Camera_Monitor();
     WQZ_Camera_Monitor(const WQZ_Camera_Monitor&) = delete;
@@ -29,9 +29,9 @@ private:
 
     int poll_descriptor;
     int timer = -1;
-    camera::Udev_Owner<udev> context;
-    camera::Udev_Owner<udev_monitor> plugs;
-    std::vector<camera::Camera_Record> known;
+    wqz_camera::Udev_Owner<udev> context;
+    wqz_camera::Udev_Owner<udev_monitor> plugs;
+    std::vector<wqz_camera::Camera_Record> known;
     std::deque<WQZ_Camera_Event> events;
 };
 

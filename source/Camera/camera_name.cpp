@@ -14,7 +14,7 @@
 #include "Camera/camera_explain.h"
 #include "Camera/failure.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -156,4 +156,4 @@ std::shared_ptr<Device_File> Open_Again(Camera_Record& record)
     return device;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

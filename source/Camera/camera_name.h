@@ -8,7 +8,7 @@
 #include "Camera/camera_list.h"
 #include "Camera/device_file.h"
 
-namespace camera {
+namespace wqz_camera {
 
 struct Opened_Camera {
     Camera_Record record;
@@ -24,6 +24,6 @@ Opened_Camera Open_By_Name(const std::string& name);
 /// @throws Failure  when it is there and cannot be opened
 std::shared_ptr<Device_File> Open_Again(Camera_Record& record);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_NAME_H

@@ -3,7 +3,7 @@
 
 #include "Camera/camera.h"
 
-using namespace camera;
+using namespace wqz_camera;
 
 namespace {
 

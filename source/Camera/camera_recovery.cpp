@@ -5,7 +5,7 @@
 #include "Camera/camera_explain.h"
 #include "Camera/running_call.h"
 
-using namespace camera;
+using namespace wqz_camera;
 
 namespace {
 

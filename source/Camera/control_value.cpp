@@ -8,7 +8,7 @@
 
 #include "Camera/failure.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -104,4 +104,4 @@ std::string Value_Text(int64_t value, const std::vector<WQZ_Camera_Menu_Item>& i
     return found == items.end() ? std::to_string(value) : found->name;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

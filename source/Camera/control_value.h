@@ -7,7 +7,7 @@
 
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// @return the name in lower case, with an underscore for each run of other characters than letters and digits
 std::string Control_Key(const std::string& name);
@@ -21,6 +21,6 @@ int64_t Parse_Value(const std::string& text, const WQZ_Camera_Control& control,
 /// @return the name of the menu item, or the number
 std::string Value_Text(int64_t value, const std::vector<WQZ_Camera_Menu_Item>& items);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_CONTROL_VALUE_H

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -163,4 +163,4 @@ void Demosaic(const Bayer_Format& format, const uint8_t* data, uint32_t stride, 
     }
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -6,7 +6,7 @@
 
 #include "Camera/frame_convert.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// How samples lie in a row.
 enum class Sample_Packing {
@@ -32,6 +32,6 @@ uint32_t Bayer_Row_Bytes(const Bayer_Format& format, uint32_t width);
 /// samples the upper eight bits count. Rows and columns outside the picture mirror those inside.
 void Demosaic(const Bayer_Format& format, const uint8_t* data, uint32_t stride, const Pixel_Rows& target);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_DEMOSAIC_H

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-namespace camera {
+namespace wqz_camera {
 
 Device_File::Device_File(const std::string& path)
     : node(path), descriptor(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)), error(descriptor < 0 ? errno : 0)
@@ -41,4 +41,4 @@ uint32_t Node_Capabilities(const v4l2_capability& capability)
     return (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps : capability.capabilities;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -6,7 +6,7 @@
 
 #include <string>
 
-namespace camera {
+namespace wqz_camera {
 
 /// Owns the descriptor of a video node, opened without waiting. Requests may be made on any thread.
 class Device_File {
@@ -38,6 +38,6 @@ private:
 /// @return what the node itself can do, which in older drivers only `capabilities` tells
 uint32_t Node_Capabilities(const v4l2_capability& capability);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_DEVICE_FILE_H

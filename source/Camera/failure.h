@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace camera {
+namespace wqz_camera {
 
 /// Thrown inside; the flat functions turn it into a negative errno and keep the sentence for Explain.
 class Failure : public std::runtime_error {
@@ -16,6 +16,6 @@ public:
     const int error;
 };
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_FAILURE_H

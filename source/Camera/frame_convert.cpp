@@ -13,7 +13,7 @@
 #include "Camera/jpeg_picture.h"
 #include "Stream/YUV/yuv_stream.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -165,4 +165,4 @@ void Convert_Frame(const WQZ_Camera_Frame& frame, uint32_t layout, uint8_t* pixe
     Convert_Bayer(frame, *bayer, target);
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

@@ -6,7 +6,7 @@
 
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// Where converted pixels go: rows of three bytes a pixel.
 struct Pixel_Rows {
@@ -23,6 +23,6 @@ struct Pixel_Rows {
 /// @throws Failure
 void Convert_Frame(const WQZ_Camera_Frame& frame, uint32_t layout, uint8_t* pixels, uint64_t capacity, uint32_t stride);
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_FRAME_CONVERT_H

@@ -13,7 +13,7 @@
 #include "Device/capture_buffer.h"
 #include "Stream/image_end.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -322,4 +322,4 @@ WQZ_Camera_Counts Frame_Stream::Counts() const
     return counts;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

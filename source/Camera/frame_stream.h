@@ -12,7 +12,7 @@
 #include "Camera/device_file.h"
 #include "Camera/wqz_camera.h"
 
-namespace camera {
+namespace wqz_camera {
 
 class Frame_Stream;
 
@@ -87,6 +87,6 @@ private:
     WQZ_Camera_Counts counts{};
 };
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_FRAME_STREAM_H

@@ -10,7 +10,7 @@
 
 #include <turbojpeg.h>
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -78,17 +78,17 @@ void Decode_Jpeg(const uint8_t* data, uint64_t length, const Pixel_Rows& target)
     }
 }
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #else
 
-namespace camera {
+namespace wqz_camera {
 
 void Decode_Jpeg(const uint8_t* /*data*/, uint64_t /*length*/, const Pixel_Rows& /*target*/)
 {
     throw Failure(ENOTSUP, "This library was built without TurboJPEG, so Motion-JPEG cannot be converted.");
 }
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif

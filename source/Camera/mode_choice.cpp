@@ -5,7 +5,7 @@
 
 #include "Camera/camera_modes.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -212,4 +212,4 @@ std::string Megabytes_Text(double bytes)
     return text;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

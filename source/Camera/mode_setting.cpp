@@ -6,7 +6,7 @@
 #include "Camera/camera_modes.h"
 #include "Camera/records.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -110,4 +110,4 @@ WQZ_Camera_Mode Set_Mode(const Device_File& device, const WQZ_Camera_Request& re
     return mode;
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

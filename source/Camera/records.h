@@ -12,7 +12,7 @@
 
 #include "Camera/failure.h"
 
-namespace camera {
+namespace wqz_camera {
 
 /// @throws Failure  for null, and for a record smaller than the first version of its kind
 template <typename Record>
@@ -78,6 +78,6 @@ std::string Field_Text(const unsigned char (&field)[N])
     return std::string(text, strnlen(text, N));
 }
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_RECORDS_H

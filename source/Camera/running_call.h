@@ -32,15 +32,15 @@ public:
     Running_Call& operator=(const Running_Call&) = delete;
 
     /// @throws Failure  while the camera is away
-    const camera::Device_File& Device() const
+    const wqz_camera::Device_File& Device() const
     {
         if (!device) {
-            throw camera::Failure(ENODEV, camera::Read_Sentence(ENODEV));
+            throw wqz_camera::Failure(ENODEV, wqz_camera::Read_Sentence(ENODEV));
         }
         return *device;
     }
 
-    std::shared_ptr<camera::Device_File> device;
+    std::shared_ptr<wqz_camera::Device_File> device;
 
 private:
     WQZ_Camera& called;

@@ -10,7 +10,7 @@
 
 #include "Camera/failure.h"
 
-namespace camera {
+namespace wqz_camera {
 
 namespace {
 
@@ -148,4 +148,4 @@ void Wait_Point::Drain_Plug_Events()
     draining.clear();
 }
 
-}  // namespace camera
+}  // namespace wqz_camera

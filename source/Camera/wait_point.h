@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace camera {
+namespace wqz_camera {
 
 /// The end of a wait. Negative milliseconds: never.
 class Deadline {
@@ -82,6 +82,6 @@ private:
     std::atomic_flag draining;  // libudev's monitor is for one thread at a time
 };
 
-}  // namespace camera
+}  // namespace wqz_camera
 
 #endif  // WQZ_CAMERA_WAIT_POINT_H

@@ -13,7 +13,7 @@
 #include "Camera/frame_convert.h"
 #include "Camera/records.h"
 
-using namespace camera;
+using namespace wqz_camera;
 
 namespace {
 

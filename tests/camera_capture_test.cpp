@@ -1,0 +1,490 @@
+// The camera interface: starting a capture and what can go wrong there, frames and their loans.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <thread>
+
+#include "support/allocation_watch.h"
+#include "support/open_camera.h"
+#include "support/waiting.h"
+
+namespace {
+
+using namespace virtual_camera;
+
+constexpr WQZ_Camera_Fraction Thirty{1, 30};
+
+class Capture : public Open_Camera {
+protected:
+    // A start that fails leaves nothing behind: no mapping, no buffer, and another handle can start at once.
+    void Expect_Camera_Is_Free()
+    {
+        EXPECT_EQ(Count("mmap"), Count("munmap"));
+        const std::vector<Log_Entry> log = Log();
+        const auto last = std::find_if(log.rbegin(), log.rend(),
+                                       [](const Log_Entry& entry) { return entry.request == VIDIOC_REQBUFS; });
+        ASSERT_NE(last, log.rend());
+        EXPECT_EQ(last->count, 0U);
+        WQZ_Camera* other = nullptr;
+        ASSERT_EQ(WQZ_Camera_Open(&other, Node), 0);
+        const auto request = Request_For(V4L2_PIX_FMT_YUYV, 640, 480);
+        EXPECT_EQ(WQZ_Camera_Start(other, &request, nullptr), 0) << Explanation(other);
+        EXPECT_EQ(WQZ_Camera_Close(other), 0);
+    }
+
+    // Of those that succeeded.
+    static long Count(const std::string& name)
+    {
+        const std::vector<Log_Entry> log = Log();
+        return std::count_if(log.begin(), log.end(),
+                             [&](const Log_Entry& entry) { return entry.name == name && entry.error == 0; });
+    }
+};
+
+TEST_F(Capture, AWholeRunMakesTheseRequests)
+{
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0);
+    EXPECT_EQ(Log_Names(),
+              "VIDIOC_S_FMT VIDIOC_S_PARM VIDIOC_REQBUFS VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF "
+              "mmap VIDIOC_QUERYBUF mmap VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_QBUF VIDIOC_STREAMON");
+    EXPECT_EQ(mode.fourcc, V4L2_PIX_FMT_YUYV);
+    EXPECT_STREQ(mode.format, "YUYV");
+    EXPECT_EQ(mode.bytes_per_line, 640U);
+    EXPECT_EQ(mode.image_size, 320U * 240 * 2);
+    EXPECT_EQ(mode.interval.denominator, 30U);
+    EXPECT_EQ(mode.buffers, 4U);
+    Clear_Log();
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF") << "a frame that is ready costs one request";
+    EXPECT_EQ(Bytes(frame), Frame_Bytes(Node, frame.sequence));
+    EXPECT_EQ(frame.fourcc, V4L2_PIX_FMT_YUYV);
+    EXPECT_EQ(frame.width, 320U);
+    EXPECT_EQ(frame.height, 240U);
+    EXPECT_EQ(frame.bytes_per_line, 640U);
+    EXPECT_EQ(frame.flags, 0U);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(frame.data, nullptr);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), -EINVAL) << "once";
+    Clear_Log();
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(Log_Names(), "VIDIOC_STREAMOFF munmap munmap munmap munmap VIDIOC_REQBUFS close");
+}
+
+struct Refused_Step {
+    uint32_t request;
+    int error;
+    int skip;
+    const char* words;
+};
+
+class Refusal : public Capture, public testing::WithParamInterface<Refused_Step> {};
+
+TEST_P(Refusal, AStartThatFailsLeavesTheCameraFree)
+{
+    const Refused_Step& step = GetParam();
+    Fail(Node, step.request, {step.error, -1, 1, step.skip});
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), -step.error);
+    EXPECT_NE(Explanation(camera).find(step.words), std::string::npos) << Explanation(camera);
+    Expect_Camera_Is_Free();
+    WQZ_Camera_Frame frame{};
+    EXPECT_EQ(Read(frame, 0), -EINVAL);
+    EXPECT_EQ(frame.data, nullptr);
+    Start_Mjpeg();
+    frame = Next_Frame();
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachRequest, Refusal,
+    testing::Values(Refused_Step{VIDIOC_S_FMT, EBUSY, 0, "busy"}, Refused_Step{VIDIOC_S_FMT, EIO, 0, "set the format"},
+                    Refused_Step{VIDIOC_S_FMT, EINVAL, 0, "nearest modes are YUYV 320x240"},
+                    Refused_Step{VIDIOC_S_PARM, EBUSY, 0, "busy"},
+                    Refused_Step{VIDIOC_S_PARM, EIO, 0, "set the frame rate"},
+                    Refused_Step{VIDIOC_REQBUFS, EBUSY, 0, "busy"},
+                    Refused_Step{VIDIOC_REQBUFS, ENOMEM, 0, "fewer buffers"},
+                    Refused_Step{VIDIOC_REQBUFS, EINVAL, 0, "provide buffers"},
+                    Refused_Step{VIDIOC_QUERYBUF, EINVAL, 2, "describe its buffers"},
+                    Refused_Step{Call_Mmap, ENOMEM, 0, "fewer buffers"},
+                    Refused_Step{Call_Mmap, EACCES, 3, "share its buffers"},
+                    Refused_Step{VIDIOC_QBUF, EIO, 3, "take its buffers"},
+                    Refused_Step{VIDIOC_STREAMON, ENOSPC, 0, "USB bus has no room for YUYV 320x240 at 30"},
+                    Refused_Step{VIDIOC_STREAMON, EIO, 0, "another port"},
+                    Refused_Step{VIDIOC_STREAMON, EACCES, 0, "start"},
+                    Refused_Step{VIDIOC_STREAMON, EPROTO, 0, "another port"}));
+
+TEST_F(Capture, BandwidthThatIsMissingIsExplainedByModesThatNeedLess)
+{
+    Fail(Node, VIDIOC_STREAMON, {ENOSPC});
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480, Thirty)), -ENOSPC);
+    const std::string text = Explanation(camera);
+    EXPECT_NE(text.find("18.4 MB a second"), std::string::npos) << text;
+    EXPECT_NE(text.find("MJPG 640x480 at 30"), std::string::npos) << text;
+    EXPECT_EQ(text.find("1280x720"), std::string::npos) << text;
+}
+
+TEST_F(Capture, WithoutExactTheAcceptedModeIsReported)
+{
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 650, 470, {1, 1000})), 0);
+    EXPECT_EQ(mode.width, 640U);
+    EXPECT_EQ(mode.height, 480U);
+    EXPECT_EQ(mode.interval.denominator, 30U);
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_EQ(frame.width, 640U);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Capture, ExactRefusesWhatIsNotOfferedAndNamesAFewModes)
+{
+    for (const WQZ_Camera_Request& request :
+         {Request_For(V4L2_PIX_FMT_YUYV, 641, 480, {0, 0}, WQZ_CAMERA_START_EXACT),
+          Request_For(V4L2_PIX_FMT_YUYV, 640, 480, {1, 29}, WQZ_CAMERA_START_EXACT),
+          Request_For(V4L2_PIX_FMT_NV12, 640, 480, {0, 0}, WQZ_CAMERA_START_EXACT)}) {
+        Clear_Log();
+        EXPECT_EQ(Start(request), -ENOTSUP);
+        EXPECT_EQ(Requests(VIDIOC_S_FMT), 0);
+        const std::string text = Explanation(camera);
+        EXPECT_NE(text.find("640x480 at 30 frames per second"), std::string::npos) << text;
+        EXPECT_LT(text.size(), 400U);
+    }
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480, {1001, 30030}, WQZ_CAMERA_START_EXACT)), 0)
+        << "the same fraction in other numbers";
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480, {10000, 300100}, WQZ_CAMERA_START_EXACT)), 0)
+        << "0.03 percent";
+    EXPECT_EQ(mode.interval.numerator, 1U) << "the offered fraction is set";
+}
+
+TEST_F(Capture, ExactFailsWhenTheDriverSetsSomethingElse)
+{
+    Alter(Node, VIDIOC_S_FMT, [](void* argument) { static_cast<v4l2_format*>(argument)->fmt.pix.width = 160; });
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, {0, 0}, WQZ_CAMERA_START_EXACT)), -ENOTSUP);
+    EXPECT_NE(Explanation(camera).find("driver set YUYV 160x240"), std::string::npos) << Explanation(camera);
+    Alter(Node, VIDIOC_S_PARM, [](void* argument) {
+        static_cast<v4l2_streamparm*>(argument)->parm.capture.timeperframe = {1, 15};
+    });
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty, WQZ_CAMERA_START_EXACT)), -ENOTSUP);
+}
+
+TEST_F(Capture, AnotherStartJustWorksInAnyMode)
+{
+    Start_Yuyv();
+    WQZ_Camera_Frame held = Next_Frame();
+    const std::vector<uint8_t> bytes = Bytes(held);
+    Start_Mjpeg();
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_EQ(frame.fourcc, V4L2_PIX_FMT_MJPEG);
+    EXPECT_EQ(Bytes(held), bytes) << "a held frame survives the next start";
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0) << "nothing to stop";
+    EXPECT_EQ(Read(frame, 0), -EINVAL);
+    Start_Yuyv();
+    EXPECT_EQ(Counts().delivered, 0U) << "counted from the start";
+}
+
+TEST_F(Capture, FramesHeldAcrossStopUnplugAndCloseKeepTheirBytes)
+{
+    std::vector<WQZ_Camera_Frame> held;
+    std::vector<std::vector<uint8_t>> bytes;
+    const auto hold_one = [&] {
+        held.push_back(Next_Frame());
+        bytes.push_back(Bytes(held.back()));
+    };
+    Start_Mjpeg();
+    hold_one();
+    hold_one();
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    Start_Yuyv();
+    hold_one();
+    Unplug(Node);
+    EXPECT_EQ(Close(), 0);
+    for (size_t i = 0; i < held.size(); ++i) {
+        EXPECT_EQ(Bytes(held[i]), bytes[i]);
+    }
+    std::thread other([&] { EXPECT_EQ(WQZ_Camera_Release(&held[0]), 0); });
+    EXPECT_EQ(WQZ_Camera_Release(&held[2]), 0);
+    other.join();
+    EXPECT_EQ(Bytes(held[1]), bytes[1]);
+    EXPECT_EQ(WQZ_Camera_Release(&held[1]), 0);
+    EXPECT_EQ(Count("munmap"), Count("mmap"));
+}
+
+TEST_F(Capture, ADriverThatCannotOrphanBuffersGetsItsCameraBackWithTheLastFrame)
+{
+    const auto cannot_orphan = [](void* argument) {
+        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
+    };
+    Alter(Node, VIDIOC_REQBUFS, cannot_orphan, Always);
+    Start_Yuyv();
+    WQZ_Camera_Frame held = Next_Frame();
+    EXPECT_EQ(WQZ_Camera_Stop(camera), -EBUSY);
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_MJPEG, 320, 240)), -EBUSY);
+    EXPECT_NE(Explanation(camera).find("held"), std::string::npos) << Explanation(camera);
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+    Start_Mjpeg();
+    held = Next_Frame();
+    const std::vector<uint8_t> bytes = Bytes(held);
+    EXPECT_EQ(Close(), -EBUSY);
+    EXPECT_EQ(Bytes(held), bytes);
+    Clear_Log();
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+    EXPECT_EQ(Log_Names(), "munmap VIDIOC_REQBUFS close");
+}
+
+TEST_F(Capture, TheLastBufferStaysWithTheDriver)
+{
+    Start_Yuyv();
+    Deliver_Frames(Node, 10);
+    std::vector<WQZ_Camera_Frame> held(3);
+    for (WQZ_Camera_Frame& frame : held) {
+        ASSERT_EQ(Read(frame), 0);
+    }
+    WQZ_Camera_Frame frame{};
+    EXPECT_EQ(Read(frame), -ENOBUFS);
+    EXPECT_NE(Explanation(camera).find("release"), std::string::npos);
+    EXPECT_EQ(WQZ_Camera_Release(&held[1]), 0);
+    EXPECT_EQ(Read(frame), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&held[0]), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&held[2]), 0);
+}
+
+TEST_F(Capture, TheNewestFrameIsTakenAndTheOthersCountAsSkipped)
+{
+    Start_Yuyv();
+    Deliver_Frames(Node, 3);
+    WQZ_Camera_Frame frame{};
+    ASSERT_EQ(Read(frame, 1000, WQZ_CAMERA_READ_NEWEST), 0);
+    EXPECT_EQ(frame.sequence, 2U);
+    EXPECT_EQ(frame.lost_before, 0U);
+    EXPECT_EQ(Bytes(frame), Frame_Bytes(Node, 2));
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(Counts().skipped, 2U);
+    EXPECT_EQ(Counts().delivered, 1U);
+    Deliver_Frames(Node, 1000);
+    ASSERT_EQ(Read(frame, 1000, WQZ_CAMERA_READ_NEWEST), 0) << "a camera that is always faster does not hold Read up";
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Capture, TheFirstFramesCanBeSkipped)
+{
+    auto request = Request_For(V4L2_PIX_FMT_YUYV, 320, 240);
+    request.skip = 6;
+    ASSERT_EQ(Start(request), 0);
+    Deliver_Frames(Node, 5);
+    WQZ_Camera_Frame frame{};
+    EXPECT_EQ(Read(frame, 50), -ETIMEDOUT);
+    Deliver_Frames(Node, 2);
+    ASSERT_EQ(Read(frame), 0);
+    EXPECT_EQ(frame.sequence, 6U);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(Counts().skipped, 6U);
+    EXPECT_EQ(Counts().delivered, 1U);
+}
+
+TEST_F(Capture, LostFramesShowInTheNumberingAlsoWhereItWraps)
+{
+    Start_Yuyv();
+    std::vector<uint32_t> numbers{0xFFFFFFFDU, 0xFFFFFFFFU, 0, 4, 3};
+    const std::vector<uint32_t> lost{0, 1, 0, 3, 0};
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        Alter(Node, VIDIOC_DQBUF, [&, i](void* a) { static_cast<v4l2_buffer*>(a)->sequence = numbers[i]; });
+        WQZ_Camera_Frame frame = Next_Frame();
+        EXPECT_EQ(frame.sequence, numbers[i]);
+        EXPECT_EQ(frame.lost_before, lost[i]) << numbers[i];
+        EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    }
+    EXPECT_EQ(Counts().lost, 4U);
+}
+
+TEST_F(Capture, DamagedFramesAreFlaggedAndImpossibleLengthsAreCut)
+{
+    Start_Yuyv();
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
+        static_cast<v4l2_buffer*>(argument)->flags |= V4L2_BUF_FLAG_ERROR;
+        static_cast<v4l2_buffer*>(argument)->bytesused = 0xFFFFFFFFU;
+    });
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_EQ(frame.flags, static_cast<uint32_t>(WQZ_CAMERA_FRAME_DAMAGED));
+    EXPECT_EQ(frame.length, mode.image_size);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    frame = Next_Frame();
+    EXPECT_EQ(frame.flags, 0U);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(Counts().damaged, 1U);
+    EXPECT_EQ(Counts().delivered, 2U);
+}
+
+TEST_F(Capture, ADriverThatFailsOrLiesIsAnError)
+{
+    Start_Yuyv();
+    WQZ_Camera_Frame frame{};
+    Fail(Node, VIDIOC_DQBUF, {EIO});
+    EXPECT_EQ(Read(frame), -EIO);
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->index = 9; });
+    Deliver_Frames(Node, 1);
+    EXPECT_EQ(Read(frame), -EIO);
+    EXPECT_EQ(frame.data, nullptr);
+    frame = Next_Frame();
+    Fail(Node, VIDIOC_QBUF, {EIO});
+    EXPECT_EQ(WQZ_Camera_Release(&frame), -EIO);
+    EXPECT_EQ(frame.data, nullptr) << "released all the same";
+    for (int left = 2; left > 0; --left) {
+        frame = Next_Frame();
+        Fail(Node, VIDIOC_QBUF, {EIO});
+        EXPECT_EQ(WQZ_Camera_Release(&frame), -EIO);
+    }
+    EXPECT_EQ(Read(frame), -EIO) << "no buffer is left: no frame can come";
+}
+
+TEST_F(Capture, TimeIsMonotonicWhateverTheDriverStamps)
+{
+    const auto now = [] {
+        timespec time{};
+        (void)clock_gettime(CLOCK_MONOTONIC, &time);
+        return time.tv_sec * int64_t{1'000'000'000} + time.tv_nsec;
+    };
+    Start_Yuyv();
+    int64_t before = now();
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_GE(frame.time_ns, before - 1000) << "microseconds are all that the driver gives";
+    EXPECT_LE(frame.time_ns, now());
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
+        static_cast<v4l2_buffer*>(argument)->flags &= ~static_cast<uint32_t>(V4L2_BUF_FLAG_TIMESTAMP_MASK);
+        static_cast<v4l2_buffer*>(argument)->timestamp = {1'700'000'000, 5};
+    });
+    before = now();
+    frame = Next_Frame();
+    EXPECT_GE(frame.time_ns, before);
+    EXPECT_LE(frame.time_ns, now());
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Capture, TheLengthOfAMotionJpegIsThatOfItsImage)
+{
+    Start_Mjpeg();
+    const auto length_of = [&](std::vector<uint8_t> image, size_t zeros) {
+        image.resize(image.size() + zeros);
+        Push_Frame(Node, image);
+        WQZ_Camera_Frame frame = Next_Frame();
+        const uint64_t length = frame.length;
+        EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+        return length;
+    };
+    std::vector<uint8_t> image = Frame_Bytes(Node, 0);
+    EXPECT_EQ(length_of(image, 0), image.size());
+    EXPECT_EQ(length_of(image, 5000), image.size());
+    std::vector<uint8_t> with_hole = image;
+    for (size_t i = image.size() / 2 - 150; i < image.size() / 2 + 150; ++i) {
+        with_hole[i] = 0;
+    }
+    EXPECT_EQ(length_of(with_hole, 77), image.size()) << "zeros inside do not mislead";
+    image.resize(image.size() / 2);
+    image.push_back(0xAA);
+    EXPECT_EQ(length_of(image, 10), image.size() + 10) << "a picture without its end keeps the driver's length";
+}
+
+TEST_F(Capture, ReadAndReleaseDoNotAllocate)
+{
+    Start_Mjpeg();
+    Deliver_Frames(Node, 20);
+    WQZ_Camera_Frame frame{};
+    ASSERT_EQ(Read(frame), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    const int before = allocation_watch::Allocations();
+    ASSERT_EQ(Read(frame), 0);
+    const int read = allocation_watch::Allocations();
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(read - before, 0);
+}
+
+TEST_F(Capture, WrongCallsAreAnsweredWithASentence)
+{
+    Captured_Stderr printed;
+    const auto request = Request_For(V4L2_PIX_FMT_YUYV, 320, 240);
+    auto frame = Sized<WQZ_Camera_Frame>();
+    EXPECT_EQ(WQZ_Camera_Start(nullptr, &request, nullptr), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Start(camera, nullptr, nullptr), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Read(camera, nullptr, 0, 0), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Read(nullptr, &frame, 0, 0), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Release(nullptr), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Close(nullptr), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Cancel(nullptr), -EINVAL);
+    EXPECT_EQ(WQZ_Camera_Open(nullptr, Node), -EINVAL);
+    for (const WQZ_Camera_Request& wrong :
+         {Request_For(0, 320, 240), Request_For(V4L2_PIX_FMT_YUYV, 0, 240), Request_For(V4L2_PIX_FMT_YUYV, 320, 0),
+          Request_For(V4L2_PIX_FMT_YUYV, 320, 240, {1, 0}), Request_For(V4L2_PIX_FMT_YUYV, 320, 240, {0, 0}, 0x80)}) {
+        EXPECT_EQ(Start(wrong), -EINVAL);
+        EXPECT_NE(Explanation(camera), "");
+    }
+    auto small = request;
+    small.size = 8;
+    EXPECT_EQ(Start(small), -EINVAL);
+    EXPECT_NE(Explanation(camera).find("`size`"), std::string::npos) << Explanation(camera);
+    frame.size = 0;
+    EXPECT_EQ(WQZ_Camera_Read(camera, &frame, 0, 0), -EINVAL);
+    EXPECT_EQ(Log_Names(), "") << "nothing reached the camera";
+    EXPECT_EQ(printed.Text(), "");
+}
+
+TEST_F(Capture, ARecordOfANewerProgramIsFilledAsFarAsKnown)
+{
+    struct Newer {
+        WQZ_Camera_Counts counts;
+        uint64_t more;
+    };
+    Newer newer{};
+    newer.counts.size = sizeof newer;
+    newer.more = 77;
+    EXPECT_EQ(WQZ_Camera_Counters(camera, &newer.counts), 0);
+    EXPECT_EQ(newer.counts.size, sizeof newer);
+    EXPECT_EQ(newer.more, 0U);
+}
+
+TEST_F(Capture, TheModesAreListedOnePerInterval)
+{
+    const int32_t count = WQZ_Camera_Modes(camera, nullptr, 0);
+    ASSERT_GT(count, 4);
+    std::vector<WQZ_Camera_Offer> offers(static_cast<size_t>(count), Sized<WQZ_Camera_Offer>());
+    EXPECT_EQ(WQZ_Camera_Modes(camera, offers.data(), 3), count);
+    EXPECT_STREQ(offers[2].format, "MJPG");
+    EXPECT_STREQ(offers[3].format, "") << "not written beyond the capacity";
+    EXPECT_EQ(WQZ_Camera_Modes(camera, offers.data(), static_cast<uint32_t>(count)), count);
+    EXPECT_EQ(offers[0].flags, static_cast<uint32_t>(WQZ_CAMERA_OFFER_COMPRESSED));
+    EXPECT_EQ(offers[0].width_min, offers[0].width_max);
+    EXPECT_EQ(offers[0].interval_min.numerator, 1U);
+    EXPECT_EQ(std::string(offers.back().format), "GREY");
+}
+
+TEST(Ranges, StepwiseSizesAndIntervalsAreOfferedAndMatched)
+{
+    Reset();
+    Camera_Description description = Usb_Camera();
+    Frame_Size range{64, 48, 640, 480, 16, 8, {{1, 60}, {1, 5}, {1, 60}}, true};
+    description.formats = {{V4L2_PIX_FMT_YUYV, {range}}};
+    Add_Camera(description);
+    WQZ_Camera* camera = nullptr;
+    ASSERT_EQ(WQZ_Camera_Open(&camera, "/dev/video0"), 0) << Explanation(nullptr);
+    auto offer = Sized<WQZ_Camera_Offer>();
+    ASSERT_EQ(WQZ_Camera_Modes(camera, &offer, 1), 1);
+    EXPECT_EQ(offer.width_min, 64U);
+    EXPECT_EQ(offer.width_max, 640U);
+    EXPECT_EQ(offer.width_step, 16U);
+    EXPECT_EQ(offer.height_step, 8U);
+    EXPECT_EQ(offer.interval_min.denominator, 60U);
+    EXPECT_EQ(offer.interval_max.denominator, 5U);
+    const auto start = [&](uint32_t width, WQZ_Camera_Fraction interval) {
+        const auto request = Request_For(V4L2_PIX_FMT_YUYV, width, 240, interval, WQZ_CAMERA_START_EXACT);
+        return WQZ_Camera_Start(camera, &request, nullptr);
+    };
+    EXPECT_EQ(start(320, {1, 30}), 0) << Explanation(camera);
+    EXPECT_EQ(start(321, {1, 30}), -ENOTSUP);
+    EXPECT_NE(Explanation(camera).find("YUYV 320x240 at 30"), std::string::npos) << Explanation(camera);
+    EXPECT_EQ(start(320, {1, 45}), -ENOTSUP) << "between two steps";
+    EXPECT_EQ(start(320, {1, 61}), -ENOTSUP);
+    EXPECT_EQ(WQZ_Camera_Close(camera), 0);
+    Reset();
+}
+
+}  // namespace

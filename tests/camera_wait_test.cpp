@@ -1,0 +1,328 @@
+// The camera interface: waits and what ends them, unplugging and recovery.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "support/open_camera.h"
+#include "support/waiting.h"
+
+namespace {
+
+using namespace virtual_camera;
+using std::chrono::milliseconds;
+
+constexpr milliseconds Notice{200};  // within which an unplug shows
+constexpr milliseconds Slack{100};   // of a loaded machine
+
+class Waiting : public Open_Camera {
+protected:
+    Waiting() { Start_Yuyv(); }
+
+    // Does something a little after the call began to wait.
+    static std::thread Later(const std::function<void()>& action)
+    {
+        return std::thread([action] {
+            std::this_thread::sleep_for(milliseconds(60));
+            action();
+        });
+    }
+
+    bool Is_Readable(int timeout_ms = 0)
+    {
+        pollfd polled{WQZ_Camera_Descriptor(camera), POLLIN, 0};
+        return poll(&polled, 1, timeout_ms) == 1;
+    }
+
+    void Plug_In_Again()
+    {
+        Camera_Description description = Usb_Camera();
+        description.capture_node = Node;
+        Add_Camera(description);
+        Hold_Frames(Node);
+    }
+
+    WQZ_Camera_Frame frame = Sized<WQZ_Camera_Frame>();
+};
+
+TEST_F(Waiting, ASilentCameraTimesOut)
+{
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, 0), -ETIMEDOUT);
+    EXPECT_LT(watch.Elapsed(), milliseconds(50));
+    EXPECT_EQ(Read(frame, 250), -ETIMEDOUT);
+    EXPECT_GE(watch.Elapsed(), milliseconds(250));
+    EXPECT_LT(watch.Elapsed(), milliseconds(250) + Slack);
+    EXPECT_NE(Explanation(camera).find("silent"), std::string::npos);
+    EXPECT_EQ(frame.data, nullptr);
+}
+
+TEST_F(Waiting, AFrameEndsTheWait)
+{
+    std::thread later = Later([] { Deliver_Frames(Node, 1); });
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, -1), 0);
+    EXPECT_GE(watch.Elapsed(), milliseconds(40));
+    later.join();
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Waiting, CancelEndsARunningWaitOnce)
+{
+    std::thread later = Later([this] { WQZ_Camera_Cancel(camera); });
+    EXPECT_EQ(Read(frame, -1), -ECANCELED);
+    later.join();
+    EXPECT_EQ(Read(frame, 20), -ETIMEDOUT);
+}
+
+TEST_F(Waiting, CancelIsRememberedForTheNextWait)
+{
+    EXPECT_EQ(WQZ_Camera_Cancel(camera), 0);
+    EXPECT_EQ(WQZ_Camera_Cancel(camera), 0);
+    Deliver_Frames(Node, 1);
+    EXPECT_EQ(Read(frame, 1000), -ECANCELED);
+    EXPECT_EQ(Read(frame, 1000), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+WQZ_Camera* cancelled_by_signal = nullptr;
+
+TEST_F(Waiting, ASignalHandlerMayCancel)
+{
+    cancelled_by_signal = camera;
+    struct sigaction action {};
+    struct sigaction former {};
+    action.sa_handler = [](int) { WQZ_Camera_Cancel(cancelled_by_signal); };
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &former), 0);
+    const pthread_t reader = pthread_self();
+    std::thread later = Later([=] { pthread_kill(reader, SIGUSR1); });
+    EXPECT_EQ(Read(frame, -1), -ECANCELED);
+    later.join();
+    EXPECT_EQ(Read(frame, 20), -ETIMEDOUT);
+    ASSERT_EQ(sigaction(SIGUSR1, &former, nullptr), 0);
+}
+
+TEST_F(Waiting, ASignalAloneDoesNotEndAWait)
+{
+    struct sigaction action {};
+    struct sigaction former {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &former), 0);
+    const pthread_t reader = pthread_self();
+    std::thread later = Later([=] { pthread_kill(reader, SIGUSR1); });
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, 200), -ETIMEDOUT);
+    EXPECT_GE(watch.Elapsed(), milliseconds(200));
+    later.join();
+    ASSERT_EQ(sigaction(SIGUSR1, &former, nullptr), 0);
+}
+
+TEST_F(Waiting, StopEndsEveryWait)
+{
+    constexpr int Readers = 3;
+    std::atomic<int> ended{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < Readers; ++i) {
+        readers.emplace_back([&] {
+            auto own = Sized<WQZ_Camera_Frame>();
+            EXPECT_EQ(WQZ_Camera_Read(camera, &own, -1, 0), -ECANCELED);
+            ++ended;
+        });
+    }
+    std::this_thread::sleep_for(milliseconds(60));
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    Start_Mjpeg();
+    frame = Next_Frame();
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Waiting, CloseEndsEveryWaitAndWaitsForIt)
+{
+    std::atomic<int> ended{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&, handle = camera] {
+            auto own = Sized<WQZ_Camera_Frame>();
+            EXPECT_EQ(WQZ_Camera_Read(handle, &own, -1, 0), -ECANCELED);
+            ++ended;
+        });
+    }
+    std::this_thread::sleep_for(milliseconds(60));
+    EXPECT_EQ(Close(), 0);
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(ended, 2);
+}
+
+TEST_F(Waiting, ManyThreadsReadReleaseAndSetControlsAtOnce)
+{
+    Resume_Frames(Node);
+    std::atomic<bool> stop{false};
+    std::atomic<int> taken{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                auto own = Sized<WQZ_Camera_Frame>();
+                const int32_t result = WQZ_Camera_Read(camera, &own, 100, 0);
+                if (result == 0) {
+                    EXPECT_EQ(Sequence_In_Frame(own.fourcc, own.data, own.length), own.sequence);
+                    EXPECT_EQ(WQZ_Camera_Release(&own), 0);
+                    ++taken;
+                }
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        while (!stop) {
+            auto setting = Sized<WQZ_Camera_Setting>();
+            setting.name = "brightness";
+            setting.value = 3;
+            EXPECT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0);
+            EXPECT_GE(Counts().delivered, 0U);
+            (void)Explanation(camera);
+        }
+    });
+    EXPECT_TRUE(Eventually([&] { return taken > 20; }));
+    stop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+// Unplugging ----------------------------------------------------------------------------------------------------------
+
+TEST_F(Waiting, AnUnplugBeforeAReadShows)
+{
+    frame = Next_Frame();
+    Deliver_Frames(Node, 1);
+    Unplug(Node);
+    auto next = Sized<WQZ_Camera_Frame>();
+    EXPECT_EQ(Read(next, 1000), -ENODEV);
+    EXPECT_EQ(Read(next, 1000), -ENODEV) << "and stays";
+    EXPECT_NE(Explanation(camera).find("unplugged"), std::string::npos);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0) << "a held frame can be given back";
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240)), -ENODEV);
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+}
+
+TEST_F(Waiting, AnUnplugEndsARunningRead)
+{
+    std::atomic<int64_t> unplugged_at{0};
+    const Stopwatch watch;
+    std::thread later = Later([&] {
+        Unplug(Node);
+        unplugged_at = watch.Elapsed().count();
+    });
+    EXPECT_EQ(Read(frame, -1), -ENODEV);
+    EXPECT_LT(watch.Elapsed().count() - unplugged_at, (Notice + Slack).count());
+    later.join();
+}
+
+TEST_F(Waiting, AnUnplugThatTheDriverDoesNotReportIsNoticedAllTheSame)
+{
+    std::thread later = Later([] { Fail(Node, VIDIOC_QUERYCAP, {ENODEV, -1, Always}); });
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, -1), -ENODEV);
+    EXPECT_LT(watch.Elapsed(), milliseconds(60) + Notice + Slack);
+    later.join();
+}
+
+TEST_F(Waiting, RecoverBringsModeControlsAndCountsBack)
+{
+    auto setting = Sized<WQZ_Camera_Setting>();
+    setting.name = "brightness";
+    setting.value = 7;
+    ASSERT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0) << Explanation(camera);
+    frame = Next_Frame();
+    const std::vector<uint8_t> bytes = Bytes(frame);
+    const int descriptor = WQZ_Camera_Descriptor(camera);
+    Unplug(Node);
+    auto next = Sized<WQZ_Camera_Frame>();
+    ASSERT_EQ(Read(next, 1000), -ENODEV);
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 150), -ETIMEDOUT);
+    EXPECT_EQ(Read(next, 0), -ENODEV) << "still away";
+    std::thread later = Later([this] { Plug_In_Again(); });
+    ASSERT_EQ(WQZ_Camera_Recover(camera, 5000), 0) << Explanation(camera);
+    later.join();
+    EXPECT_EQ(WQZ_Camera_Descriptor(camera), descriptor);
+    setting.value = 0;
+    EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), 0);
+    EXPECT_EQ(setting.value, 7);
+    next = Next_Frame();
+    EXPECT_EQ(next.fourcc, V4L2_PIX_FMT_YUYV);
+    EXPECT_EQ(next.width, 320U);
+    EXPECT_EQ(Bytes(frame), bytes) << "held over the replug";
+    EXPECT_EQ(Counts().delivered, 2U);
+    EXPECT_EQ(WQZ_Camera_Release(&next), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+}
+
+TEST_F(Waiting, RecoverIsCancelledAndWaitsForAStartThatWorks)
+{
+    Unplug(Node);
+    EXPECT_EQ(WQZ_Camera_Cancel(camera), 0);
+    EXPECT_EQ(WQZ_Camera_Recover(camera, -1), -ECANCELED);
+    std::thread cancel = Later([this] { WQZ_Camera_Cancel(camera); });
+    EXPECT_EQ(WQZ_Camera_Recover(camera, -1), -ECANCELED);
+    cancel.join();
+    Plug_In_Again();
+    Fail(Node, VIDIOC_STREAMON, {EPROTO, -1, 2});
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 2000), 0) << "a camera may fail while it wakes up";
+    Unplug(Node);
+    Plug_In_Again();
+    Fail(Node, VIDIOC_STREAMON, {ENOSPC, -1, Always});
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 150), -ENOSPC) << "the reason when it does not get over it";
+}
+
+TEST_F(Waiting, AnotherCameraAtTheSameNodeIsNotTakenForTheOneThatLeft)
+{
+    Unplug(Node);
+    Camera_Description other = Usb_Camera(3);
+    other.capture_node = Node;
+    Add_Camera(other);
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 150), -ETIMEDOUT);
+}
+
+TEST_F(Waiting, RecoverAfterAStopDoesNotStart)
+{
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 1000), 0);
+    EXPECT_EQ(Read(frame, 0), -EINVAL);
+}
+
+// The descriptor ------------------------------------------------------------------------------------------------------
+
+TEST_F(Waiting, TheDescriptorTellsWhenAReadIsDue)
+{
+    EXPECT_FALSE(Is_Readable());
+    Deliver_Frames(Node, 1);
+    EXPECT_TRUE(Is_Readable(1000));
+    ASSERT_EQ(Read(frame, 0), 0);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_FALSE(Is_Readable());
+    EXPECT_EQ(WQZ_Camera_Cancel(camera), 0);
+    EXPECT_TRUE(Is_Readable());
+    EXPECT_EQ(Read(frame, 0), -ECANCELED);
+    EXPECT_FALSE(Is_Readable());
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    (void)Read(frame, 0);
+    Start_Mjpeg();
+    EXPECT_EQ(Read(frame, 0), -ETIMEDOUT);
+    EXPECT_FALSE(Is_Readable());
+    Unplug(Node);
+    EXPECT_TRUE(Is_Readable(1000));
+    EXPECT_EQ(Read(frame, 0), -ENODEV);
+    EXPECT_TRUE(Is_Readable()) << "until it is dealt with";
+}
+
+}  // namespace

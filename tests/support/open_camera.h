@@ -1,0 +1,101 @@
+// A test fixture with an open handle of the camera interface on one virtual camera.
+#ifndef WQZ_TESTS_SUPPORT_OPEN_CAMERA_H
+#define WQZ_TESTS_SUPPORT_OPEN_CAMERA_H
+
+#include <chrono>
+#include <string>
+
+#include "Camera/wqz_camera.h"
+#include "support/camera_fixture.h"
+
+/// @return a record with its size set and all else 0
+template <typename Record>
+Record Sized()
+{
+    Record record{};
+    record.size = sizeof record;
+    return record;
+}
+
+inline std::string Explanation(WQZ_Camera* camera)
+{
+    char text[2048] = "";
+    EXPECT_GE(WQZ_Camera_Explain(camera, text, sizeof text), 0);
+    return text;
+}
+
+inline WQZ_Camera_Request Request_For(uint32_t fourcc, uint32_t width, uint32_t height,
+                                      WQZ_Camera_Fraction interval = {0, 0}, uint32_t flags = 0)
+{
+    auto request = Sized<WQZ_Camera_Request>();
+    request.fourcc = fourcc;
+    request.width = width;
+    request.height = height;
+    request.interval = interval;
+    request.flags = flags;
+    return request;
+}
+
+/// Measures how long a call takes.
+class Stopwatch {
+public:
+    std::chrono::milliseconds Elapsed() const
+    {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+    }
+
+private:
+    std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+};
+
+/// The virtual camera at Node, opened, its frames held back; the log begins after the open.
+class Open_Camera : public Camera_Fixture {
+protected:
+    Open_Camera()
+    {
+        EXPECT_EQ(WQZ_Camera_Open(&camera, Node), 0) << Explanation(nullptr);
+        virtual_camera::Hold_Frames(Node);
+        virtual_camera::Clear_Log();
+    }
+    ~Open_Camera() override
+    {
+        if (camera != nullptr) {
+            EXPECT_EQ(Close(), 0) << Explanation(nullptr);
+        }
+    }
+
+    int32_t Close() { return WQZ_Camera_Close(std::exchange(camera, nullptr)); }
+
+    int32_t Start(const WQZ_Camera_Request& request) { return WQZ_Camera_Start(camera, &request, &mode); }
+    void Start_Yuyv() { ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240)), 0) << Explanation(camera); }
+    void Start_Mjpeg() { ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_MJPEG, 320, 240)), 0) << Explanation(camera); }
+
+    int32_t Read(WQZ_Camera_Frame& frame, int32_t timeout_ms = 2000, uint32_t flags = 0)
+    {
+        frame = Sized<WQZ_Camera_Frame>();
+        return WQZ_Camera_Read(camera, &frame, timeout_ms, flags);
+    }
+
+    /// Lets the camera deliver one frame and takes it.
+    WQZ_Camera_Frame Next_Frame()
+    {
+        virtual_camera::Deliver_Frames(Node, 1);
+        WQZ_Camera_Frame frame{};
+        EXPECT_EQ(Read(frame), 0) << Explanation(camera);
+        return frame;
+    }
+
+    static std::vector<uint8_t> Bytes(const WQZ_Camera_Frame& frame) { return {frame.data, frame.data + frame.length}; }
+
+    WQZ_Camera_Counts Counts()
+    {
+        auto counts = Sized<WQZ_Camera_Counts>();
+        EXPECT_EQ(WQZ_Camera_Counters(camera, &counts), 0);
+        return counts;
+    }
+
+    WQZ_Camera* camera = nullptr;
+    WQZ_Camera_Mode mode = Sized<WQZ_Camera_Mode>();
+};
+
+#endif  // WQZ_TESTS_SUPPORT_OPEN_CAMERA_H
