@@ -96,21 +96,18 @@ TEST_P(Refusal, AStartThatFailsLeavesTheCameraFree)
 
 INSTANTIATE_TEST_SUITE_P(
     EachRequest, Refusal,
-    testing::Values(Refused_Step{VIDIOC_S_FMT, EBUSY, 0, "busy"}, Refused_Step{VIDIOC_S_FMT, EIO, 0, "set the format"},
-                    Refused_Step{VIDIOC_S_FMT, EINVAL, 0, "nearest modes are YUYV 320x240"},
-                    Refused_Step{VIDIOC_S_PARM, EBUSY, 0, "busy"},
-                    Refused_Step{VIDIOC_S_PARM, EIO, 0, "set the frame rate"},
-                    Refused_Step{VIDIOC_REQBUFS, EBUSY, 0, "busy"},
-                    Refused_Step{VIDIOC_REQBUFS, ENOMEM, 0, "fewer buffers"},
-                    Refused_Step{VIDIOC_REQBUFS, EINVAL, 0, "provide buffers"},
-                    Refused_Step{VIDIOC_QUERYBUF, EINVAL, 2, "describe its buffers"},
-                    Refused_Step{Call_Mmap, ENOMEM, 0, "fewer buffers"},
-                    Refused_Step{Call_Mmap, EACCES, 3, "share its buffers"},
-                    Refused_Step{VIDIOC_QBUF, EIO, 3, "take its buffers"},
-                    Refused_Step{VIDIOC_STREAMON, ENOSPC, 0, "USB bus has no room for YUYV 320x240 at 30"},
-                    Refused_Step{VIDIOC_STREAMON, EIO, 0, "another port"},
-                    Refused_Step{VIDIOC_STREAMON, EACCES, 0, "start"},
-                    Refused_Step{VIDIOC_STREAMON, EPROTO, 0, "another port"}));
+    testing::Values(
+        Refused_Step{VIDIOC_S_FMT, EBUSY, 0, "busy"}, Refused_Step{VIDIOC_S_FMT, EIO, 0, "set the format"},
+        Refused_Step{VIDIOC_S_FMT, EINVAL, 0, "nearest modes are YUYV 320x240"},
+        Refused_Step{VIDIOC_S_PARM, EBUSY, 0, "busy"}, Refused_Step{VIDIOC_S_PARM, EIO, 0, "set the frame rate"},
+        Refused_Step{VIDIOC_REQBUFS, EBUSY, 0, "busy"}, Refused_Step{VIDIOC_REQBUFS, ENOMEM, 0, "fewer buffers"},
+        Refused_Step{VIDIOC_REQBUFS, EINVAL, 0, "provide buffers"},
+        Refused_Step{VIDIOC_QUERYBUF, EINVAL, 2, "describe its buffers"},
+        Refused_Step{Call_Mmap, ENOMEM, 0, "fewer buffers"}, Refused_Step{Call_Mmap, EACCES, 3, "share its buffers"},
+        Refused_Step{VIDIOC_QBUF, EIO, 3, "take its buffers"},
+        Refused_Step{VIDIOC_STREAMON, ENOSPC, 0, "USB bus has no room for YUYV 320x240 at 30"},
+        Refused_Step{VIDIOC_STREAMON, EIO, 0, "another port"}, Refused_Step{VIDIOC_STREAMON, EACCES, 0, "start"},
+        Refused_Step{VIDIOC_STREAMON, EPROTO, 0, "another port"}));
 
 TEST_F(Capture, BandwidthThatIsMissingIsExplainedByModesThatNeedLess)
 {

@@ -169,8 +169,9 @@ TEST_F(Cameras, EveryNameOpensItsCamera)
 TEST_F(Cameras, ALinkOpensTheNodeThatItPointsAt)
 {
     const std::string usb = "/devices/pci0/usb9/9-1";
-    Describe_Tree("P: " + usb + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nA: idVendor=1d6b\nA: idProduct=0102\n\nP: " +
-                  usb + "/video4linux/video3\nN: video3\nS: v4l/by-id/usb-WQZ-video-index0\nE: DEVNAME=/dev/video3\n" +
+    Describe_Tree("P: " + usb +
+                  "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nA: idVendor=1d6b\nA: idProduct=0102\n\nP: " + usb +
+                  "/video4linux/video3\nN: video3\nS: v4l/by-id/usb-WQZ-video-index0\nE: DEVNAME=/dev/video3\n" +
                   "E: SUBSYSTEM=video4linux\nE: ID_PATH=pci-0-usb-0:1:1.0\n");
     Add_Camera(At(0, "/dev/video3", ""));
     EXPECT_EQ(Identities(), "/dev/video3=1d6b:0102@pci-0-usb-0:1:1.0 ");

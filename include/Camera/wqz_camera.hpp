@@ -154,7 +154,7 @@ struct Request {
     Fourcc format;
     uint32_t width = 0;
     uint32_t height = 0;
-    Rate rate;
+    Rate rate = {};
     bool exact = false;    ///< refuse what the camera does not offer
     uint32_t buffers = 0;  ///< 0 for four
     uint32_t skip = 0;     ///< frames to give back unseen first
@@ -340,7 +340,7 @@ public:
     Control_Value Get(uint32_t id) const { return Get(id, nullptr); }
 
     /// Sets controls in order, up to the first that fails.
-    void Set(const std::vector<Setting>& settings)
+    void Set_Controls(const std::vector<Setting>& settings)
     {
         std::vector<WQZ_Camera_Setting> records;
         for (const Setting& setting : settings) {
@@ -356,7 +356,7 @@ public:
             Check(WQZ_Camera_Set_Controls(handle, records.data(), static_cast<uint32_t>(records.size())));
         }
     }
-    void Set(const Setting& setting) { Set(std::vector<Setting>{setting}); }
+    void Set(const Setting& setting) { Set_Controls(std::vector<Setting>(1, setting)); }
 
     /// @return what the driver accepted
     Mode Start(const Request& request)
