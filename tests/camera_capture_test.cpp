@@ -161,6 +161,19 @@ TEST_F(Capture, ExactFailsWhenTheDriverSetsSomethingElse)
     EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty, WQZ_CAMERA_START_EXACT)), -ENOTSUP);
 }
 
+TEST_F(Capture, ARateThatTheDriverDoesNotConfirmIsUnknown)
+{
+    Alter(
+        Node, VIDIOC_S_PARM,
+        [](void* argument) { static_cast<v4l2_streamparm*>(argument)->parm.capture.capability = 0; }, Always);
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0);
+    EXPECT_EQ(mode.interval.denominator, 0U);
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty, WQZ_CAMERA_START_EXACT)), -ENOTSUP);
+    Fail(Node, VIDIOC_S_PARM, {ENOTTY});
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0) << "some drivers have no rates at all";
+    EXPECT_EQ(mode.interval.numerator, 0U);
+}
+
 TEST_F(Capture, AnotherStartJustWorksInAnyMode)
 {
     Start_Yuyv();
@@ -316,8 +329,10 @@ TEST_F(Capture, ADriverThatFailsOrLiesIsAnError)
 {
     Start_Yuyv();
     WQZ_Camera_Frame frame{};
-    Fail(Node, VIDIOC_DQBUF, {EIO});
-    EXPECT_EQ(Read(frame), -EIO);
+    for (const int error : {EIO, EINVAL, EPIPE}) {
+        Fail(Node, VIDIOC_DQBUF, {error});
+        EXPECT_EQ(Read(frame), -EIO);
+    }
     Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->index = 9; });
     Deliver_Frames(Node, 1);
     EXPECT_EQ(Read(frame), -EIO);

@@ -274,7 +274,10 @@ TEST(Holders, TheProcessThatHasANodeOpenIsNamed)
     char path[] = "/tmp/wqz-holder-XXXXXX";
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
-    EXPECT_EQ(wqz_camera::Holders_Of(path), "") << "not this process itself";
+    EXPECT_EQ(wqz_camera::Holders_Of(path), "") << "the one descriptor that asks does not count";
+    const int second = open(path, O_RDONLY | O_CLOEXEC);
+    EXPECT_NE(wqz_camera::Holders_Of(path).find("process " + std::to_string(getpid())), std::string::npos);
+    (void)close(second);
     const pid_t child = fork();
     if (child == 0) {
         (void)pause();

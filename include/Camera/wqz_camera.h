@@ -325,8 +325,9 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Close(WQZ_Camera* camera);
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uint32_t capacity);
 
 /// A descriptor to poll for POLLIN, the same from Open to Close. It is readable when a Read without waiting is due: a
-/// frame is there, Cancel was called, or the camera went away. A wake-up without a cause is possible: Read then
-/// answers -ETIMEDOUT. While only one buffer is left to the driver, no wake-up for a frame comes.
+/// frame is there, Cancel was called, or the camera went away. It may be readable without a cause: Read then answers
+/// -ETIMEDOUT. After -ENOBUFS release a frame before polling again, and after -ENODEV call Recover, Stop or Close:
+/// until then it stays readable.
 /// @return the descriptor; do not read, change or close it
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Descriptor(WQZ_Camera* camera);
 

@@ -21,21 +21,18 @@ struct Close_Folder {
 };
 using Folder = std::unique_ptr<DIR, Close_Folder>;
 
-bool Has_Open(const std::string& process, const std::string& node)
+// How many descriptors of the node the process has, as far as this user may see them.
+int Times_Open(const std::string& process, const std::string& node)
 {
+    int times = 0;
     const std::string path = "/proc/" + process + "/fd";
     const Folder folder(opendir(path.c_str()));
-    if (!folder) {
-        return false;
-    }
     std::array<char, PATH_MAX> target{};
-    while (const dirent* entry = readdir(folder.get())) {
+    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
         const ssize_t length = readlinkat(dirfd(folder.get()), entry->d_name, target.data(), target.size());
-        if (length > 0 && node == std::string(target.data(), static_cast<size_t>(length))) {
-            return true;
-        }
+        times += length > 0 && node == std::string(target.data(), static_cast<size_t>(length)) ? 1 : 0;
     }
-    return false;
+    return times;
 }
 
 std::string Process_Name(const std::string& process)
@@ -57,7 +54,7 @@ std::string Busy_Sentence(const std::string& node)
     if (holders.empty()) {
         return node + " is busy: another capture uses the camera. `sudo fuser -v " + node + "` names its process.";
     }
-    return node + " is busy: " + holders + " uses the camera. Close that program, or end its capture.";
+    return node + " is busy: " + holders + " has it open. End the capture there.";
 }
 
 }  // namespace
@@ -88,8 +85,11 @@ std::string Holders_Of(const std::string& node)
     const std::string self = std::to_string(getpid());
     while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
         const std::string process = entry->d_name;
-        if (process.find_first_not_of("0123456789") == std::string::npos && process != self &&
-            Has_Open(process, node)) {
+        if (process.find_first_not_of("0123456789") != std::string::npos) {
+            continue;
+        }
+        const int own_descriptor = process == self ? 1 : 0;
+        if (Times_Open(process, node) > own_descriptor) {
             holders += (holders.empty() ? "" : ", ") + Process_Name(process) + " (process " + process + ")";
         }
     }

@@ -39,8 +39,8 @@ Failure Bandwidth_Failure(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Cam
 /// @return what a Read without a frame means
 const char* Read_Sentence(int error);
 
-/// @return the processes that have the node open, other than this one: "ffmpeg (process 4711)"; empty when none can be
-///         seen
+/// @return the processes that have the node open: "ffmpeg (process 4711)"; this one only when it has it open more than
+///         once; empty when none can be seen
 std::string Holders_Of(const std::string& node);
 
 }  // namespace wqz_camera

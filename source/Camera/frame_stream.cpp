@@ -36,6 +36,15 @@ int64_t Monotonic_Time(const v4l2_buffer& buffer)
     return Nanoseconds(now.tv_sec, now.tv_nsec);
 }
 
+// What a Read says to a refusal by the driver.
+int Read_Result(int result)
+{
+    if (result == -ENODEV || result == -ENXIO) {
+        return -ENODEV;
+    }
+    return result == -EAGAIN ? -EAGAIN : -EIO;
+}
+
 bool Is_Jpeg(uint32_t fourcc)
 {
     return fourcc == V4L2_PIX_FMT_MJPEG || fourcc == V4L2_PIX_FMT_JPEG;
@@ -159,7 +168,7 @@ int Frame_Stream::Dequeue(v4l2_buffer& buffer)
     buffer = Capture_Buffer(0);
     const int result = device->Request(VIDIOC_DQBUF, &buffer);
     if (result != 0) {
-        return result;
+        return Read_Result(result);
     }
     --queued;
     if (buffer.index >= slots.size() || slots[buffer.index].ticket != 0) {
@@ -177,9 +186,7 @@ int Frame_Stream::Skip_First(v4l2_buffer& buffer)
         --to_skip;
         ++counts.skipped;
         result = Requeue(buffer.index);
-        if (result == 0) {
-            result = Dequeue(buffer);
-        }
+        result = result == 0 ? Dequeue(buffer) : Read_Result(result);
     }
     return result;
 }

@@ -78,10 +78,10 @@ void Set_Interval(const Device_File& device, const WQZ_Camera_Fraction& interval
     if (result != 0) {
         throw Step_Failure(device.Node(), "set the frame rate", -result);
     }
-    const v4l2_fract& accepted = parameters.parm.capture.timeperframe;
-    mode.interval = {accepted.numerator, accepted.denominator};
-    if (!Is_Known(mode.interval)) {
-        mode.interval = {0, 0};
+    const v4l2_captureparm& accepted = parameters.parm.capture;
+    const WQZ_Camera_Fraction told{accepted.timeperframe.numerator, accepted.timeperframe.denominator};
+    if ((accepted.capability & V4L2_CAP_TIMEPERFRAME) != 0 && Is_Known(told)) {
+        mode.interval = told;
     }
 }
 
