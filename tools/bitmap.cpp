@@ -1,57 +1,57 @@
-// Turns the library's picture of a YUYV frame into a BMP file that viewers show upright.
+// Turns frames into BMP files.
 #include "bitmap.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
+#include <cstddef>
 
-#include "Stream/YUV/yuv_stream.h"
+#include "Camera/wqz_camera.hpp"
 
 namespace {
 
-constexpr size_t Header_Bytes = sizeof(bmp_header_t);
-constexpr uint32_t Info_Bytes = 40;  // of the header: the part from head_size on
+constexpr uint32_t Header_Bytes = 54;
+constexpr uint32_t Info_Bytes = 40;  // of the header: the part that describes the picture
 constexpr uint32_t Pixel_Bytes = 3;
 
-bmp_header_t Header(const Pix_Format& format, size_t pixel_bytes)
+void Put(std::vector<uint8_t>& file, size_t offset, size_t bytes, uint32_t value)
 {
-    bmp_header_t header{};
-    header.file_type[0] = 'B';
-    header.file_type[1] = 'M';
-    header.file_size = static_cast<uint32_t>(Header_Bytes + pixel_bytes);
-    header.offset = static_cast<uint32_t>(Header_Bytes);
-    header.head_size = Info_Bytes;
-    header.width = format.u_Width;
-    header.height = format.u_Height;  // positive: rows run from bottom to top
-    header.bit_planes = 1;
-    header.bits_per_pixel = 8 * Pixel_Bytes;
-    header.image_size = static_cast<uint32_t>(pixel_bytes);
-    return header;
+    for (size_t i = 0; i < bytes; ++i) {
+        file[offset + i] = static_cast<uint8_t>(value >> 8 * i);
+    }
+}
+
+void Put_Header(std::vector<uint8_t>& file, uint32_t width, uint32_t height)
+{
+    const auto file_bytes = static_cast<uint32_t>(file.size());
+    file[0] = 'B';
+    file[1] = 'M';
+    Put(file, 2, 4, file_bytes);
+    Put(file, 10, 4, Header_Bytes);
+    Put(file, 14, 4, Info_Bytes);
+    Put(file, 18, 4, width);
+    Put(file, 22, 4, height);  // positive: rows run from bottom to top
+    Put(file, 26, 2, 1);       // planes
+    Put(file, 28, 2, 8 * Pixel_Bytes);
+    Put(file, 34, 4, file_bytes - Header_Bytes);
 }
 
 }  // namespace
 
-uint64_t Library_Bitmap_Bytes(const Pix_Format& format)
+bool Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file)
 {
-    return Header_Bytes + uint64_t{format.u_Width} * format.u_Height * Pixel_Bytes;
-}
-
-void Render_Bitmap(const Frame_Buffer_Data& frame, std::vector<uint8_t>& file)
-{
-    const size_t row = size_t{frame.PixFormat.u_Width} * Pixel_Bytes;
-    const size_t padded_row = (row + 3) / 4 * 4;
-    const size_t rows = frame.PixFormat.u_Height;
-    file.assign(Header_Bytes + padded_row * rows, 0);
-    const bmp_header_t header = Header(frame.PixFormat, padded_row * rows);
-    std::memcpy(file.data(), &header, Header_Bytes);
-
-    const auto* source = static_cast<const uint8_t*>(frame.pMem);
-    const size_t available = frame.buffer.bytesused;
-    for (size_t y = 0; y < rows; ++y) {
-        const size_t begin = Header_Bytes + y * row;
-        if (begin >= available) {
-            break;
-        }
-        std::memcpy(file.data() + Header_Bytes + (rows - 1 - y) * padded_row, source + begin,
-                    std::min(row, available - begin));
+    const uint32_t row = (frame.width * Pixel_Bytes + 3) / 4 * 4;  // rows are padded to 4 bytes
+    file.assign(Header_Bytes + size_t{row} * frame.height, 0);
+    Put_Header(file, frame.width, frame.height);
+    uint8_t* pixels = file.data() + Header_Bytes;
+    const int32_t result = WQZ_Camera_Convert(&frame, WQZ_CAMERA_PIXELS_BGR, pixels, file.size() - Header_Bytes, row);
+    if (result == -ENOTSUP) {
+        return false;
     }
+    if (result != -EBADMSG) {
+        (void)wqz::detail::Check(result);
+    }
+    for (uint32_t top = 0, bottom = frame.height - 1; top < bottom; ++top, --bottom) {
+        std::swap_ranges(pixels + size_t{row} * top, pixels + size_t{row} * (top + 1), pixels + size_t{row} * bottom);
+    }
+    return true;
 }

@@ -3,102 +3,267 @@
 
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
-#include "camera.h"
-#include "camera_node.h"
-#include "capture_thread.h"
+#include "Camera/wqz_camera.hpp"
+#include "frame_output.h"
+#include "interrupt.h"
+#include "output.h"
+#include "statistics.h"
+#include "tool_error.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
-// Covers one wait of the capture loop. Longer waiting would not help a loop that is stuck in the driver.
-constexpr auto Dead_Camera_Patience = 1500ms;
+constexpr std::chrono::nanoseconds Longest_Silence = 8s;  // some cameras pause for five seconds and go on
+constexpr auto Progress_Interval = 250ms;
 
-std::atomic<int> Caught_Signal = 0;
-static_assert(std::atomic<int>::is_always_lock_free);
+/// A running capture, from Start to the last frame.
+class Capture {
+public:
+    Capture(wqz::Camera& opened_camera, const Capture_Options& capture_options, const Output_Choice& output_choice);
 
-extern "C" void Note_Signal(int signal)
+    /// Saves frames until the capture is complete or a signal came.
+    /// @throws Tool_Error  when the camera stops delivering or a frame cannot be written; Closed_Pipe
+    void Run();
+
+    bool Is_Complete() const;
+    bool Has_Only_Damaged_Frames() const { return counts.Frames() > 0 && counts.Frames() == counts.Damaged(); }
+    const wqz::Mode& Mode() const { return mode; }
+    std::string Summary() const;
+    nlohmann::ordered_json Json() const;
+
+private:
+    static wqz::Mode Start(wqz::Camera& camera, const Capture_Options& options, Content content);
+    std::optional<std::chrono::nanoseconds> Time_Left() const;
+    void Read();
+    void Take(const WQZ_Camera_Frame& frame);
+    [[noreturn]] void Report_Silence() const;
+    void Reconnect();
+
+    wqz::Camera& camera;
+    const Capture_Options& options;
+    std::string node;
+    wqz::Mode mode;
+    Frame_Output output;
+    Statistics counts;
+    bool was_away = false;  // since the last frame
+    Clock::time_point next_progress;
+};
+
+wqz::Mode Capture::Start(wqz::Camera& camera, const Capture_Options& options, Content content)
 {
-    Caught_Signal.store(signal);
+    const std::vector<uint32_t> preferred =
+        content == Content::Bitmap ? std::vector{Yuyv, Motion_Jpeg} : std::vector{Motion_Jpeg, Yuyv};
+    wqz::Request request = Choose_Mode(camera.Modes(), options.mode, preferred);
+    request.skip = options.skip;
+    return camera.Start(request);
 }
 
-bool Is_Interrupted()
+Capture::Capture(wqz::Camera& opened_camera, const Capture_Options& capture_options, const Output_Choice& output_choice)
+    : camera(opened_camera),
+      options(capture_options),
+      node(opened_camera.Info().node),
+      mode(Start(opened_camera, capture_options, output_choice.content)),
+      output(output_choice, mode.fourcc)
 {
-    return Caught_Signal.load() != 0;
 }
 
-void Catch_Signals()
+std::optional<std::chrono::nanoseconds> Capture::Time_Left() const
 {
-    struct sigaction action = {};
-    action.sa_handler = Note_Signal;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        (void)sigaction(signal, &action, nullptr);
+    if (!options.seconds || counts.Frames() == 0) {
+        return std::nullopt;
     }
-    // A file that reaches the size limit makes its write fail instead of ending the process.
-    (void)std::signal(SIGXFSZ, SIG_IGN);
+    const std::chrono::nanoseconds limit(static_cast<int64_t>(*options.seconds * 1e9));
+    return std::max(0ns, counts.First_Time() + limit - Clock::now().time_since_epoch());
 }
 
-Pix_Format Request(const Pix_Format& mode)
+bool Capture::Is_Complete() const
 {
-    Pix_Format request = mode;
-    request.u_PixFormat = mode.u_PixFormat == V4L2_PIX_FMT_MJPEG ? 0 : 1;
-    return request;
+    return Time_Left() == 0ns || (options.frames && output.Saved() >= *options.frames);
 }
 
-/// @return what went wrong, empty when nothing did
-std::string Consume(Consumer& consumer, const Capture_Thread& loop, Picture_Folder& folder)
+void Capture::Run()
 {
-    try {
-        consumer.Run(loop, folder, Is_Interrupted);
-        return "";
-    } catch (const std::exception& error) {
-        return error.what();
+    while (!Is_Complete() && Caught_Signal() == 0) {
+        try {
+            Read();
+        } catch (const wqz::Camera_Error& error) {
+            if (error.Code() != ENODEV) {
+                throw;
+            }
+            Reconnect();
+        }
     }
 }
 
-void Report(const Statistics& statistics, const Picture_Folder& folder, const std::string& failure)
+void Capture::Read()
 {
-    if (isatty(STDERR_FILENO) == 1) {
-        std::cerr << "\r\x1b[K";
+    const wqz::Frame frame = camera.Read(std::min(Longest_Silence, Time_Left().value_or(Longest_Silence)));
+    if (frame) {
+        Take(frame.Record());
+    } else if (!Is_Complete() && Caught_Signal() == 0) {
+        Report_Silence();
     }
-    std::cout << statistics.Summary() << "saved     " << folder.Summary() << std::endl;
+}
+
+void Capture::Take(const WQZ_Camera_Frame& frame)
+{
+    counts.Count(frame, was_away);
+    if (was_away) {
+        std::ostringstream text;
+        text << std::fixed << std::setprecision(1) << counts.Last_Gap() << " s";
+        const double missed = std::max(0.0, counts.Last_Gap() * mode.Rate() - 1);
+        Say(node + ": the camera is back; missed " + text.str() + ", about " +
+            std::to_string(static_cast<uint64_t>(missed)) + " frames");
+        was_away = false;
+    }
+    const std::string name = frame.length == 0 ? "frame " + std::to_string(counts.Frames()) : output.Save(frame);
+    counts.Count_Bytes(frame.length);
+    if (Is_Damaged(frame)) {
+        counts.Count_Damaged();
+        Say(name + (frame.length == 0 ? " is empty" : " is damaged: a part of it is missing"));
+    }
+    if (options.output != "-" && Clock::now() >= next_progress) {
+        Show_Progress(counts.Progress());
+        next_progress = Clock::now() + Progress_Interval;
+    }
+}
+
+void Capture::Report_Silence() const
+{
+    if (counts.Frames() == 0) {
+        throw Tool_Error(node +
+                         ": no frame came: the camera did not start. Its USB bus may have no room left for this "
+                         "mode: try a smaller size, a lower rate, --format mjpeg or another port");
+    }
+    throw Tool_Error(node + ": the camera has stopped sending frames; plug it in again");
+}
+
+void Capture::Reconnect()
+{
+    if (!options.reconnect) {
+        throw Tool_Error(node + ": the camera was unplugged; with --reconnect the capture waits for it");
+    }
+    Say(node + ": the camera was unplugged; waiting for it to come back");
+    const auto limit = Time_Left();
+    if (limit ? camera.Recover(*limit) : camera.Recover(wqz::Forever)) {
+        node = camera.Info().node;
+        was_away = counts.Frames() > 0;
+    } else if (Caught_Signal() == 0) {
+        throw Tool_Error(node + ": the camera did not come back");
+    }
+}
+
+std::string Capture::Summary() const
+{
+    return counts.Summary(camera.Counters().skipped) + "saved     " + output.Summary() + "\n";
+}
+
+nlohmann::ordered_json Capture::Json() const
+{
+    nlohmann::ordered_json json{
+        {"node", node},
+        {"identity", camera.Info().identity},
+        {"mode",
+         {{"format", mode.format},
+          {"width", mode.width},
+          {"height", mode.height},
+          {"interval", std::to_string(mode.interval.numerator) + "/" + std::to_string(mode.interval.denominator)}}}};
+    counts.Add_To(json, camera.Counters().skipped);
+    json["saved"] = output.Saved();
+    json["first_file"] = output.First_File();
+    json["last_file"] = output.Last_File();
+    return json;
+}
+
+/// Prints a text as it is to standard output, or as messages when standard output takes the frames.
+void Report(const std::string& text, const Capture_Options& options)
+{
+    if (options.output != "-") {
+        std::cout << text;
+        Flush_Output();
+        return;
+    }
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (options.json) {
+            std::cerr << line << '\n';
+        } else {
+            Say(line);
+        }
+    }
+}
+
+void Report_End(const Capture& capture, const Capture_Options& options, const std::string& failure)
+{
+    Clear_Progress();
+    if (options.json) {
+        nlohmann::ordered_json json = capture.Json();
+        json["error"] = failure.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(failure);
+        Report(Json_Text(json) + "\n", options);
+    } else {
+        Report(capture.Summary(), options);
+    }
     if (!failure.empty()) {
-        std::cerr << "wqz-usbcam: " << failure << '\n';
+        Say(failure);
     }
 }
 
 }  // namespace
 
-int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& options)
+std::string Contradiction(const Capture_Options& options)
 {
-    const Camera_Session session(camera, options.raw ? Delivery::Unconverted : Delivery::Pictures);
-    const Pix_Format mode = Choose_Mode(Read_Modes(session.Handle()), options.mode);
-    Camera_Node(camera.Device_Path).Check_Format(mode);
-    Picture_Folder folder(options.directory, options.raw ? Picture_Folder::Kind::Raw : Picture_Folder::Kind::Pictures);
-    std::cout << camera.Device_Path << ": " << Mode_Text(mode) << std::endl;
-    Catch_Signals();
-
-    Capture_Thread loop(session.Handle(), Request(mode));
-    Consumer consumer(session.Handle(), camera.Device_Path, mode.u_PixFormat, options.limits);
-    const std::string failure = Consume(consumer, loop, folder);
-    const bool has_limits = options.limits.files || options.limits.seconds;
-    const bool ended_early = failure.empty() && has_limits && !consumer.Is_Complete();
-    const bool stopped = loop.Stop(failure.empty() ? Capture_Thread::Usual_Patience : Dead_Camera_Patience);
-    Report(consumer.Counts(), folder, failure);
-
-    int status = failure.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
-    if (ended_early) {
-        status = 128 + Caught_Signal.load();
+    const Target target = Output_Choice(options.output, options.raw).target;
+    if (target == Target::File && (options.frames.value_or(1) != 1 || options.seconds)) {
+        return "-o " + options.output + " takes one frame; name a directory for more";
     }
-    if (!stopped) {
-        // The loop is stuck in the driver and still uses the session, so nothing can be released.
-        std::_Exit(status);
+    if (target == Target::Standard_Output && isatty(STDOUT_FILENO) == 1) {
+        return "-o - writes frames to standard output, which is a terminal; pipe it into a program or a file";
     }
+    return "";
+}
+
+int Run_Capture(const std::string& camera_name, const Capture_Options& wished)
+{
+    Capture_Options options = wished;
+    const Output_Choice choice(options.output, options.raw);
+    if (choice.target == Target::File) {
+        options.frames = 1;
+    }
+    wqz::Camera camera(camera_name);
+    const Interrupt_Guard guard(camera.Handle());
+    Capture capture(camera, options, choice);
+    if (!options.json) {
+        Report(camera.Info().node + std::string(": ") + Mode_Text(capture.Mode()) + "\n", options);
+    }
+    std::string failure;
+    int status = EXIT_SUCCESS;
+    try {
+        capture.Run();
+    } catch (const Closed_Pipe&) {
+        status = 128 + SIGPIPE;
+    } catch (const std::exception& error) {
+        failure = error.what();
+    }
+    const bool has_limits = options.frames || options.seconds;
+    if (failure.empty() && capture.Has_Only_Damaged_Frames()) {
+        failure = "every frame was damaged; try another cable or port";
+    }
+    if (!failure.empty()) {
+        status = EXIT_FAILURE;
+    } else if (status == EXIT_SUCCESS && has_limits && !capture.Is_Complete()) {
+        status = 128 + Caught_Signal();
+    }
+    Report_End(capture, options, failure);
     return status;
 }

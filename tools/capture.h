@@ -2,24 +2,32 @@
 #ifndef WQZ_TOOL_CAPTURE_H
 #define WQZ_TOOL_CAPTURE_H
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
-#include "consumer.h"
 #include "modes.h"
-#include "USBCam_API/USBCam_API.h"
 
 struct Capture_Options {
     Mode_Wish mode;
-    Capture_Limits limits;
-    std::string directory = ".";
-    bool raw = false;  ///< write the bytes that the camera sent instead of pictures
+    std::optional<uint64_t> frames;
+    std::optional<double> seconds;  ///< counted from the first frame
+    uint32_t skip = 0;              ///< frames to leave out first
+    std::string output = ".";
+    bool raw = false;        ///< write the bytes that the camera sent instead of pictures
+    bool reconnect = false;  ///< wait for a camera that was unplugged, and go on
+    bool json = false;
 };
 
-/// Captures into files until it has the requested number of files, the requested time is over, the user presses Ctrl-C,
-/// or something fails. Prints progress when standard error is a terminal, and a summary at the end. Ends the process
-/// instead of returning when the camera has stopped delivering.
-/// @return the exit status: 0 for success, 1 after a failure, 128 + signal when interrupted before a requested end
+/// @return what is wrong with the options, or an empty text
+std::string Contradiction(const Capture_Options& options);
+
+/// Captures until it has the requested number of frames, the requested time is over, the user presses Ctrl-C, or
+/// something fails. Prints progress when standard error is a terminal, and a summary at the end.
+/// @param camera_name  as the user typed it
+/// @return the exit status: 0 for success, 1 after a failure and when every frame was damaged, 128 + signal when
+///         interrupted before a requested end or when the reader of standard output went away
 /// @throws Tool_Error  when the capture cannot start
-int Run_Capture(const v4l2_dev_sys_data_t& camera, const Capture_Options& options);
+int Run_Capture(const std::string& camera_name, const Capture_Options& options);
 
 #endif  // WQZ_TOOL_CAPTURE_H

@@ -1,208 +1,272 @@
-// The verb "controls": prints and sets a camera's controls by name.
+// The verb "controls": prints, sets and resets a camera's controls.
 #include "controls.h"
 
 #include <algorithm>
-#include <cctype>
-#include <charconv>
+#include <cerrno>
+#include <cstdlib>
 #include <iomanip>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
-#include "camera.h"
-#include "camera_node.h"
+#include "control_set.h"
+#include "output.h"
 #include "text.h"
 #include "tool_error.h"
 
 namespace {
 
-struct Control {
-    v4l2_queryctrl query;
-    std::string name;   ///< as the user types it: "white_balance_temperature"
-    std::string items;  ///< the choices of a menu: "0 Disabled, 1 50 Hz"
+using Json = nlohmann::ordered_json;
+
+constexpr const char* Reset_Word = "reset";
+
+struct State {
+    uint32_t flag;
+    const char* name;  ///< in JSON
+    const char* text;
 };
 
-struct Setting {
+constexpr State States[] = {
+    {WQZ_CAMERA_CONTROL_FLAG_READ_ONLY, "read-only", "read-only"},
+    {WQZ_CAMERA_CONTROL_FLAG_INACTIVE, "inactive",
+     "inactive (another control, such as an automatic one, overrides it)"},
+    {WQZ_CAMERA_CONTROL_FLAG_GRABBED, "grabbed", "held by another program or by a running capture"}};
+
+const char* Type_Name(uint32_t type)
+{
+    constexpr std::pair<uint32_t, const char*> Names[] = {
+        {WQZ_CAMERA_CONTROL_INTEGER, "integer"},     {WQZ_CAMERA_CONTROL_BOOLEAN, "boolean"},
+        {WQZ_CAMERA_CONTROL_MENU, "menu"},           {WQZ_CAMERA_CONTROL_BUTTON, "button"},
+        {WQZ_CAMERA_CONTROL_INTEGER64, "integer64"}, {WQZ_CAMERA_CONTROL_STRING, "string"},
+        {WQZ_CAMERA_CONTROL_BITMASK, "bitmask"},     {WQZ_CAMERA_CONTROL_INTEGER_MENU, "integer menu"}};
+    const auto* found = std::ranges::find(Names, type, &std::pair<uint32_t, const char*>::first);
+    return found == std::end(Names) ? "other" : found->second;
+}
+
+/// A control and what reading it gave.
+struct Reading {
     const Control* control;
-    int32_t value;
+    std::optional<wqz::Control_Value> value;  ///< nothing when it was refused, and for a control that cannot be read
 };
 
-std::string Typed_Name(const std::string& driver_name)
+Reading Read(const wqz::Camera& camera, const Control& control, bool& all_read)
 {
-    std::string name;
-    for (const char c : driver_name) {
-        const auto u = static_cast<unsigned char>(c);
-        if (std::isalnum(u) != 0) {
-            name += static_cast<char>(std::tolower(u));
-        } else if (!name.empty() && name.back() != '_') {
-            name += '_';
+    if (!control.Is_Readable()) {
+        return {&control, std::nullopt};
+    }
+    try {
+        return {&control, camera.Get(control.about.id)};
+    } catch (const wqz::Camera_Error& error) {
+        Say(error.what());
+        all_read = false;
+        return {&control, std::nullopt};
+    }
+}
+
+Json Number_Json(const Control& control, int64_t number)
+{
+    return control.about.type == WQZ_CAMERA_CONTROL_BOOLEAN ? Json(number != 0) : Json(number);
+}
+
+Json Value_Json(const Reading& reading)
+{
+    if (!reading.value) {
+        return nullptr;
+    }
+    return reading.control->Is_String() ? Json(reading.value->text)
+                                        : Number_Json(*reading.control, reading.value->number);
+}
+
+std::string Value_Text(const Control& control, const wqz::Control_Value& value)
+{
+    return control.Is_String() ? '"' + Printable(value.text) + '"' : Number_Text(control, value.number);
+}
+
+Json Control_Json(const Reading& reading)
+{
+    const WQZ_Camera_Control& about = reading.control->about;
+    Json json{
+        {"name", about.key},
+        {"label", about.name},
+        {"id", about.id},
+        {"type", Type_Name(about.type)},
+        {"value", Value_Json(reading)},
+        {"default", reading.control->Is_String() ? Json(nullptr) : Number_Json(*reading.control, about.default_value)},
+        {"min", about.minimum},
+        {"max", about.maximum},
+        {"step", about.step},
+        {"state", Json::array()}};
+    for (const State& state : States) {
+        if (reading.control->Has(state.flag)) {
+            json["state"].push_back(state.name);
         }
     }
-    return name.ends_with('_') ? name.substr(0, name.size() - 1) : name;
+    for (const auto& item : reading.control->items) {
+        json["items"].push_back({{"index", item.index}, {"name", item.name}});
+    }
+    return json;
 }
 
-std::string Menu_Items(const Camera_Node& node, const v4l2_queryctrl& query)
+void Print_Json(const std::vector<Reading>& readings)
 {
-    std::string items;
-    for (int64_t index = query.minimum; index <= query.maximum; ++index) {
-        v4l2_querymenu item{};
-        item.id = query.id;
-        item.index = static_cast<uint32_t>(index);
-        if (!node.Request(VIDIOC_QUERYMENU, &item)) {
-            continue;  // menus may have holes
+    Json list = Json::array();
+    std::ranges::transform(readings, std::back_inserter(list), Control_Json);
+    std::cout << Json_Text(list) << '\n';
+}
+
+std::string Value_Or_Dash(const Reading& reading)
+{
+    return reading.value ? Value_Text(*reading.control, *reading.value) : "-";
+}
+
+void Print_Table(const std::vector<Reading>& readings)
+{
+    size_t names = 0;
+    size_t values = 0;
+    for (const Reading& reading : readings) {
+        names = std::max(names, std::string(reading.control->about.key).size());
+        values = std::max(values, Value_Or_Dash(reading).size());
+    }
+    for (const Reading& reading : readings) {
+        std::string range = Range_Text(*reading.control);
+        for (const State& state : States) {
+            range += reading.control->Has(state.flag) ? std::string("; ") + state.text : "";
         }
-        const std::string text = query.type == V4L2_CTRL_TYPE_MENU ? Field_Text(item.name)
-                                                                   : std::to_string(static_cast<int64_t>(item.value));
-        Append_Item(items, ", ", std::to_string(index) + " " + Printable(text.c_str()));
-    }
-    return items;
-}
-
-bool Is_Menu(const v4l2_queryctrl& query)
-{
-    return query.type == V4L2_CTRL_TYPE_MENU || query.type == V4L2_CTRL_TYPE_INTEGER_MENU;
-}
-
-/// @return whether the value is one 32-bit number; the library reads and writes no others
-bool Is_Plain(const v4l2_queryctrl& query)
-{
-    return Is_Menu(query) || query.type == V4L2_CTRL_TYPE_INTEGER || query.type == V4L2_CTRL_TYPE_BOOLEAN ||
-           query.type == V4L2_CTRL_TYPE_BUTTON || query.type == V4L2_CTRL_TYPE_BITMASK;
-}
-
-std::vector<Control> Read_Controls(const Camera_Node& node)
-{
-    std::vector<Control> controls;
-    v4l2_queryctrl query{};
-    query.id = V4L2_CTRL_FLAG_NEXT_CTRL;
-    while (node.Request(VIDIOC_QUERYCTRL, &query)) {
-        if (Is_Plain(query) && (query.flags & V4L2_CTRL_FLAG_DISABLED) == 0) {
-            controls.push_back({query, Typed_Name(Field_Text(query.name)), ""});
-            if (Is_Menu(query)) {
-                controls.back().items = Menu_Items(node, query);
-            }
-        }
-        query.id |= V4L2_CTRL_FLAG_NEXT_CTRL;
-    }
-    return controls;
-}
-
-std::string Range_Text(const Control& control)
-{
-    const auto& query = control.query;
-    if (query.type == V4L2_CTRL_TYPE_BUTTON) {
-        return "a button: any value presses it";
-    }
-    std::string text = std::to_string(query.minimum) + ".." + std::to_string(query.maximum);
-    if (query.step > 1) {
-        text += " in steps of " + std::to_string(query.step);
-    }
-    text += ", default " + std::to_string(query.default_value);
-    return control.items.empty() ? text : text + " (" + control.items + ")";
-}
-
-std::string State_Text(uint32_t flags)
-{
-    constexpr std::pair<uint32_t, const char*> States[] = {
-        {V4L2_CTRL_FLAG_READ_ONLY, ", read-only"},
-        {V4L2_CTRL_FLAG_INACTIVE, ", inactive (another control, such as an automatic one, overrides it)"},
-        {V4L2_CTRL_FLAG_GRABBED, ", held by another program or by a running capture"}};
-    std::string text;
-    for (const auto& [flag, state] : States) {
-        text += (flags & flag) != 0 ? state : "";
-    }
-    return text;
-}
-
-void Print_Controls(void* handle, const std::vector<Control>& controls)
-{
-    if (controls.empty()) {
-        std::cerr << "the camera has no controls\n";
-    }
-    for (const Control& control : controls) {
-        std::string value = "-";
-        if ((control.query.flags & V4L2_CTRL_FLAG_WRITE_ONLY) == 0 && control.query.type != V4L2_CTRL_TYPE_BUTTON) {
-            int32_t number = 0;
-            (void)WQZ_USBCam_PU_Get(handle, static_cast<int32_t>(control.query.id), &number);
-            value = std::to_string(number);
-        }
-        std::cout << std::left << std::setw(34) << control.name << std::right << std::setw(8) << value << "  "
-                  << Range_Text(control) << State_Text(control.query.flags) << '\n';
+        std::cout << std::left << std::setw(static_cast<int>(names) + 2) << reading.control->about.key << std::right
+                  << std::setw(static_cast<int>(values)) << Value_Or_Dash(reading) << "  " << range << '\n';
     }
 }
 
-const Control& Control_Named(const std::vector<Control>& controls, const std::string& name)
+bool Print(const wqz::Camera& camera, const std::vector<const Control*>& chosen, bool json)
 {
-    const auto found = std::ranges::find(controls, name, &Control::name);
-    if (found == controls.end()) {
-        std::string names;
-        for (const Control& control : controls) {
-            Append_Item(names, ", ", control.name);
-        }
-        throw Tool_Error("the camera has no control '" + name + "'; it has: " + (names.empty() ? "none" : names));
+    bool all_read = true;
+    std::vector<Reading> readings;
+    std::ranges::transform(chosen, std::back_inserter(readings),
+                           [&](const Control* control) { return Read(camera, *control, all_read); });
+    if (json) {
+        Print_Json(readings);
+    } else {
+        Print_Table(readings);
     }
-    return *found;
+    return all_read;
 }
 
-Setting Parse_Setting(const std::vector<Control>& controls, const std::string& text)
+/// Tells what the camera took of a value that was set.
+void Print_Result(const wqz::Camera& camera, const Control& control, int64_t wanted)
 {
-    const size_t equals = text.find('=');
-    if (equals == std::string::npos) {
-        throw Tool_Error("'" + text + "' is not a setting; write name=value");
-    }
-    const std::string name = text.substr(0, equals);
-    const Control& control = Control_Named(controls, name);
-    int32_t value = 0;
-    const char* end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, value);
-    const bool any_value = control.query.type == V4L2_CTRL_TYPE_BUTTON || control.query.type == V4L2_CTRL_TYPE_BITMASK;
-    const bool in_range = any_value || (value >= control.query.minimum && value <= control.query.maximum);
-    if (error != std::errc{} || rest != end || !in_range) {
-        throw Tool_Error(text + ": not a value that " + control.name + " takes: " + Range_Text(control));
-    }
-    if ((control.query.flags & V4L2_CTRL_FLAG_READ_ONLY) != 0) {
-        throw Tool_Error(text + ": " + control.name + " is read-only");
-    }
-    return {&control, value};
-}
-
-void Apply(void* handle, const Setting& setting)
-{
-    const auto id = static_cast<int32_t>(setting.control->query.id);
-    const std::string& name = setting.control->name;
-    if (WQZ_USBCam_PU_Set(handle, id, setting.value) != 0) {
-        throw Tool_Error("the camera refuses " + name + "=" + std::to_string(setting.value) + "; it takes " +
-                         Range_Text(*setting.control) + State_Text(setting.control->query.flags));
-    }
-    if ((setting.control->query.flags & V4L2_CTRL_FLAG_WRITE_ONLY) != 0 ||
-        setting.control->query.type == V4L2_CTRL_TYPE_BUTTON) {
-        std::cout << name << ": done\n";
+    std::cout << control.about.key << ": ";
+    if (!control.Is_Readable()) {
+        std::cout << "done\n";
         return;
     }
-    int32_t value = setting.value;
-    (void)WQZ_USBCam_PU_Get(handle, id, &value);
-    std::cout << name << ": " << value;
-    if (value != setting.value) {
-        std::cout << " (the camera chose this for " << setting.value << ")";
+    const wqz::Control_Value taken = camera.Get(control.about.id);
+    std::cout << Value_Text(control, taken);
+    if (!control.Is_String() && taken.number != wanted) {
+        std::cout << " (the camera chose this for " << Number_Text(control, wanted) << ")";
     }
     std::cout << '\n';
 }
 
+/// @return what the camera refused, with the reason; empty when it is at its default or nothing can be done
+std::string Reset_One(wqz::Camera& camera, const Control& control)
+{
+    const bool is_state = control.Is_Readable() && !control.Is_String();
+    if (!is_state || control.Has(WQZ_CAMERA_CONTROL_FLAG_READ_ONLY)) {
+        return "";
+    }
+    try {
+        const int64_t wanted = control.about.default_value;
+        if (camera.Get(control.about.id).number != wanted) {
+            camera.Set({control.about.id, wanted});
+        }
+        return "";
+    } catch (const wqz::Camera_Error& error) {
+        return error.what();
+    }
+}
+
+/// Resets all controls, twice: some can be set only when another one, such as an automatic, was reset.
+bool Reset(wqz::Camera& camera)
+{
+    bool complete = true;
+    for (const bool last : {false, true}) {
+        for (const Control& control : Read_Controls(camera)) {
+            const std::string refusal = Reset_One(camera, control);
+            if (last && !refusal.empty() && !control.Has(WQZ_CAMERA_CONTROL_FLAG_INACTIVE)) {
+                Say(refusal);
+                complete = false;
+            }
+        }
+    }
+    return complete;
+}
+
+bool Is_Setting(const std::string& word)
+{
+    return word.find('=') != std::string::npos;
+}
+
+/// Opens the camera that the first word names, and removes the word. A first word that names no camera may name a
+/// control of the only camera.
+wqz::Camera Open_Named(std::vector<std::string>& words)
+{
+    if (words.empty() || words.front() == Reset_Word || Is_Setting(words.front())) {
+        return wqz::Camera();
+    }
+    try {
+        wqz::Camera camera(words.front());
+        words.erase(words.begin());
+        return camera;
+    } catch (const wqz::Camera_Error& error) {
+        const bool can_name_a_control =
+            words.front().find_first_of("/:@") == std::string::npos && !Whole_Number(words.front());
+        if (error.Code() != ENOENT || !can_name_a_control || wqz::List_Cameras().size() != 1) {
+            throw;
+        }
+    }
+    return wqz::Camera();
+}
+
 }  // namespace
 
-void Run_Controls(const v4l2_dev_sys_data_t& camera, const std::vector<std::string>& settings)
+int Run_Controls(std::vector<std::string> words, bool json)
 {
-    const std::vector<Control> controls = Read_Controls(Camera_Node(camera.Device_Path));
-    std::vector<Setting> parsed;
-    parsed.reserve(settings.size());
-    for (const std::string& text : settings) {
-        parsed.push_back(Parse_Setting(controls, text));
+    wqz::Camera camera = Open_Named(words);
+    const std::vector<Control> controls = Read_Controls(camera);
+    const bool reset = std::erase(words, Reset_Word) > 0;
+    std::vector<const Control*> chosen;
+    std::vector<std::pair<const Control*, wqz::Setting>> settings;
+    for (const std::string& word : words) {
+        const size_t equals = word.find('=');
+        const Control& control = Control_Named(controls, word.substr(0, equals));
+        if (!Is_Setting(word)) {
+            chosen.push_back(&control);
+            continue;
+        }
+        if (control.Has(WQZ_CAMERA_CONTROL_FLAG_READ_ONLY)) {
+            throw Tool_Error(word + ": " + control.about.key + " is read-only");
+        }
+        settings.emplace_back(&control, Parse_Setting(control, word.substr(equals + 1)));
     }
-    const Camera_Session session(camera);
-    if (settings.empty()) {
-        Print_Controls(session.Handle(), controls);
+
+    bool complete = !reset || Reset(camera);
+    for (const auto& [control, setting] : settings) {
+        camera.Set(setting);
+        if (json) {
+            chosen.push_back(control);
+        } else {
+            Print_Result(camera, *control, setting.value);
+        }
     }
-    for (const Setting& setting : parsed) {
-        Apply(session.Handle(), setting);
+    if (words.empty()) {
+        std::ranges::transform(controls, std::back_inserter(chosen), [](const Control& control) { return &control; });
     }
+    if (controls.empty()) {
+        Say("the camera has no controls");
+    }
+    if (json || !chosen.empty()) {
+        complete = Print(camera, chosen, json) && complete;
+    }
+    return complete ? EXIT_SUCCESS : EXIT_FAILURE;
 }

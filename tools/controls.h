@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "USBCam_API/USBCam_API.h"
-
-/// Sets controls of a camera. Without settings, prints every control with its value and range.
-/// @param settings  texts "name=value"; all are checked before the first one is set
+/// Prints or sets controls of a camera.
+/// @param words  a camera may come first. Then names print single controls, "name=value" sets one, "reset" sets all to
+///               their defaults; no word prints all. All words are checked before the first control is set.
+/// @param json  print the controls as a JSON array
+/// @return the exit status: 1 when a control could not be read or reset
 /// @throws Tool_Error  for an unknown name, a value out of range and a setting that the camera refuses
-void Run_Controls(const v4l2_dev_sys_data_t& camera, const std::vector<std::string>& settings);
+int Run_Controls(std::vector<std::string> words, bool json);
 
 #endif  // WQZ_TOOL_CONTROLS_H

@@ -1,14 +1,27 @@
-// The verb "list": prints the cameras as text or JSON.
+// The verb "list": prints the cameras, and those that come and go, as text or JSON.
 #include "listing.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <vector>
 
-#include "camera_node.h"
+#include "Camera/wqz_camera.hpp"
+#include "output.h"
+#include "text.h"
 
 namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* Permission_Remedy =
+    "cameras are open to the group video: 'sudo usermod -aG video $USER', then log in again";
 
 /// @return a USB release number, which is binary-coded decimal, as text: "1.10" for 0x0110
 std::string Release_Text(uint16_t bcd)
@@ -18,71 +31,124 @@ std::string Release_Text(uint16_t bcd)
     return text.data();
 }
 
+bool Is_On_Usb(const WQZ_Camera_Info& camera)
+{
+    return camera.vendor != 0 || camera.product != 0;
+}
+
+bool Is_Wanted(const WQZ_Camera_Info& camera, const List_Options& options)
+{
+    return camera.vendor == options.vid.value_or(camera.vendor) &&
+           camera.product == options.pid.value_or(camera.product);
+}
+
+std::string Error_Text(int32_t error)
+{
+    const bool forbidden = error == -EACCES || error == -EPERM;
+    return forbidden ? std::string("this user may not open it; ") + Permission_Remedy
+                     : std::string("cannot be opened: ") + std::strerror(-error);
+}
+
 void Print_Line(const char* label, const std::string& text)
 {
     if (!text.empty()) {
-        std::cout << "     " << label << text << '\n';
+        std::cout << "     " << label << Printable(text) << '\n';
     }
 }
 
-void Print_Text(size_t index, const v4l2_dev_sys_data_t& camera)
+void Print_Text(const WQZ_Camera_Info& camera)
 {
-    std::cout << index << ": " << camera.device << "  " << Printable(camera.name) << '\n';
-    Print_Line("driver        ", Printable(camera.driver));
-    Print_Line("location      ", Printable(camera.location));
-    if (camera.vendor == 0 && camera.product == 0) {
+    std::cout << camera.index << ": " << camera.node << "  " << Printable(camera.card) << '\n';
+    if (camera.error != 0) {
+        Print_Line("", Error_Text(camera.error));
+    }
+    Print_Line("identity      ", camera.identity);
+    Print_Line("driver        ", camera.driver);
+    Print_Line("location      ", camera.location);
+    if (!Is_On_Usb(camera)) {
         Print_Line("", "not on USB");
         return;
     }
-    Print_Line("ids           ",
-               Id_Text(camera) + ", release " + Release_Text(camera.Bcd) + ", bus " + std::to_string(camera.busnum));
-    Print_Line("manufacturer  ", Printable(camera.iManufacturer));
-    Print_Line("product       ", Printable(camera.iProduct));
-    Print_Line("serial        ", Printable(camera.iSerialNumber));
+    Print_Line("ids           ", Id_Text(camera.vendor, camera.product) + ", release " + Release_Text(camera.release) +
+                                     ", bus " + std::to_string(camera.bus));
+    Print_Line("manufacturer  ", camera.manufacturer);
+    Print_Line("product       ", camera.product_name);
+    Print_Line("serial        ", camera.serial);
 }
 
-nlohmann::ordered_json Json(size_t index, const v4l2_dev_sys_data_t& camera)
+Json Camera_Json(const WQZ_Camera_Info& camera)
 {
-    const std::string ids = Id_Text(camera);
-    return {{"index", index},
-            {"node", camera.device},
-            {"card", camera.name},
-            {"driver", camera.driver},
-            {"location", camera.location},
-            {"vid", ids.substr(0, ids.find(':'))},
-            {"pid", ids.substr(ids.find(':') + 1)},
-            {"release", Release_Text(camera.Bcd)},
-            {"bus", camera.busnum},
-            {"manufacturer", camera.iManufacturer},
-            {"product", camera.iProduct},
-            {"serial", camera.iSerialNumber}};
+    const std::string ids = Id_Text(camera.vendor, camera.product);
+    Json json{{"index", camera.index},
+              {"node", camera.node},
+              {"identity", camera.identity},
+              {"card", camera.card},
+              {"driver", camera.driver},
+              {"location", camera.location},
+              {"vid", ids.substr(0, ids.find(':'))},
+              {"pid", ids.substr(ids.find(':') + 1)},
+              {"release", Release_Text(camera.release)},
+              {"bus", camera.bus},
+              {"manufacturer", camera.manufacturer},
+              {"product", camera.product_name},
+              {"serial", camera.serial}};
+    json["error"] = camera.error == 0 ? Json(nullptr) : Json(Error_Text(camera.error));
+    return json;
+}
+
+void Print_List(const std::vector<WQZ_Camera_Info>& cameras, bool json)
+{
+    if (json) {
+        Json list = Json::array();
+        std::ranges::transform(cameras, std::back_inserter(list), Camera_Json);
+        std::cout << Json_Text(list) << '\n';
+    } else {
+        std::ranges::for_each(cameras, Print_Text);
+    }
+}
+
+void Print_Change(const char* word, const WQZ_Camera_Info& camera, bool json)
+{
+    if (json) {
+        std::cout << Json_Text({{"event", word}, {"camera", Camera_Json(camera)}}, -1) << '\n';
+    } else {
+        std::cout << std::left << std::setw(11) << word << camera.node << "  " << Printable(camera.card) << "  "
+                  << Printable(camera.identity) << '\n';
+    }
+    Flush_Output();
+}
+
+/// Reports cameras that come and go. Ctrl-C ends the process, which leaves nothing behind.
+[[noreturn]] void Print_Changes(wqz::Monitor& monitor, const List_Options& options)
+{
+    while (true) {
+        const auto event = monitor.Read(wqz::Forever);
+        if (event && Is_Wanted(event->info, options)) {
+            Print_Change(event->kind == WQZ_CAMERA_EVENT_PLUGGED ? "plugged" : "unplugged", event->info, options.json);
+        }
+    }
 }
 
 }  // namespace
 
-void Print_Cameras(const Camera_List& cameras, std::optional<uint16_t> vid, std::optional<uint16_t> pid, bool json)
+int Run_List(const List_Options& options)
 {
-    auto list = nlohmann::ordered_json::array();
-    size_t shown = 0;
-    const auto records = cameras.Records();
-    for (size_t index = 0; index < records.size(); ++index) {
-        const auto& camera = records[index];
-        if (camera.Vid != vid.value_or(camera.Vid) || camera.Pid != pid.value_or(camera.Pid)) {
-            continue;
+    std::optional<wqz::Monitor> monitor;
+    if (options.watch) {
+        monitor.emplace();  // before the list is read, so that no camera is missed in between
+    }
+    std::vector<WQZ_Camera_Info> cameras = wqz::List_Cameras();
+    std::erase_if(cameras, [&](const auto& camera) { return !Is_Wanted(camera, options); });
+    if (monitor) {
+        for (const auto& camera : cameras) {
+            Print_Change("present", camera, options.json);
         }
-        ++shown;
-        if (json) {
-            list.push_back(Json(index, camera));
-        } else {
-            Print_Text(index, camera);
-        }
+        Print_Changes(*monitor, options);
     }
-    if (json) {
-        // JSON must be UTF-8, and the strings of a camera need not be.
-        std::cout << list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    Print_List(cameras, options.json);
+    if (cameras.empty()) {
+        Say("no camera found");
     }
-    if (shown == 0) {
-        const std::string remark = Remark_On_Forbidden_Nodes();
-        std::cerr << "no camera found" << (remark.empty() ? "" : "; " + remark) << '\n';
-    }
+    const bool some_can_be_opened = std::ranges::any_of(cameras, [](const auto& camera) { return camera.error == 0; });
+    return (options.vid || options.pid) && !some_can_be_opened ? EXIT_FAILURE : EXIT_SUCCESS;
 }

@@ -5,10 +5,16 @@
 #include <cstdint>
 #include <optional>
 
-#include "camera.h"
+struct List_Options {
+    std::optional<uint16_t> vid;  ///< only cameras with these USB ids
+    std::optional<uint16_t> pid;
+    bool json = false;
+    bool watch = false;
+};
 
-/// Prints the cameras to standard output, as text or as a JSON array.
-/// @param vid, pid  the USB ids to show, if given; the printed index is always the one in the whole list
-void Print_Cameras(const Camera_List& cameras, std::optional<uint16_t> vid, std::optional<uint16_t> pid, bool json);
+/// Prints the cameras to standard output, as text or as a JSON array; the printed index is always the one in the whole
+/// list. With `watch` goes on with a line for each camera that comes or goes, until the tool is ended.
+/// @return the exit status: 1 when cameras with certain ids were asked for and none of them can be opened
+int Run_List(const List_Options& options);
 
 #endif  // WQZ_TOOL_LISTING_H

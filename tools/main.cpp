@@ -1,34 +1,33 @@
 // The command line of wqz-usbcam: parses it and runs one verb.
+#include <algorithm>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "camera.h"
-#include "camera_node.h"
 #include "capture.h"
 #include "controls.h"
 #include "listing.h"
 #include "modes.h"
+#include "output.h"
+#include "text.h"
 
 namespace {
 
 constexpr int Usage_Error = 2;
 
-constexpr const char* Camera_Help = "node path, VID:PID or index of 'list'; not needed when there is one camera";
+constexpr const char* Camera_Help =
+    "node path, VID:PID, serial, identity or index of 'list'; not needed when there is one camera";
 
 struct Arguments {
-    bool verbose = false;
     bool json = false;
-    std::optional<uint16_t> vid;
-    std::optional<uint16_t> pid;
+    List_Options list;
     std::string camera;
-    std::vector<std::string> camera_and_settings;
+    std::vector<std::string> control_words;
     Capture_Options capture;
 };
 
@@ -44,145 +43,180 @@ std::pair<uint32_t, uint32_t> Parse_Size(const std::string& text)
     return {width, height};
 }
 
-std::string Above_Zero(const std::string& text)
+WQZ_Camera_Fraction Parse_Rate(const std::string& text)
 {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    return *end == 0 && value > 0 ? "" : "'" + text + "' is not a number above 0";
+    const auto interval = Interval_Of_Rate(text);
+    if (!interval) {
+        throw CLI::ValidationError("--fps",
+                                   "'" + text + "' is not a rate; write a number such as 30, 29.97 or 30000/1001");
+    }
+    return *interval;
 }
 
-void Add_Id_Option(CLI::App& verb, const std::string& name, std::optional<uint16_t>& id)
+uint64_t Parse_Count(const std::string& option, const std::string& text, int64_t least, int64_t most)
 {
-    const auto parse = [&id, name](const std::string& text) {
-        size_t used = 0;
-        unsigned long value = ~0UL;
-        try {
-            value = std::stoul(text, &used, 16);
-        } catch (const std::exception&) {
-            used = 0;
-        }
-        if (used == 0 || used != text.size() || value > 0xFFFF) {
-            throw CLI::ValidationError(name, "'" + text + "' is not a USB id; write up to 4 hexadecimal digits");
-        }
-        id = static_cast<uint16_t>(value);
-    };
-    verb.add_option_function<std::string>(name, parse, "only cameras with this USB id")->type_name("HEX");
+    const auto number = Whole_Number(text);
+    if (!number || *number < least || *number > most) {
+        throw CLI::ValidationError(option, "'" + text + "' is not a whole number from " + std::to_string(least) +
+                                               " to " + std::to_string(most));
+    }
+    return static_cast<uint64_t>(*number);
+}
+
+double Parse_Seconds(const std::string& text)
+{
+    constexpr double Most = 1e9;  // more than thirty years; nanoseconds of that fit 64 bits
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != 0 || !(value > 0 && value <= Most)) {
+        throw CLI::ValidationError("--seconds", "'" + text + "' is not a number above 0 and up to 1000000000");
+    }
+    return value;
+}
+
+uint16_t Parse_Id(const std::string& option, const std::string& text)
+{
+    const bool is_hexadecimal = text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    const auto number = is_hexadecimal ? Whole_Number("0x" + text) : std::nullopt;
+    if (!number || *number > UINT16_MAX) {
+        throw CLI::ValidationError(option, "'" + text + "' is not a USB id; write up to 4 hexadecimal digits");
+    }
+    return static_cast<uint16_t>(*number);
 }
 
 void Add_Capture(CLI::App& app, Arguments& arguments)
 {
+    constexpr int64_t Most_Frames = INT64_MAX;
     Capture_Options& options = arguments.capture;
-    CLI::App& verb = *app.add_subcommand("capture", "capture frames into files");
-    verb.add_option("camera", arguments.camera, Camera_Help)->type_name("CAMERA");
-    const auto set_format = [&options](const std::string& name) {
-        options.mode.pixel_format = name == "mjpeg" ? V4L2_PIX_FMT_MJPEG : V4L2_PIX_FMT_YUYV;
+    CLI::App& verb = *app.add_subcommand("capture", "capture frames into files or a stream");
+    const auto add = [&verb](const char* name, const char* type, const char* help, auto parse) {
+        return verb.add_option_function<std::string>(name, parse, help)->type_name(type);
     };
-    verb.add_option_function<std::string>("--format", set_format, "mjpeg makes .jpg files, yuyv makes .bmp files")
-        ->type_name("mjpeg|yuyv")
-        ->check(CLI::IsMember({"mjpeg", "yuyv"}));
-    verb.add_option_function<std::string>(
-            "--size", [&options](const std::string& text) { options.mode.size = Parse_Size(text); }, "in pixels")
-        ->type_name("WxH");
-    verb.add_option("--fps", options.mode.frames_per_second, "frames per second")
-        ->type_name("N")
-        ->check(CLI::Range(1U, 1000U));
-    auto* frames = verb.add_option("--frames", options.limits.files, "end after this many frames")
-                       ->type_name("N")
-                       ->check(Above_Zero);
-    verb.add_option("--seconds", options.limits.seconds, "end this long after the first frame")
-        ->type_name("S")
-        ->check(Above_Zero)
-        ->excludes(frames);
-    verb.add_option("-o,--output", options.directory, "directory for the files, created if missing")
-        ->type_name("DIR")
+    verb.add_option("camera", arguments.camera, Camera_Help)->type_name("CAMERA");
+    verb.add_option("--format", options.mode.format, "format as 'modes' prints it, or mjpeg")->type_name("FORMAT");
+    add("--size", "WxH", "in pixels", [&options](const std::string& text) { options.mode.size = Parse_Size(text); });
+    add("--fps", "N", "frames per second, such as 30, 29.97 or 30000/1001",
+        [&options](const std::string& text) { options.mode.interval = Parse_Rate(text); });
+    auto* frames = add("--frames", "N", "end after this many frames", [&options](const std::string& text) {
+        options.frames = Parse_Count("--frames", text, 1, Most_Frames);
+    });
+    add("--seconds", "S", "end this long after the first frame", [&options](const std::string& text) {
+        options.seconds = Parse_Seconds(text);
+    })->excludes(frames);
+    add("--skip", "N", "leave out the first frames, while the exposure settles", [&options](const std::string& text) {
+        options.skip = static_cast<uint32_t>(Parse_Count("--skip", text, 0, UINT32_MAX));
+    });
+    verb.add_option("-o,--output", options.output,
+                    "directory for the files, created if missing; a file that ends in .jpg, .bmp or .raw for one "
+                    "picture; - for a stream of the frames' bytes to standard output")
+        ->type_name("PATH")
         ->capture_default_str();
     verb.add_flag("--raw", options.raw,
                   "write each frame's bytes as the camera sent them, into SECONDS_MICROSECONDS.raw");
-    verb.footer("With neither --frames nor --seconds the capture goes on until Ctrl-C.");
+    verb.add_flag("--reconnect", options.reconnect, "wait for a camera that was unplugged, and go on");
+    verb.add_flag("--json", options.json, "print the summary as JSON");
+    verb.footer(
+        "Motion-JPEG becomes .jpg files, YUYV and other formats that can be converted .bmp files.\n"
+        "With neither --frames nor --seconds the capture goes on until Ctrl-C.");
 }
 
 void Add_Verbs(CLI::App& app, Arguments& arguments)
 {
-    app.add_flag("-v,--verbose", arguments.verbose, "also show the library's own messages");
     app.require_subcommand(1);
-    app.fallthrough();
 
     CLI::App& list = *app.add_subcommand("list", "list the cameras");
-    Add_Id_Option(list, "--vid", arguments.vid);
-    Add_Id_Option(list, "--pid", arguments.pid);
-    list.add_flag("--json", arguments.json, "print JSON");
+    for (const auto& [name, id] : {std::pair{"--vid", &arguments.list.vid}, std::pair{"--pid", &arguments.list.pid}}) {
+        const auto parse = [option = std::string(name), target = id](const std::string& text) {
+            *target = Parse_Id(option, text);
+        };
+        list.add_option_function<std::string>(name, parse, "only cameras with this USB id")->type_name("HEX");
+    }
+    list.add_flag("--json", arguments.list.json, "print JSON");
+    list.add_flag("--watch", arguments.list.watch,
+                  "go on with a line for each camera that comes or goes, until Ctrl-C");
 
     CLI::App& modes = *app.add_subcommand("modes", "list a camera's formats, sizes and rates");
     modes.add_option("camera", arguments.camera, Camera_Help)->type_name("CAMERA");
     modes.add_flag("--json", arguments.json, "print JSON");
 
     CLI::App& controls = *app.add_subcommand("controls", "list a camera's controls, or set some");
-    controls.add_option("arguments", arguments.camera_and_settings, std::string("CAMERA: ") + Camera_Help)
-        ->type_name("[CAMERA] [name=value ...]");
+    controls
+        .add_option("arguments", arguments.control_words,
+                    std::string("CAMERA: ") + Camera_Help +
+                        "; name prints a control; name=value sets one, to a number (also hexadecimal with 0x), the "
+                        "name of a menu item, on, off or default; reset sets all to their defaults")
+        ->type_name("[CAMERA] [name | name=value | reset ...]");
+    controls.add_flag("--json", arguments.json, "print JSON");
 
     Add_Capture(app, arguments);
 }
 
-/// A first word without '=' names the camera; the other words are settings.
-void Split_Settings(Arguments& arguments)
+/// @return what is wrong with the first word that is no option, or an empty text
+std::string Wrong_Verb(const CLI::App& app, int argc, char** argv)
 {
-    auto& words = arguments.camera_and_settings;
-    if (!words.empty() && words.front().find('=') == std::string::npos) {
-        arguments.camera = words.front();
-        words.erase(words.begin());
+    char** word = std::find_if(argv + std::min(argc, 1), argv + argc, [](const char* text) { return *text != '-'; });
+    std::vector<std::string> verbs;
+    for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
+        verbs.push_back(verb->get_name());
     }
+    if (word == argv + argc || std::ranges::find(verbs, *word) != verbs.end()) {
+        return "";
+    }
+    return "there is no verb '" + std::string(*word) + "'" + Suggestion(*word, verbs);
 }
 
-/// Moves what the library prints out of the tool's output. The library prints to the C streams stdout and stderr; the
-/// tool prints to std::cout and std::cerr, which keep the original descriptors.
-void Separate_Library_Output(bool show)
+int Run(const CLI::App& app, const Arguments& arguments)
 {
-    FILE* sink = show ? stderr : std::fopen("/dev/null", "w");
-    if (sink != nullptr) {
-        stdout = sink;
-        stderr = sink;
-    }
-}
-
-int Run(const CLI::App& app, Arguments& arguments)
-{
-    const Camera_List cameras;
     if (app.got_subcommand("list")) {
-        Print_Cameras(cameras, arguments.vid, arguments.pid, arguments.json);
-        return EXIT_SUCCESS;
-    }
-    Split_Settings(arguments);
-    const v4l2_dev_sys_data_t camera = Select_Camera(cameras, arguments.camera);
-    if (app.got_subcommand("capture")) {
-        return Run_Capture(camera, arguments.capture);
+        return Run_List(arguments.list);
     }
     if (app.got_subcommand("controls")) {
-        Run_Controls(camera, arguments.camera_and_settings);
-    } else {
-        (void)Camera_Node(camera.Device_Path);  // throws with the reason when the camera cannot be opened
-        Print_Modes(Read_Modes(Camera_Session(camera).Handle()), arguments.json);
+        return Run_Controls(arguments.control_words, arguments.json);
     }
+    if (app.got_subcommand("capture")) {
+        return Run_Capture(arguments.camera, arguments.capture);
+    }
+    Print_Modes(wqz::Camera(arguments.camera).Modes(), arguments.json);
     return EXIT_SUCCESS;
+}
+
+int Parse_And_Run(int argc, char** argv)
+{
+    CLI::App app("Find cameras, look at what they offer and capture pictures from them.", "wqz-usbcam");
+    app.set_version_flag("--version", WQZ_USBCAM_TOOL_VERSION);
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return Message_Start + std::string(error.what()) + "\nRun with --help for more information.\n";
+    });
+    Arguments arguments;
+    Add_Verbs(app, arguments);
+    try {
+        const std::string wrong_verb = Wrong_Verb(app, argc, argv);
+        if (!wrong_verb.empty()) {
+            throw CLI::ParseError(wrong_verb, Usage_Error);
+        }
+        app.parse(argc, argv);
+        const std::string contradiction = app.got_subcommand("capture") ? Contradiction(arguments.capture) : "";
+        if (!contradiction.empty()) {
+            throw CLI::ParseError(contradiction, Usage_Error);
+        }
+    } catch (const CLI::ParseError& error) {
+        const bool is_request = app.exit(error) == 0;  // for help or the version
+        Flush_Output();
+        return is_request ? EXIT_SUCCESS : Usage_Error;
+    }
+    const int status = Run(app, arguments);
+    Flush_Output();
+    return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    CLI::App app("Find USB cameras, look at what they offer and capture pictures from them.", "wqz-usbcam");
-    app.set_version_flag("--version", WQZ_USBCAM_TOOL_VERSION);
-    Arguments arguments;
-    Add_Verbs(app, arguments);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : Usage_Error;
-    }
-    Separate_Library_Output(arguments.verbose);
-    try {
-        return Run(app, arguments);
+        return Parse_And_Run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "wqz-usbcam: " << error.what() << '\n';
+        Say(error.what());
         return EXIT_FAILURE;
     }
 }

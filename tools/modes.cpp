@@ -1,151 +1,294 @@
-// Reads, prints and chooses modes.
+// Prints and chooses modes.
 #include "modes.h"
 
 #include <algorithm>
-#include <cctype>
+#include <array>
+#include <cmath>
+#include <cstdio>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <numeric>
+#include <regex>
 
+#include "output.h"
 #include "text.h"
 #include "tool_error.h"
 
 namespace {
 
-std::string Size_Text(const Pix_Format& mode)
+using Json = nlohmann::ordered_json;
+using Offers = std::vector<WQZ_Camera_Offer>;
+
+constexpr double Rate_Tolerance = 0.001;  // as WQZ_Camera_Start has it
+
+std::string Size_Text(uint32_t width, uint32_t height)
 {
-    return std::to_string(mode.u_Width) + "x" + std::to_string(mode.u_Height);
+    return std::to_string(width) + "x" + std::to_string(height);
 }
 
-bool Same_Size(const Pix_Format& a, const Pix_Format& b)
+bool Has_One_Size(const WQZ_Camera_Offer& offer)
 {
-    return a.u_PixFormat == b.u_PixFormat && a.u_Width == b.u_Width && a.u_Height == b.u_Height;
+    return offer.width_min == offer.width_max && offer.height_min == offer.height_max;
 }
 
-template <typename Condition>
-std::vector<Pix_Format> Matching(const std::vector<Pix_Format>& modes, Condition condition)
+bool Has_One_Interval(const WQZ_Camera_Offer& offer)
 {
-    std::vector<Pix_Format> result;
-    std::ranges::copy_if(modes, std::back_inserter(result), condition);
-    return result;
+    return Rate(offer.interval_min) == Rate(offer.interval_max);
 }
 
-/// Neighbouring modes of one format and size; their rates are joined in one text.
-struct Row {
-    Pix_Format mode;
-    std::string rates;
-};
-
-std::vector<Row> Rows(const std::vector<Pix_Format>& modes)
+std::string Sizes_Text(const WQZ_Camera_Offer& offer)
 {
-    std::vector<Row> rows;
-    for (const Pix_Format& mode : modes) {
-        if (rows.empty() || !Same_Size(rows.back().mode, mode)) {
-            rows.push_back({mode, ""});
-        }
-        Append_Item(rows.back().rates, " ", std::to_string(mode.u_Fps));
+    const std::string least = Size_Text(offer.width_min, offer.height_min);
+    if (Has_One_Size(offer)) {
+        return least;
     }
-    return rows;
+    return least + " to " + Size_Text(offer.width_max, offer.height_max) + " in steps of " +
+           Size_Text(offer.width_step, offer.height_step);
 }
 
-std::string Offer(const std::vector<Pix_Format>& modes)
+// The exact fraction, and for people the number that it is.
+std::string Rate_For_People(const WQZ_Camera_Fraction& interval)
 {
-    std::string text;
-    for (const Row& row : Rows(modes)) {
-        text += "\n  " + Four_CC_Text(row.mode.u_PixFormat) + " " + Size_Text(row.mode) + " at " + row.rates;
+    const std::string exact = Rate_Text(interval);
+    if (exact.find('/') == std::string::npos) {
+        return exact;
+    }
+    std::array<char, 32> rounded{};
+    (void)std::snprintf(rounded.data(), rounded.size(), "%.4g", Rate(interval));
+    return exact + " (" + rounded.data() + ")";
+}
+
+std::string Rates_Text(const WQZ_Camera_Offer& offer)
+{
+    if (Has_One_Interval(offer)) {
+        return Rate_For_People(offer.interval_min);
+    }
+    std::string text = Rate_For_People(offer.interval_max) + " to " + Rate_For_People(offer.interval_min);
+    const WQZ_Camera_Fraction& step = offer.interval_step;
+    if (step.numerator != 0 && step.denominator != 0) {
+        text += ", the time between frames in steps of " + std::to_string(step.numerator) + "/" +
+                std::to_string(step.denominator) + " s";
     }
     return text;
 }
 
-bool Can_Be_Captured(const Pix_Format& mode)
+/// A row of the table: neighbouring offers of one format and size, with their rates in one text.
+struct Row {
+    std::string format;
+    std::string sizes;
+    std::string rates;
+};
+
+std::vector<Row> Rows(const Offers& offers)
 {
-    return mode.u_PixFormat == V4L2_PIX_FMT_MJPEG || mode.u_PixFormat == V4L2_PIX_FMT_YUYV;
+    std::vector<Row> rows;
+    for (const WQZ_Camera_Offer& offer : offers) {
+        const std::string sizes = Sizes_Text(offer);
+        if (rows.empty() || rows.back().format != offer.format || rows.back().sizes != sizes) {
+            rows.push_back({offer.format, sizes, ""});
+        }
+        Append_Item(rows.back().rates, "  ", Rates_Text(offer));
+    }
+    return rows;
 }
 
-std::string Wish_Text(const Mode_Wish& wish)
+void Print_Table(const Offers& offers)
 {
-    std::string text = wish.pixel_format ? Four_CC_Text(*wish.pixel_format) : "mode of";
-    if (wish.size) {
-        text += " " + std::to_string(wish.size->first) + "x" + std::to_string(wish.size->second);
+    constexpr size_t Least_Width = 10;
+    size_t width = Least_Width;
+    const std::vector<Row> rows = Rows(offers);
+    for (const Row& row : rows) {
+        width = std::max(width, row.sizes.size());
     }
-    return wish.frames_per_second ? text + " at " + std::to_string(*wish.frames_per_second) + " frames per second"
-                                  : text;
+    const auto column = std::setw(static_cast<int>(width) + 2);
+    std::cout << std::left << "FORMAT  " << column << "SIZE"
+              << "FRAMES PER SECOND\n";
+    for (const Row& row : rows) {
+        std::cout << std::setw(8) << Printable(row.format) << column << row.sizes << row.rates << '\n';
+    }
+}
+
+Json Range_Json(uint32_t least, uint32_t greatest, uint32_t step)
+{
+    return least == greatest ? Json(least) : Json{{"min", least}, {"max", greatest}, {"step", step}};
+}
+
+Json Rate_Json(const WQZ_Camera_Fraction& interval)
+{
+    const double rate = Rate(interval);
+    return rate == std::floor(rate) ? Json(static_cast<uint64_t>(rate)) : Json(rate);
+}
+
+std::string Fraction_Text(const WQZ_Camera_Fraction& fraction)
+{
+    return std::to_string(fraction.numerator) + "/" + std::to_string(fraction.denominator);
+}
+
+Json Mode_Json(const WQZ_Camera_Offer& offer)
+{
+    Json json{{"format", offer.format},
+              {"width", Range_Json(offer.width_min, offer.width_max, offer.width_step)},
+              {"height", Range_Json(offer.height_min, offer.height_max, offer.height_step)}};
+    if (Has_One_Interval(offer)) {
+        json["fps"] = Rate_Json(offer.interval_min);
+        json["interval"] = Fraction_Text(offer.interval_min);
+    } else {
+        json["fps"] = {{"min", Rate_Json(offer.interval_max)}, {"max", Rate_Json(offer.interval_min)}};
+        json["interval"] = {{"min", Fraction_Text(offer.interval_min)},
+                            {"max", Fraction_Text(offer.interval_max)},
+                            {"step", Fraction_Text(offer.interval_step)}};
+    }
+    return json;
+}
+
+bool In_Range(uint32_t value, uint32_t least, uint32_t greatest, uint32_t step)
+{
+    return value >= least && value <= greatest && (step == 0 || (value - least) % step == 0);
+}
+
+bool Has_Rate(const WQZ_Camera_Offer& offer, double rate)
+{
+    return rate >= Rate(offer.interval_max) * (1 - Rate_Tolerance) &&
+           rate <= Rate(offer.interval_min) * (1 + Rate_Tolerance);
+}
+
+bool Has_Size(const WQZ_Camera_Offer& offer, uint32_t width, uint32_t height)
+{
+    return In_Range(width, offer.width_min, offer.width_max, offer.width_step) &&
+           In_Range(height, offer.height_min, offer.height_max, offer.height_step);
+}
+
+bool Fits(const WQZ_Camera_Offer& offer, const Mode_Wish& wish)
+{
+    return (!wish.size || Has_Size(offer, wish.size->first, wish.size->second)) &&
+           (Rate(wish.interval) == 0 || Has_Rate(offer, Rate(wish.interval)));
+}
+
+uint32_t Largest(uint32_t least, uint32_t greatest, uint32_t step)
+{
+    return step == 0 ? greatest : greatest - (greatest - least) % step;
+}
+
+/// @throws Tool_Error  when no offer has the format
+uint32_t Format_Named(const Offers& offers, const std::string& name)
+{
+    const std::string key = Key(name) == "mjpeg" ? "mjpg" : Key(name);
+    std::vector<std::string> names;
+    for (const WQZ_Camera_Offer& offer : offers) {
+        if (Key(offer.format) == key) {
+            return offer.fourcc;
+        }
+        if (names.empty() || names.back() != offer.format) {
+            names.emplace_back(offer.format);
+        }
+    }
+    std::string list;
+    std::ranges::for_each(names, [&](const std::string& each) { Append_Item(list, ", ", each); });
+    throw Tool_Error("the camera has no format '" + name + "'" + Suggestion(name, names) + " It has: " + list);
+}
+
+/// @return the first format of the preferred ones that some offer has, or the format of the first offer
+uint32_t Preferred_Format(const Offers& offers, const std::vector<uint32_t>& preferred)
+{
+    for (const uint32_t fourcc : preferred) {
+        if (std::ranges::find(offers, fourcc, &WQZ_Camera_Offer::fourcc) != offers.end()) {
+            return fourcc;
+        }
+    }
+    return offers.front().fourcc;
+}
+
+WQZ_Camera_Fraction Shortest_Interval(const Offers& offers, const wqz::Request& request)
+{
+    WQZ_Camera_Fraction shortest{0, 0};
+    for (const WQZ_Camera_Offer& offer : offers) {
+        if (Has_Size(offer, request.width, request.height) && Rate(offer.interval_min) > Rate(shortest)) {
+            shortest = offer.interval_min;
+        }
+    }
+    return shortest;
 }
 
 }  // namespace
 
-std::vector<Pix_Format> Read_Modes(void* handle)
+void Print_Modes(const Offers& offers, bool json)
 {
-    std::vector<Pix_Format> modes(static_cast<size_t>(std::max(WQZ_USBCam_Get_Format_List_Size(handle), 0)));
-    (void)WQZ_USBCam_Get_Format_List(handle, modes.data());
-    return modes;
-}
-
-void Print_Modes(const std::vector<Pix_Format>& modes, bool json)
-{
-    if (json) {
-        auto list = nlohmann::ordered_json::array();
-        for (const Pix_Format& mode : modes) {
-            list.push_back({{"format", Four_CC_Text(mode.u_PixFormat)},
-                            {"width", mode.u_Width},
-                            {"height", mode.u_Height},
-                            {"fps", mode.u_Fps}});
-        }
-        std::cout << list.dump(2) << '\n';
+    if (!json) {
+        Print_Table(offers);
         return;
     }
-    std::cout << "FORMAT  SIZE        FRAMES PER SECOND\n" << std::left;
-    for (const Row& row : Rows(modes)) {
-        std::cout << std::setw(8) << Four_CC_Text(row.mode.u_PixFormat) << std::setw(12) << Size_Text(row.mode)
-                  << row.rates << '\n';
-    }
+    Json list = Json::array();
+    std::ranges::transform(offers, std::back_inserter(list), Mode_Json);
+    std::cout << Json_Text(list) << '\n';
 }
 
-Pix_Format Choose_Mode(const std::vector<Pix_Format>& modes, const Mode_Wish& wish)
+wqz::Request Choose_Mode(const Offers& offers, const Mode_Wish& wish, const std::vector<uint32_t>& preferred)
 {
-    if (modes.empty()) {
+    if (offers.empty()) {
         throw Tool_Error("the camera lists no modes; plug it in again");
     }
-    const auto has_format = [&](const Pix_Format& mode) {
-        return Can_Be_Captured(mode) && mode.u_PixFormat == wish.pixel_format.value_or(mode.u_PixFormat);
-    };
-    const auto has_size = [&](const Pix_Format& mode) {
-        return !wish.size || *wish.size == std::pair{mode.u_Width, mode.u_Height};
-    };
-    const auto has_rate = [&](const Pix_Format& mode) {
-        return mode.u_Fps == wish.frames_per_second.value_or(mode.u_Fps);
-    };
-    const auto of_format = Matching(modes, has_format);
-    if (of_format.empty()) {
-        throw Tool_Error("the camera has no " +
-                         (wish.pixel_format ? Four_CC_Text(*wish.pixel_format) : "MJPG or YUYV") +
-                         " mode; it offers:" + Offer(modes));
-    }
-    const auto of_size = Matching(of_format, has_size);
-    const auto wanted = Matching(of_size, has_rate);
-    if (wanted.empty()) {
-        throw Tool_Error("the camera has no " + Wish_Text(wish) +
-                         "; it offers:" + Offer(of_size.empty() ? of_format : of_size));
-    }
-    const auto is_mjpeg = [](const Pix_Format& mode) { return mode.u_PixFormat == V4L2_PIX_FMT_MJPEG; };
-    const auto mjpeg = std::ranges::find_if(wanted, is_mjpeg);
-    const Pix_Format& first = mjpeg == wanted.end() ? wanted.front() : *mjpeg;
-    const auto rates = Matching(wanted, [&](const Pix_Format& mode) { return Same_Size(mode, first); });
-    return *std::ranges::max_element(rates, {}, &Pix_Format::u_Fps);
+    Offers fitting;
+    std::ranges::copy_if(offers, std::back_inserter(fitting), [&](const auto& offer) { return Fits(offer, wish); });
+    wqz::Request request;
+    request.exact = true;
+    request.format = wish.format.empty() ? Preferred_Format(fitting.empty() ? offers : fitting, preferred)
+                                         : Format_Named(offers, wish.format);
+    std::erase_if(fitting, [&](const auto& offer) { return offer.fourcc != request.format.Code(); });
+    const auto of_format = std::ranges::find(offers, request.format.Code(), &WQZ_Camera_Offer::fourcc);
+    const WQZ_Camera_Offer& first = fitting.empty() ? *of_format : fitting.front();
+    request.width = wish.size ? wish.size->first : Largest(first.width_min, first.width_max, first.width_step);
+    request.height = wish.size ? wish.size->second : Largest(first.height_min, first.height_max, first.height_step);
+    request.rate = Rate(wish.interval) == 0 ? Shortest_Interval(fitting, request) : wish.interval;
+    return request;
 }
 
-std::string Four_CC_Text(uint32_t pixel_format)
+std::optional<WQZ_Camera_Fraction> Interval_Of_Rate(const std::string& rate)
 {
-    std::string text;
-    for (uint32_t shift = 0; shift < 32; shift += 8) {
-        const auto c = static_cast<unsigned char>((pixel_format >> shift) & 0x7F);
-        text += std::isprint(c) != 0 ? static_cast<char>(c) : '?';
+    static const std::regex Form(R"((\d{1,4})(?:\.(\d{1,5}))?|(\d{1,9})/(\d{1,9}))");  // so few digits fit 32 bits
+    std::smatch part;
+    if (!std::regex_match(rate, part, Form)) {
+        return std::nullopt;
     }
-    return (pixel_format & (1U << 31)) != 0 ? text + "-BE" : text;
+    const std::string frames = part[1].str() + part[2].str() + part[3].str();
+    std::string seconds = part[4].str();
+    if (!part[3].matched) {
+        seconds.assign(1 + part[2].str().size(), '0');
+        seconds.front() = '1';
+    }
+    const auto numerator = static_cast<uint32_t>(std::stoul(seconds));
+    const auto denominator = static_cast<uint32_t>(std::stoul(frames));
+    if (numerator == 0 || denominator == 0) {
+        return std::nullopt;
+    }
+    const uint32_t divisor = std::gcd(numerator, denominator);
+    return WQZ_Camera_Fraction{numerator / divisor, denominator / divisor};
 }
 
-std::string Mode_Text(const Pix_Format& mode)
+std::string Rate_Text(const WQZ_Camera_Fraction& interval)
 {
-    const std::string rate = mode.u_Fps == 0 ? "" : " at " + std::to_string(mode.u_Fps) + " frames per second";
-    return Four_CC_Text(mode.u_PixFormat) + " " + Size_Text(mode) + rate;
+    constexpr uint64_t Thousand = 1000;
+    if (Rate(interval) == 0) {
+        return "unknown";
+    }
+    const uint64_t divisor = std::gcd(interval.numerator, interval.denominator);
+    const uint64_t frames = interval.denominator / divisor;
+    const uint64_t seconds = interval.numerator / divisor;
+    if (frames * Thousand % seconds != 0) {
+        return std::to_string(frames) + "/" + std::to_string(seconds);
+    }
+    std::string decimals = std::to_string(Thousand + frames * Thousand / seconds % Thousand).substr(1);
+    decimals.erase(decimals.find_last_not_of('0') + 1);
+    return std::to_string(frames / seconds) + (decimals.empty() ? "" : "." + decimals);
+}
+
+double Rate(const WQZ_Camera_Fraction& interval)
+{
+    return interval.numerator == 0 ? 0 : static_cast<double>(interval.denominator) / interval.numerator;
+}
+
+std::string Mode_Text(const WQZ_Camera_Mode& mode)
+{
+    const std::string rate = Rate(mode.interval) == 0 ? "" : " at " + Rate_Text(mode.interval) + " frames per second";
+    return Printable(mode.format) + " " + Size_Text(mode.width, mode.height) + rate;
 }

@@ -7,32 +7,39 @@
 #include <utility>
 #include <vector>
 
-#include "USBCam_API/USBCam_API.h"
-
-// Everywhere in the tool, u_PixFormat of a mode is a FourCC, as in the library's list of modes.
+#include "Camera/wqz_camera.hpp"
 
 /// The mode that the user asks for. Choose_Mode fills in what is left out.
 struct Mode_Wish {
-    std::optional<uint32_t> pixel_format;               ///< V4L2 FourCC
+    std::string format;                                 ///< as `modes` prints it, in any case; empty for any
     std::optional<std::pair<uint32_t, uint32_t>> size;  ///< width and height in pixels
-    std::optional<uint32_t> frames_per_second;
+    WQZ_Camera_Fraction interval{0, 0};                 ///< 0/0 for any
 };
 
-/// @return the modes of an open session: one entry per format, size and rate
-std::vector<Pix_Format> Read_Modes(void* handle);
+constexpr uint32_t Motion_Jpeg = WQZ_CAMERA_FOURCC('M', 'J', 'P', 'G');
+constexpr uint32_t Still_Jpeg = WQZ_CAMERA_FOURCC('J', 'P', 'E', 'G');
+constexpr uint32_t Yuyv = WQZ_CAMERA_FOURCC('Y', 'U', 'Y', 'V');
 
 /// Prints modes to standard output, as a table with a row per size or as JSON with an object per mode.
-void Print_Modes(const std::vector<Pix_Format>& modes, bool json);
+void Print_Modes(const std::vector<WQZ_Camera_Offer>& offers, bool json);
 
-/// Picks the mode to capture. The defaults are Motion-JPEG where the camera has it, the size that the camera lists
-/// first, and the highest rate.
-/// @throws Tool_Error  when the camera lacks such a mode; the message lists what it offers
-Pix_Format Choose_Mode(const std::vector<Pix_Format>& modes, const Mode_Wish& wish);
+/// Picks the mode to ask for. The defaults are the preferred formats, the size that the camera lists first, and the
+/// highest rate. What the camera does not offer stays in the request, for the camera interface to refuse.
+/// @param preferred  formats to take where the wish names none, the best first; then any
+/// @throws Tool_Error  when the camera lacks the format, or lists no modes
+wqz::Request Choose_Mode(const std::vector<WQZ_Camera_Offer>& offers, const Mode_Wish& wish,
+                         const std::vector<uint32_t>& preferred);
 
-/// @return the four characters of a FourCC, as in "MJPG"
-std::string Four_CC_Text(uint32_t pixel_format);
+/// @return seconds per frame for a rate such as "30", "29.97" or "30000/1001"; nothing for any other text
+std::optional<WQZ_Camera_Fraction> Interval_Of_Rate(const std::string& rate);
 
-/// @return a text such as "MJPG 640x480 at 30 frames per second", without the rate when it is 0
-std::string Mode_Text(const Pix_Format& mode);
+/// @return a rate as exactly as it can be written: "30", "7.5", "30000/1001"
+std::string Rate_Text(const WQZ_Camera_Fraction& interval);
+
+/// @return frames per second; 0 when the interval is unknown
+double Rate(const WQZ_Camera_Fraction& interval);
+
+/// @return a text such as "MJPG 640x480 at 30 frames per second", without the rate when it is unknown
+std::string Mode_Text(const WQZ_Camera_Mode& mode);
 
 #endif  // WQZ_TOOL_MODES_H

@@ -1,53 +1,29 @@
-// Counts frames, rates and losses from sequence numbers, indexes and time stamps.
+// Counts frames, rates and losses.
 #include "statistics.h"
 
 #include <iomanip>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
-namespace {
-
-/// @return how many numbers a wrapping counter skipped between two readings; none when it stands still or restarts
-uint32_t Skipped(uint32_t before, uint32_t now)
-{
-    const uint32_t step = now - before;
-    return step == 0 || step > UINT32_MAX / 2 ? 0 : step - 1;
-}
-
-double Stamp(const Frame_Buffer_Data& frame)
-{
-    const timeval& stamp = frame.buffer.timestamp;
-    return static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6;
-}
-
-}  // namespace
-
-void Statistics::Count_Arrival(const Frame_Buffer_Data& frame, Clock::time_point now)
+void Statistics::Count(const WQZ_Camera_Frame& frame, bool missed)
 {
     if (frames == 0) {
-        first = now;
-        first_stamp = Stamp(frame);
-        index_gaps = frame.index;  // the library counts from 0; drivers may start anywhere
-        sequence_gaps = frame.index;
-    } else {
-        sequence_gaps += Skipped(last_sequence, frame.buffer.sequence);
-        index_gaps += Skipped(last_index, frame.index);
+        first_ns = frame.time_ns;
+    } else if (missed) {
+        last_gap = static_cast<double>(frame.time_ns - last_ns) / 1e9;
+        seconds_missed += last_gap;
+        ++gaps;
     }
-    last_sequence = frame.buffer.sequence;
-    last_index = frame.index;
-    last = now;
-    last_stamp = Stamp(frame);
+    last_ns = frame.time_ns;
+    lost += frame.lost_before;
     ++frames;
-}
-
-double Statistics::Seconds() const
-{
-    const double by_driver = last_stamp - first_stamp;
-    return by_driver > 0 ? by_driver : std::chrono::duration<double>(last - first).count();
 }
 
 double Statistics::Rate() const
 {
-    return frames < 2 || Seconds() <= 0 ? 0 : static_cast<double>(frames - 1) / Seconds();
+    const double seconds = Seconds() - seconds_missed;
+    const uint64_t intervals = frames - gaps;
+    return intervals < 2 || seconds <= 0 ? 0 : static_cast<double>(intervals - 1) / seconds;
 }
 
 double Statistics::Megabytes_Per_Second() const
@@ -55,27 +31,42 @@ double Statistics::Megabytes_Per_Second() const
     return frames == 0 ? 0 : static_cast<double>(total_bytes) / static_cast<double>(frames) * Rate() / 1e6;
 }
 
-uint64_t Statistics::Lost_In_Driver() const
-{
-    return sequence_gaps > index_gaps ? sequence_gaps - index_gaps : 0;
-}
-
 std::string Statistics::Progress() const
 {
     std::ostringstream text;
     text << std::fixed << std::setprecision(2) << frames << " frames, " << Rate() << " per second, "
-         << Megabytes_Per_Second() << " MB/s, lost " << Lost_In_Driver() << " in the driver and " << index_gaps
-         << " unread";
+         << Megabytes_Per_Second() << " MB/s, lost " << lost;
     return text.str();
 }
 
-std::string Statistics::Summary() const
+std::string Statistics::Summary(uint64_t skipped) const
 {
     std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << "captured  " << frames << " frames in " << Seconds()
-         << " s: " << Rate() << " frames per second, " << Megabytes_Per_Second() << " MB/s\n"
-         << "lost      " << Lost_In_Driver() << " in the driver (gaps in its sequence), " << index_gaps
-         << " unread (gaps in the index)\n"
+    text << std::fixed << std::setprecision(2) << "captured  " << frames << (frames == 1 ? " frame" : " frames");
+    if (frames > 1) {
+        text << " in " << Seconds() << " s: " << Rate() << " frames per second, " << Megabytes_Per_Second() << " MB/s";
+    }
+    text << "\nlost      " << lost << "\n"
          << "damaged   " << damaged << "\n";
+    if (skipped > 0) {
+        text << "skipped   " << skipped << "\n";
+    }
+    if (gaps > 0) {
+        text << "missed    " << seconds_missed << " s while the camera was away, " << gaps
+             << (gaps == 1 ? " time\n" : " times\n");
+    }
     return text.str();
+}
+
+void Statistics::Add_To(nlohmann::ordered_json& json, uint64_t skipped) const
+{
+    json["frames"] = frames;
+    json["seconds"] = Seconds();
+    json["frames_per_second"] = Rate();
+    json["bytes"] = total_bytes;
+    json["lost"] = lost;
+    json["damaged"] = damaged;
+    json["skipped"] = skipped;
+    json["times_away"] = gaps;
+    json["seconds_missed"] = seconds_missed;
 }
