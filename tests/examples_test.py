@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the example programs on virtual cameras.
 
-usage: examples_test.py LAUNCHER EXAMPLE_CAPTURE EXAMPLE_LIST [unittest arguments]
+usage: examples_test.py LAUNCHER EXAMPLE_CAPTURE EXAMPLE_LIST SESSION_DEMO [unittest arguments]
 """
 
 import os
@@ -12,7 +12,7 @@ import sys
 import tempfile
 import unittest
 
-LAUNCHER = EXAMPLE_CAPTURE = EXAMPLE_LIST = ""
+LAUNCHER = EXAMPLE_CAPTURE = EXAMPLE_LIST = SESSION_DEMO = ""
 TIME_LIMIT = 60  # seconds for one run of an example, also under a sanitizer
 
 THREE = """
@@ -28,24 +28,28 @@ class Examples(unittest.TestCase):
         self.folder = tempfile.mkdtemp(prefix="examples-test-")
         self.addCleanup(shutil.rmtree, self.folder)
 
-    def run_example(self, program, description, status=0):
+    def run_example(self, program, description, *words, status=0):
         path = os.path.join(self.folder, "cameras")
         with open(path, "w", encoding="ascii") as file:
             file.write(description)
-        result = subprocess.run([LAUNCHER, "--description", path, program], cwd=self.folder, text=True,
+        result = subprocess.run([LAUNCHER, "--description", path, program, *words], cwd=self.folder, text=True,
                                 capture_output=True, timeout=TIME_LIMIT, check=False)
         self.assertEqual(result.returncode, status, result.stdout + result.stderr)
         return result
+
+    def converted(self, name, *options):
+        """What ImageMagick makes of a picture; a damaged one brings a warning."""
+        result = subprocess.run([shutil.which("magick") or "convert", name, *options], cwd=self.folder, check=True,
+                                capture_output=True)
+        self.assertEqual(result.stderr, b"")
+        return result.stdout
 
     def test_capture_saves_ten_whole_pictures(self):
         self.run_example(EXAMPLE_CAPTURE, "camera\nusb none\n")
         pictures = sorted(name for name in os.listdir(self.folder) if name.endswith(".jpg"))
         self.assertEqual(pictures, ["picture-%d.jpg" % i for i in range(10)])
-        convert = shutil.which("magick") or "convert"
         for name in pictures:
-            size = subprocess.run([convert, name, "-format", "%wx%h", "info:-"], cwd=self.folder, text=True, check=True,
-                                  capture_output=True)
-            self.assertEqual((size.stdout, size.stderr), ("640x480", ""))  # a damaged picture brings a warning
+            self.assertEqual(self.converted(name, "-format", "%wx%h", "info:-"), b"640x480")
 
     def test_capture_ends_with_a_reason(self):
         for more, message in (("format MJPG\n  size 320x240 30\n", "does not deliver Motion-JPEG at 640x480"),
@@ -61,7 +65,23 @@ class Examples(unittest.TestCase):
         self.assertRegex(listing, r"^3 cameras\n/dev/video0: First Twin, 1d6b:0102\n    MJPG 1920x1080, 30 frames")
         self.assertRegex(listing, r"(?s)On Chip, 0000:0000\n    MJPG ")
 
+    def test_session_demo_saves_thirty_upright_pictures_of_each_format(self):
+        self.run_example(SESSION_DEMO, "camera\n", self.folder)
+        pictures = sorted(name for name in os.listdir(self.folder) if name.startswith("frame-"))
+        self.assertEqual(pictures, ["frame-%02d.%s" % (i, ending) for i in range(1, 31) for ending in ("bmp", "jpg")])
+        sizes = {self.converted(name, "-format", "%wx%h", "info:-") for name in pictures}
+        self.assertEqual(sizes, {b"640x480"})
+        # The upper part holds the card without what moves. It is neither symmetric nor grey.
+        card = [self.converted(name, "-crop", "640x240+0+0", "-depth", "8", "rgb:-") for name in pictures[:2]]
+        self.assertLess(sum(abs(a - b) for a, b in zip(*card)) / len(card[0]), 8)
+
+    def test_session_demo_pads_rows_and_names_what_a_camera_lacks(self):
+        lacking = self.run_example(SESSION_DEMO, "camera\nformat YUYV\n  size 322x240 30\n", self.folder).stdout
+        self.assertIn("no Motion-JPEG mode", lacking)
+        self.assertEqual(os.path.getsize(os.path.join(self.folder, "frame-30.bmp")), 54 + 968 * 240)
+        self.assertEqual(self.converted("frame-30.bmp", "-format", "%wx%h", "info:-"), b"322x240")
+
 
 if __name__ == "__main__":
-    LAUNCHER, EXAMPLE_CAPTURE, EXAMPLE_LIST = [os.path.abspath(path) for path in sys.argv[1:4]]
-    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)
+    LAUNCHER, EXAMPLE_CAPTURE, EXAMPLE_LIST, SESSION_DEMO = [os.path.abspath(path) for path in sys.argv[1:5]]
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:], verbosity=2)

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -47,8 +49,10 @@ private:
     std::optional<std::chrono::nanoseconds> Time_Left() const;
     void Read();
     void Take(const WQZ_Camera_Frame& frame);
+    void Note_Return();
     [[noreturn]] void Report_Silence() const;
-    void Reconnect();
+    void Note_Unplug();
+    void Wait_For_Camera();
 
     wqz::Camera& camera;
     const Capture_Options& options;
@@ -56,7 +60,9 @@ private:
     wqz::Mode mode;
     Frame_Output output;
     Statistics counts;
+    bool is_away = false;
     bool was_away = false;  // since the last frame
+    Clock::time_point last_save = Clock::now();
     Clock::time_point next_progress;
 };
 
@@ -96,42 +102,49 @@ void Capture::Run()
 {
     while (!Is_Complete() && Caught_Signal() == 0) {
         try {
-            Read();
+            if (is_away) {
+                Wait_For_Camera();
+            } else {
+                Read();
+            }
         } catch (const wqz::Camera_Error& error) {
             if (error.Code() != ENODEV) {
                 throw;
             }
-            Reconnect();
+            Note_Unplug();
         }
     }
 }
 
 void Capture::Read()
 {
-    const wqz::Frame frame = camera.Read(std::min(Longest_Silence, Time_Left().value_or(Longest_Silence)));
+    const auto wait = std::min(Longest_Silence, Time_Left().value_or(Longest_Silence));
+    const wqz::Frame frame = camera.Read(wait);
     if (frame) {
         Take(frame.Record());
-    } else if (!Is_Complete() && Caught_Signal() == 0) {
+    } else if (wait == Longest_Silence && Caught_Signal() == 0) {
         Report_Silence();
     }
 }
 
 void Capture::Take(const WQZ_Camera_Frame& frame)
 {
+    const bool is_empty = frame.length == 0;
     counts.Count(frame, was_away);
     if (was_away) {
-        std::ostringstream text;
-        text << std::fixed << std::setprecision(1) << counts.Last_Gap() << " s";
-        const double missed = std::max(0.0, counts.Last_Gap() * mode.Rate() - 1);
-        Say(node + ": the camera is back; missed " + text.str() + ", about " +
-            std::to_string(static_cast<uint64_t>(missed)) + " frames");
-        was_away = false;
+        Note_Return();
     }
-    const std::string name = frame.length == 0 ? "frame " + std::to_string(counts.Frames()) : output.Save(frame);
+    std::string name = "frame " + std::to_string(counts.Frames());
+    if (!is_empty) {
+        name = output.Save(frame);
+        last_save = Clock::now();
+    } else if (Clock::now() - last_save > Longest_Silence) {
+        Report_Silence();
+    }
     counts.Count_Bytes(frame.length);
     if (Is_Damaged(frame)) {
         counts.Count_Damaged();
-        Say(name + (frame.length == 0 ? " is empty" : " is damaged: a part of it is missing"));
+        Say(name + (is_empty ? " is empty" : " is damaged: a part of it is missing"));
     }
     if (options.output != "-" && Clock::now() >= next_progress) {
         Show_Progress(counts.Progress());
@@ -139,9 +152,19 @@ void Capture::Take(const WQZ_Camera_Frame& frame)
     }
 }
 
+void Capture::Note_Return()
+{
+    was_away = false;
+    const double missed = std::max(0.0, counts.Last_Gap() * mode.Rate() - 1);
+    std::ostringstream text;
+    text << node << ": the camera is back; missed " << std::fixed << std::setprecision(1) << counts.Last_Gap()
+         << " s, about " << std::lround(missed) << " frames";
+    Say(text.str());
+}
+
 void Capture::Report_Silence() const
 {
-    if (counts.Frames() == 0) {
+    if (output.Saved() == 0) {
         throw Tool_Error(node +
                          ": no frame came: the camera did not start. Its USB bus may have no room left for this "
                          "mode: try a smaller size, a lower rate, --format mjpeg or another port");
@@ -149,16 +172,22 @@ void Capture::Report_Silence() const
     throw Tool_Error(node + ": the camera has stopped sending frames; plug it in again");
 }
 
-void Capture::Reconnect()
+void Capture::Note_Unplug()
 {
     if (!options.reconnect) {
         throw Tool_Error(node + ": the camera was unplugged; with --reconnect the capture waits for it");
     }
     Say(node + ": the camera was unplugged; waiting for it to come back");
+    is_away = true;
+    was_away = counts.Frames() > 0;
+}
+
+void Capture::Wait_For_Camera()
+{
     const auto limit = Time_Left();
     if (limit ? camera.Recover(*limit) : camera.Recover(wqz::Forever)) {
         node = camera.Info().node;
-        was_away = counts.Frames() > 0;
+        is_away = false;
     } else if (Caught_Signal() == 0) {
         throw Tool_Error(node + ": the camera did not come back");
     }
@@ -171,14 +200,13 @@ std::string Capture::Summary() const
 
 nlohmann::ordered_json Capture::Json() const
 {
-    nlohmann::ordered_json json{
-        {"node", node},
-        {"identity", camera.Info().identity},
-        {"mode",
-         {{"format", mode.format},
-          {"width", mode.width},
-          {"height", mode.height},
-          {"interval", std::to_string(mode.interval.numerator) + "/" + std::to_string(mode.interval.denominator)}}}};
+    nlohmann::ordered_json json{{"node", node},
+                                {"identity", camera.Info().identity},
+                                {"mode",
+                                 {{"format", mode.format},
+                                  {"width", mode.width},
+                                  {"height", mode.height},
+                                  {"interval", Fraction_Text(mode.interval)}}}};
     counts.Add_To(json, camera.Counters().skipped);
     json["saved"] = output.Saved();
     json["first_file"] = output.First_File();

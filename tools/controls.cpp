@@ -207,6 +207,37 @@ bool Is_Setting(const std::string& word)
     return word.find('=') != std::string::npos;
 }
 
+enum class Action { Print, Set, Reset };
+
+/// What a word asks for.
+struct Step {
+    Action action;
+    const Control* control = nullptr;
+    std::optional<wqz::Setting> setting = std::nullopt;
+};
+
+std::vector<Step> Parse_Steps(const std::vector<Control>& controls, const std::vector<std::string>& words)
+{
+    std::vector<Step> steps;
+    for (const std::string& word : words) {
+        if (word == Reset_Word) {
+            steps.push_back({Action::Reset});
+            continue;
+        }
+        const size_t equals = word.find('=');
+        const Control& control = Control_Named(controls, word.substr(0, equals));
+        if (!Is_Setting(word)) {
+            steps.push_back({Action::Print, &control});
+            continue;
+        }
+        if (control.Has(WQZ_CAMERA_CONTROL_FLAG_READ_ONLY)) {
+            throw Tool_Error(word + ": " + control.about.key + " is read-only");
+        }
+        steps.push_back({Action::Set, &control, Parse_Setting(control, word.substr(equals + 1))});
+    }
+    return steps;
+}
+
 /// Opens the camera that the first word names, and removes the word. A first word that names no camera may name a
 /// control of the only camera.
 wqz::Camera Open_Named(std::vector<std::string>& words)
@@ -234,29 +265,19 @@ int Run_Controls(std::vector<std::string> words, bool json)
 {
     wqz::Camera camera = Open_Named(words);
     const std::vector<Control> controls = Read_Controls(camera);
-    const bool reset = std::erase(words, Reset_Word) > 0;
+    const std::vector<Step> steps = Parse_Steps(controls, words);
+    bool complete = true;
     std::vector<const Control*> chosen;
-    std::vector<std::pair<const Control*, wqz::Setting>> settings;
-    for (const std::string& word : words) {
-        const size_t equals = word.find('=');
-        const Control& control = Control_Named(controls, word.substr(0, equals));
-        if (!Is_Setting(word)) {
-            chosen.push_back(&control);
-            continue;
+    for (const Step& step : steps) {
+        if (step.action == Action::Reset) {
+            complete = Reset(camera) && complete;
+        } else if (step.action == Action::Set) {
+            camera.Set(*step.setting);
         }
-        if (control.Has(WQZ_CAMERA_CONTROL_FLAG_READ_ONLY)) {
-            throw Tool_Error(word + ": " + control.about.key + " is read-only");
-        }
-        settings.emplace_back(&control, Parse_Setting(control, word.substr(equals + 1)));
-    }
-
-    bool complete = !reset || Reset(camera);
-    for (const auto& [control, setting] : settings) {
-        camera.Set(setting);
-        if (json) {
-            chosen.push_back(control);
-        } else {
-            Print_Result(camera, *control, setting.value);
+        if (step.action == Action::Set && !json) {
+            Print_Result(camera, *step.control, step.setting->value);
+        } else if (step.control != nullptr) {
+            chosen.push_back(step.control);
         }
     }
     if (words.empty()) {

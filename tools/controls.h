@@ -7,7 +7,7 @@
 
 /// Prints or sets controls of a camera.
 /// @param words  a camera may come first. Then names print single controls, "name=value" sets one, "reset" sets all to
-///               their defaults; no word prints all. All words are checked before the first control is set.
+///               their defaults, in this order; no word prints all. All words are checked before anything is set.
 /// @param json  print the controls as a JSON array
 /// @return the exit status: 1 when a control could not be read or reset
 /// @throws Tool_Error  for an unknown name, a value out of range and a setting that the camera refuses

@@ -146,9 +146,12 @@ int Run_List(const List_Options& options)
         Print_Changes(*monitor, options);
     }
     Print_List(cameras, options.json);
+    const bool some_can_be_opened = std::ranges::any_of(cameras, [](const auto& camera) { return camera.error == 0; });
+    const bool asked_in_vain = (options.vid || options.pid) && !some_can_be_opened;
     if (cameras.empty()) {
         Say("no camera found");
+    } else if (asked_in_vain) {
+        Say("no camera with these ids can be opened");
     }
-    const bool some_can_be_opened = std::ranges::any_of(cameras, [](const auto& camera) { return camera.error == 0; });
-    return (options.vid || options.pid) && !some_can_be_opened ? EXIT_FAILURE : EXIT_SUCCESS;
+    return asked_in_vain ? EXIT_FAILURE : EXIT_SUCCESS;
 }

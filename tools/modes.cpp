@@ -67,8 +67,7 @@ std::string Rates_Text(const WQZ_Camera_Offer& offer)
     std::string text = Rate_For_People(offer.interval_max) + " to " + Rate_For_People(offer.interval_min);
     const WQZ_Camera_Fraction& step = offer.interval_step;
     if (step.numerator != 0 && step.denominator != 0) {
-        text += ", the time between frames in steps of " + std::to_string(step.numerator) + "/" +
-                std::to_string(step.denominator) + " s";
+        text += ", the time between frames in steps of " + Fraction_Text(step) + " s";
     }
     return text;
 }
@@ -118,11 +117,6 @@ Json Rate_Json(const WQZ_Camera_Fraction& interval)
 {
     const double rate = Rate(interval);
     return rate == std::floor(rate) ? Json(static_cast<uint64_t>(rate)) : Json(rate);
-}
-
-std::string Fraction_Text(const WQZ_Camera_Fraction& fraction)
-{
-    return std::to_string(fraction.numerator) + "/" + std::to_string(fraction.denominator);
 }
 
 Json Mode_Json(const WQZ_Camera_Offer& offer)
@@ -263,6 +257,12 @@ std::optional<WQZ_Camera_Fraction> Interval_Of_Rate(const std::string& rate)
     }
     const uint32_t divisor = std::gcd(numerator, denominator);
     return WQZ_Camera_Fraction{numerator / divisor, denominator / divisor};
+}
+
+std::string Fraction_Text(const WQZ_Camera_Fraction& fraction)
+{
+    const uint32_t divisor = std::max(1U, std::gcd(fraction.numerator, fraction.denominator));
+    return std::to_string(fraction.numerator / divisor) + "/" + std::to_string(fraction.denominator / divisor);
 }
 
 std::string Rate_Text(const WQZ_Camera_Fraction& interval)

@@ -33,6 +33,9 @@ wqz::Request Choose_Mode(const std::vector<WQZ_Camera_Offer>& offers, const Mode
 /// @return seconds per frame for a rate such as "30", "29.97" or "30000/1001"; nothing for any other text
 std::optional<WQZ_Camera_Fraction> Interval_Of_Rate(const std::string& rate);
 
+/// @return a fraction in lowest terms: "1001/30000"
+std::string Fraction_Text(const WQZ_Camera_Fraction& fraction);
+
 /// @return a rate as exactly as it can be written: "30", "7.5", "30000/1001"
 std::string Rate_Text(const WQZ_Camera_Fraction& interval);
 
