@@ -39,7 +39,7 @@ bool Has_One_Interval(const WQZ_Camera_Offer& offer)
 
 std::string Sizes_Text(const WQZ_Camera_Offer& offer)
 {
-    const std::string least = Size_Text(offer.width_min, offer.height_min);
+    std::string least = Size_Text(offer.width_min, offer.height_min);
     if (Has_One_Size(offer)) {
         return least;
     }
@@ -50,7 +50,7 @@ std::string Sizes_Text(const WQZ_Camera_Offer& offer)
 // The exact fraction, and for people the number that it is.
 std::string Rate_For_People(const WQZ_Camera_Fraction& interval)
 {
-    const std::string exact = Rate_Text(interval);
+    std::string exact = Rate_Text(interval);
     if (exact.find('/') == std::string::npos) {
         return exact;
     }
@@ -268,12 +268,12 @@ std::string Fraction_Text(const WQZ_Camera_Fraction& fraction)
 std::string Rate_Text(const WQZ_Camera_Fraction& interval)
 {
     constexpr uint64_t Thousand = 1000;
-    if (Rate(interval) == 0) {
-        return "unknown";
-    }
-    const uint64_t divisor = std::gcd(interval.numerator, interval.denominator);
+    const uint64_t divisor = std::max(1U, std::gcd(interval.numerator, interval.denominator));
     const uint64_t frames = interval.denominator / divisor;
     const uint64_t seconds = interval.numerator / divisor;
+    if (frames == 0 || seconds == 0) {
+        return "unknown";
+    }
     if (frames * Thousand % seconds != 0) {
         return std::to_string(frames) + "/" + std::to_string(seconds);
     }
