@@ -2,46 +2,20 @@
 // virtual cameras.
 
 #include <benchmark/benchmark.h>
-#include <libv4l2.h>
-#include <memory>
-#include <opencv2/videoio.hpp>
 
-#include "capture_setup.h"
+#include "libv4l2_calls.h"
 #include "mapped_stream.h"
+#include "opencv_capture.h"
 #include "pictures.h"
+#include "running_session.h"
 #include "Stream/YUV/yuv_stream.h"
 
 namespace {
 
-struct Libv4l2_Calls {
-    static int Open(const char* node) { return v4l2_open(node, O_RDWR); }
-    static int Request(int fd, unsigned long request, void* argument) { return v4l2_ioctl(fd, request, argument); }
-    static void* Map(size_t length, int fd, uint32_t offset)
-    {
-        return v4l2_mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, offset);
-    }
-    static int Unmap(void* address, size_t length) { return v4l2_munmap(address, length); }
-    static int Close(int fd) { return v4l2_close(fd); }
-};
-
-/// @return seconds of CPU time per frame, of all threads
-template <typename Take>
-double Measure(Take take)
-{
-    for (int i = 0; i < Warm_Up_Frames; ++i) {
-        take();
-    }
-    const double before = Process_Cpu();
-    for (int i = 0; i < Measured_Frames; ++i) {
-        take();
-    }
-    return (Process_Cpu() - before) / Measured_Frames;
-}
-
 double By_Session(const Bench_Camera& camera)
 {
     Running_Session session(camera);
-    return Measure([&session] { session.Take_Frame(); });
+    return Cpu_Per_Frame([&session] { session.Take_Frame(); });
 }
 
 using Kernel_Stream = Mapped_Stream<Kernel_Calls>;
@@ -50,14 +24,14 @@ using Kernel_Stream = Mapped_Stream<Kernel_Calls>;
 double Camera_Alone(const Bench_Camera& camera)
 {
     Kernel_Stream stream(camera.Node(), camera.fourcc, camera.width, camera.height);
-    return Measure([&stream] { stream.Take_Frame([](uint8_t*, uint32_t) {}); });
+    return Cpu_Per_Frame([&stream] { stream.Take_Frame([](uint8_t*, uint32_t) {}); });
 }
 
 /// The same with the sleeps of a session: two of a millisecond for every frame.
 double Camera_Alone_Sleeping(const Bench_Camera& camera)
 {
     Kernel_Stream stream(camera.Node(), camera.fourcc, camera.width, camera.height);
-    return Measure([&stream] {
+    return Cpu_Per_Frame([&stream] {
         stream.Take_Frame([](uint8_t*, uint32_t) { usleep(1000); });
         usleep(1000);
     });
@@ -70,7 +44,7 @@ double By_Minimal_Loop(const Bench_Camera& camera, bool sleeping)
     const size_t pixels = size_t{camera.width} * camera.height;
     Aligned_Bytes copy(pixels * 2);
     Aligned_Bytes bgr(pixels * 3);
-    return Measure([&] {
+    return Cpu_Per_Frame([&] {
         uint32_t size = 0;
         stream.Take_Frame([&](const uint8_t* bytes, uint32_t used) {
             if (sleeping) {
@@ -88,26 +62,11 @@ double By_Minimal_Loop(const Bench_Camera& camera, bool sleeping)
     });
 }
 
-/// OpenCV converts YUYV to BGR and passes Motion-JPEG on. It uses the least CPU time with one thread.
+/// OpenCV converts YUYV to BGR and passes Motion-JPEG on.
 double By_Opencv(const Bench_Camera& camera)
 {
-    cv::setNumThreads(1);
-    cv::VideoCapture capture(camera.number, cv::CAP_V4L2);
-    const bool jpeg = camera.fourcc == V4L2_PIX_FMT_MJPEG;
-    if (!capture.set(cv::CAP_PROP_FOURCC, camera.fourcc) || !capture.set(cv::CAP_PROP_FRAME_WIDTH, camera.width) ||
-        !capture.set(cv::CAP_PROP_FRAME_HEIGHT, camera.height) || !capture.set(cv::CAP_PROP_CONVERT_RGB, !jpeg)) {
-        throw std::runtime_error("OpenCV refuses the mode");
-    }
-    cv::Mat picture;
-    const double time = Measure([&] {
-        if (!capture.read(picture)) {
-            throw std::runtime_error("OpenCV captures nothing");
-        }
-    });
-    if (!jpeg && (picture.type() != CV_8UC3 || picture.cols != static_cast<int>(camera.width))) {
-        throw std::runtime_error("OpenCV gives another picture");
-    }
-    return time;
+    Opencv_Capture capture(camera, camera.fourcc == V4L2_PIX_FMT_YUYV);
+    return Cpu_Per_Frame([&capture] { capture.Take_Frame(); });
 }
 
 /// libv4l2 converts YUYV to BGR in a buffer of its own. It passes Motion-JPEG on, which is then copied once, because a
@@ -119,7 +78,7 @@ double By_Libv4l2(const Bench_Camera& camera)
     Mapped_Stream<Libv4l2_Calls> stream(camera.Node(), jpeg ? camera.fourcc : V4L2_PIX_FMT_BGR24, camera.width,
                                         camera.height);
     Aligned_Bytes copy(bgr_bytes);
-    return Measure([&] {
+    return Cpu_Per_Frame([&] {
         stream.Take_Frame([&](const uint8_t* bytes, uint32_t used) {
             if (jpeg) {
                 std::copy_n(bytes, used, copy.Data());

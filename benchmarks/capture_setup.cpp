@@ -1,10 +1,8 @@
-// Plugs virtual cameras in and runs sessions on them.
+// Plugs virtual cameras in and measures CPU time.
 #include "capture_setup.h"
 
 #include <virtual_camera/virtual_camera.h>
-#include <cstring>
-
-#include "USBCam_API/USBCam_API.h"
+#include <ctime>
 
 namespace {
 
@@ -14,21 +12,13 @@ void Plug_In(const Bench_Camera& camera)
     description.has_metadata = false;
     description.metadata_node.clear();
     description.capture_node = camera.Node();
-    description.max_rate = true;
+    description.max_rate = camera.fps == 0;
     virtual_camera::Frame_Size size;
     size.width = size.max_width = camera.width;
     size.height = size.max_height = camera.height;
-    size.intervals = {{1, 30}};
+    size.intervals = {{1, camera.fps == 0 ? 30 : camera.fps}};
     description.formats = {{camera.fourcc, {size}}};
     virtual_camera::Add_Camera(description);
-}
-
-std::vector<Bench_Camera> Plug_In_All(std::vector<Bench_Camera> cameras)
-{
-    for (const Bench_Camera& camera : cameras) {
-        Plug_In(camera);
-    }
-    return cameras;
 }
 
 std::vector<Bench_Camera> Cameras_From(int first, uint32_t fourcc)
@@ -42,6 +32,21 @@ std::vector<Bench_Camera> Cameras_From(int first, uint32_t fourcc)
 }
 
 }  // namespace
+
+double Process_Cpu()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+std::vector<Bench_Camera> Plug_In_All(std::vector<Bench_Camera> cameras)
+{
+    for (const Bench_Camera& camera : cameras) {
+        Plug_In(camera);
+    }
+    return cameras;
+}
 
 std::string Bench_Camera::Mode_Name() const
 {
@@ -67,37 +72,4 @@ std::vector<Bench_Camera> Cameras_Alike(uint32_t fourcc)
     static const std::vector<Bench_Camera> yuyv = Cameras_From(10, V4L2_PIX_FMT_YUYV);
     static const std::vector<Bench_Camera> mjpeg = Cameras_From(10 + Growth_Cameras, V4L2_PIX_FMT_MJPEG);
     return fourcc == V4L2_PIX_FMT_YUYV ? yuyv : mjpeg;
-}
-
-Running_Session::Running_Session(const Bench_Camera& camera, Loop_Meter* meter)
-{
-    v4l2_dev_sys_data_t device{};
-    std::strncpy(device.Device_Path, camera.Node().c_str(), sizeof device.Device_Path - 1);
-    handle = WQZ_USBCam_CREATE_DEVICE_POINT(device);
-    WQZ_USBCam_Video_DEAL_WITH_INIT(handle, 0);
-    const Pix_Format mode{camera.fourcc == V4L2_PIX_FMT_MJPEG ? 0U : 1U, camera.width, camera.height, 30};
-    capture = std::thread([this, mode, meter] {
-        if (meter != nullptr) {
-            meter->Attach();
-        }
-        WQZ_USBCam_Video_DEAL_WITH(handle, mode);
-    });
-}
-
-Running_Session::~Running_Session()
-{
-    WQZ_USBCam_EVENT_LoopMode(handle, 0);
-    capture.join();
-    WQZ_USBCam_Clear_Frame_Buff(handle);
-    WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
-    WQZ_USBCam_DELETE_DEVICE_POINT(handle);
-}
-
-void Running_Session::Take_Frame()
-{
-    Frame_Buffer_Data* frame = nullptr;
-    while (frame == nullptr) {
-        frame = WQZ_USBCam_GET_FRAME_BUFF(handle, true);
-    }
-    WQZ_USBCam_SAVE_FRAME_RES(handle, frame);
 }

@@ -21,11 +21,6 @@ double Seconds(clockid_t clock)
 
 }  // namespace
 
-double Process_Cpu()
-{
-    return Seconds(CLOCK_PROCESS_CPUTIME_ID);
-}
-
 uint64_t Bytes_Copied()
 {
     return bytes_copied;

@@ -5,9 +5,6 @@
 #include <atomic>
 #include <cstdint>
 
-/// @return seconds of CPU time of the whole process
-double Process_Cpu();
-
 /// @return the bytes that the calling thread has copied with memcpy and memmove. Counts the calls of objects linked
 /// into the program. Leaves out other libraries and copies that the compiler makes without a call.
 uint64_t Bytes_Copied();

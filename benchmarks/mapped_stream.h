@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/select.h>
@@ -66,9 +67,9 @@ public:
     Mapped_Stream(const Mapped_Stream&) = delete;
     Mapped_Stream& operator=(const Mapped_Stream&) = delete;
 
-    /// Waits for a frame, hands its bytes to `use` and gives the buffer back.
-    template <typename Use>
-    void Take_Frame(Use use)
+    int Descriptor() const { return fd; }
+
+    void Wait_By_Select()
     {
         fd_set readable;
         FD_ZERO(&readable);
@@ -77,12 +78,37 @@ public:
         if (select(fd + 1, &readable, nullptr, nullptr, &time_out) != 1) {
             throw std::runtime_error("no frame");
         }
+    }
+
+    void Wait_By_Poll()
+    {
+        pollfd readable{fd, POLLIN, 0};
+        if (poll(&readable, 1, 1000) != 1) {
+            throw std::runtime_error("no frame");
+        }
+    }
+
+    /// Dequeues a frame that is ready, hands its bytes to `use` and gives the buffer back.
+    /// @return the record of the buffer as it was dequeued
+    template <typename Use>
+    v4l2_buffer Take_Ready_Frame(Use use)
+    {
         v4l2_buffer buffer{};
         buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buffer.memory = V4L2_MEMORY_MMAP;
         Ask(VIDIOC_DQBUF, &buffer);
+        const v4l2_buffer dequeued = buffer;
         use(static_cast<uint8_t*>(mappings[buffer.index].address), buffer.bytesused);
         Ask(VIDIOC_QBUF, &buffer);
+        return dequeued;
+    }
+
+    /// Waits for a frame by select and takes it.
+    template <typename Use>
+    void Take_Frame(Use use)
+    {
+        Wait_By_Select();
+        Take_Ready_Frame(use);
     }
 
 private:

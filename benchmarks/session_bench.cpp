@@ -6,8 +6,8 @@
 #include <memory>
 #include <thread>
 
-#include "capture_setup.h"
 #include "mapped_stream.h"
+#include "running_session.h"
 
 namespace {
 
