@@ -16,40 +16,6 @@ Frame_Size Discrete(uint32_t width, uint32_t height, std::initializer_list<uint3
     return size;
 }
 
-Control Integer(uint32_t id, const char* name, int32_t minimum, int32_t maximum, int32_t value, bool is_signed = false)
-{
-    Control control;
-    control.id = id;
-    control.name = name;
-    control.minimum = minimum;
-    control.maximum = maximum;
-    control.default_value = value;
-    control.is_signed = is_signed;
-    return control;
-}
-
-Control Boolean(uint32_t id, const char* name, int32_t value)
-{
-    Control control = Integer(id, name, 0, 1, value);
-    control.type = V4L2_CTRL_TYPE_BOOLEAN;
-    return control;
-}
-
-Control Menu(uint32_t id, const char* name, std::vector<std::string> entries, int32_t value)
-{
-    Control control = Integer(id, name, 0, static_cast<int32_t>(entries.size()) - 1, value);
-    control.type = V4L2_CTRL_TYPE_MENU;
-    control.menu = std::move(entries);
-    return control;
-}
-
-Control Governed(Control control, uint32_t master, int32_t manual)
-{
-    control.master = master;
-    control.master_manual = manual;
-    return control;
-}
-
 }  // namespace
 
 std::vector<Pixel_Format> Default_Formats()
@@ -68,21 +34,41 @@ std::vector<Pixel_Format> Default_Formats()
 // In the order of the ids, which is the order of enumeration.
 std::vector<Control> Default_Controls()
 {
-    Control temperature = Integer(V4L2_CID_WHITE_BALANCE_TEMPERATURE, "White Balance Temperature", 2800, 6500, 4600);
-    temperature.step = 10;
+    constexpr uint32_t Integer = V4L2_CTRL_TYPE_INTEGER, Boolean = V4L2_CTRL_TYPE_BOOLEAN, Menu = V4L2_CTRL_TYPE_MENU;
+    const std::vector<std::string> frequencies{"Disabled", "50 Hz", "60 Hz"};
+    const std::vector<std::string> exposures{"", "Manual Mode", "", "Aperture Priority Mode"};
     return {
-        Integer(V4L2_CID_BRIGHTNESS, "Brightness", 0, 255, 128, true),
-        Integer(V4L2_CID_CONTRAST, "Contrast", 0, 255, 128),
-        Integer(V4L2_CID_SATURATION, "Saturation", 0, 255, 128),
-        Integer(V4L2_CID_HUE, "Hue", -180, 180, 0, true),
-        Boolean(V4L2_CID_AUTO_WHITE_BALANCE, "White Balance, Automatic", 1),
-        Integer(V4L2_CID_GAIN, "Gain", 0, 100, 0),
-        Menu(V4L2_CID_POWER_LINE_FREQUENCY, "Power Line Frequency", {"Disabled", "50 Hz", "60 Hz"}, 1),
-        Governed(temperature, V4L2_CID_AUTO_WHITE_BALANCE, 0),
-        Integer(V4L2_CID_SHARPNESS, "Sharpness", 0, 255, 128),
-        Menu(V4L2_CID_EXPOSURE_AUTO, "Auto Exposure", {"", "Manual Mode", "", "Aperture Priority Mode"}, 3),
-        Governed(Integer(V4L2_CID_EXPOSURE_ABSOLUTE, "Exposure Time, Absolute", 3, 2047, 250), V4L2_CID_EXPOSURE_AUTO,
-                 V4L2_EXPOSURE_MANUAL),
+        {V4L2_CID_BRIGHTNESS, "Brightness", Integer, 0, 255, 1, 128, true, {}, 0, 0},
+        {V4L2_CID_CONTRAST, "Contrast", Integer, 0, 255, 1, 128, false, {}, 0, 0},
+        {V4L2_CID_SATURATION, "Saturation", Integer, 0, 255, 1, 128, false, {}, 0, 0},
+        {V4L2_CID_HUE, "Hue", Integer, -180, 180, 1, 0, true, {}, 0, 0},
+        {V4L2_CID_AUTO_WHITE_BALANCE, "White Balance, Automatic", Boolean, 0, 1, 1, 1, false, {}, 0, 0},
+        {V4L2_CID_GAIN, "Gain", Integer, 0, 100, 1, 0, false, {}, 0, 0},
+        {V4L2_CID_POWER_LINE_FREQUENCY, "Power Line Frequency", Menu, 0, 2, 1, 1, false, frequencies, 0, 0},
+        {V4L2_CID_WHITE_BALANCE_TEMPERATURE,
+         "White Balance Temperature",
+         Integer,
+         2800,
+         6500,
+         10,
+         4600,
+         false,
+         {},
+         V4L2_CID_AUTO_WHITE_BALANCE,
+         0},
+        {V4L2_CID_SHARPNESS, "Sharpness", Integer, 0, 255, 1, 128, false, {}, 0, 0},
+        {V4L2_CID_EXPOSURE_AUTO, "Auto Exposure", Menu, 0, 3, 1, 3, false, exposures, 0, 0},
+        {V4L2_CID_EXPOSURE_ABSOLUTE,
+         "Exposure Time, Absolute",
+         Integer,
+         3,
+         2047,
+         1,
+         250,
+         false,
+         {},
+         V4L2_CID_EXPOSURE_AUTO,
+         V4L2_EXPOSURE_MANUAL},
     };
 }
 

@@ -13,6 +13,7 @@ struct Reader {
     Camera_Description common;  // what holds for every camera
     std::vector<Camera_Description> cameras;
     bool formats_replaced = false;
+    std::string rest;  // of the present line, behind the keyword
 
     Camera_Description& Current() { return cameras.empty() ? common : cameras.back(); }
 };
@@ -25,27 +26,17 @@ void Need(const Words& words, size_t least, size_t most)
     }
 }
 
-std::string Rest(const std::string& line, const Words& words)
+/// The word behind a keyword that takes one.
+const std::string& Only(const Words& words)
 {
-    if (words.size() < 2) {
-        return "";
-    }
-    std::string rest = line.substr(line.find(words[1], line.find(words[0]) + words[0].size()));
-    rest.erase(rest.find_last_not_of(" \t\r") + 1);
-    return rest;
-}
-
-std::string Needed_Text(const std::string& line, const Words& words)
-{
-    Need(words, 2, SIZE_MAX);
-    return Rest(line, words);
+    Need(words, 2, 2);
+    return words[1];
 }
 
 std::string Needed_Node(const Words& words)
 {
-    Need(words, 2, 2);
     const std::string prefix = "/dev/video";
-    if (words[1].rfind(prefix, 0) != 0) {
+    if (Only(words).rfind(prefix, 0) != 0) {
         Refuse("a node is named /dev/videoN");
     }
     (void)Parse_Number<uint16_t>(words[1].substr(prefix.size()));
@@ -60,7 +51,7 @@ Usb_Identity& Usb(Reader& reader)
     return *reader.Current().usb;
 }
 
-void Begin_Camera(Reader& reader, const std::string& card)
+void Begin_Camera(Reader& reader, const Words&)
 {
     const auto index = static_cast<uint32_t>(reader.cameras.size());
     Camera_Description camera = reader.common;
@@ -69,17 +60,14 @@ void Begin_Camera(Reader& reader, const std::string& card)
         camera.usb->device = index + 2;
         camera.usb->serial = Usb_Camera(index).usb->serial;
     }
-    if (!card.empty()) {
-        camera.card = card;
-    }
+    camera.card = reader.rest.empty() ? camera.card : reader.rest;
     reader.cameras.push_back(camera);
     reader.formats_replaced = false;
 }
 
 void Read_Usb(Reader& reader, const Words& words)
 {
-    Need(words, 2, 2);
-    if (words[1] == "none") {
+    if (Only(words) == "none") {
         reader.Current().usb.reset();
         reader.Current().has_metadata = false;
         return;
@@ -94,13 +82,12 @@ void Read_Usb(Reader& reader, const Words& words)
 
 void Read_Format(Reader& reader, const Words& words)
 {
-    Need(words, 2, 2);
     auto& formats = reader.Current().formats;
     if (!reader.formats_replaced) {
         formats.clear();
         reader.formats_replaced = true;
     }
-    formats.push_back({Parse_Fourcc(words[1]), {}});
+    formats.push_back({Parse_Fourcc(Only(words)), {}});
 }
 
 void Read_Size(Reader& reader, const Words& words)
@@ -164,13 +151,6 @@ void Read_Control(Reader& reader, const Words& words)
     std::sort(controls.begin(), controls.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
 }
 
-/// The word behind a keyword that takes one.
-const std::string& Only(const Words& words)
-{
-    Need(words, 2, 2);
-    return words[1];
-}
-
 /// Whether the word is `yes`; it must be that or `no`.
 bool Is_Yes(const Words& words, const char* yes, const char* no)
 {
@@ -227,27 +207,23 @@ void Read_Metadata(Reader& reader, const Words& words)
     reader.Current().metadata_node = has_path ? Needed_Node(words) : "";
 }
 
-bool Read_Text_Line(Reader& reader, const std::string& line, const Words& words)
+/// A text that must be there.
+std::string Some(const Reader& reader, const Words& words)
 {
-    using Text_Reader = void (*)(Reader&, const std::string& line, const Words&);
-    static const std::map<std::string, Text_Reader> Readers{
-        {"camera", [](Reader& r, const std::string& l, const Words& w) { Begin_Camera(r, Rest(l, w)); }},
-        {"driver", [](Reader& r, const std::string& l, const Words& w) { r.Current().driver = Needed_Text(l, w); }},
-        {"bus-info", [](Reader& r, const std::string& l, const Words& w) { r.Current().bus_info = Needed_Text(l, w); }},
-        {"manufacturer", [](Reader& r, const std::string& l, const Words& w) { Usb(r).manufacturer = Rest(l, w); }},
-        {"product", [](Reader& r, const std::string& l, const Words& w) { Usb(r).product = Rest(l, w); }},
-        {"serial", [](Reader& r, const std::string& l, const Words& w) { Usb(r).serial = Rest(l, w); }}};
-    const auto found = Readers.find(words[0]);
-    if (found != Readers.end()) {
-        found->second(reader, line, words);
-    }
-    return found != Readers.end();
+    Need(words, 2, SIZE_MAX);
+    return reader.rest;
 }
 
 void Read_Line(Reader& reader, const std::string& line)
 {
     using Line_Reader = void (*)(Reader&, const Words&);
     static const std::map<std::string, Line_Reader> Readers{
+        {"camera", Begin_Camera},
+        {"driver", [](Reader& r, const Words& w) { r.Current().driver = Some(r, w); }},
+        {"bus-info", [](Reader& r, const Words& w) { r.Current().bus_info = Some(r, w); }},
+        {"manufacturer", [](Reader& r, const Words&) { Usb(r).manufacturer = r.rest; }},
+        {"product", [](Reader& r, const Words&) { Usb(r).product = r.rest; }},
+        {"serial", [](Reader& r, const Words&) { Usb(r).serial = r.rest; }},
         {"usb", Read_Usb},
         {"bcd", [](Reader& r, const Words& w) { Usb(r).bcd_device = Parse_Number<uint16_t>(Only(w), 16); }},
         {"port", [](Reader& r, const Words& w) { Usb(r).port = Parse_Number<uint32_t>(Only(w)); }},
@@ -266,10 +242,13 @@ void Read_Line(Reader& reader, const std::string& line)
         {"pause-after", Read_Pause},
         {"damage-every", [](Reader& r, const Words& w) { r.Current().damage_every = Parse_Number<uint32_t>(Only(w)); }},
         {"refuse", Read_Refusal}};
-    const Words words = Split(line, " \t\r");
-    if (words.empty() || words[0][0] == '#' || Read_Text_Line(reader, line, words)) {
+    const char* blanks = " \t\r";
+    const Words words = Split(line, blanks);
+    if (words.empty() || words[0][0] == '#') {
         return;
     }
+    const size_t text = words.size() < 2 ? line.size() : line.find(words[1], line.find(words[0]) + words[0].size());
+    reader.rest = line.substr(text, line.find_last_not_of(blanks) + 1 - text);
     const auto found = Readers.find(words[0]);
     if (found == Readers.end()) {
         Refuse("unknown keyword '" + words[0] + "'");

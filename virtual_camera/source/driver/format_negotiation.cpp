@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace virtual_camera {
 namespace {
@@ -166,13 +167,12 @@ int Enumerate_Format(const std::vector<Pixel_Format>& formats, v4l2_fmtdesc& ent
     if (entry.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || entry.index >= formats.size()) {
         return -EINVAL;
     }
-    const uint32_t index = entry.index;
-    const Format_Fact fact = Fact_Of(formats[index].fourcc);
-    entry = v4l2_fmtdesc{};
+    const Format_Fact fact = Fact_Of(formats[entry.index].fourcc);
+    const uint32_t index = std::exchange(entry, v4l2_fmtdesc{}).index;
     entry.index = index;
     entry.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    entry.flags = fact.bytes_per_pixel == 0 ? V4L2_FMT_FLAG_COMPRESSED : 0;
     entry.pixelformat = fact.fourcc;
-    entry.flags = fact.bytes_per_pixel == 0 ? static_cast<uint32_t>(V4L2_FMT_FLAG_COMPRESSED) : 0;
     std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description, "%s",
                   fact.name ? fact.name : Fourcc_Text(fact.fourcc).c_str());
     return 0;
@@ -184,11 +184,8 @@ int Enumerate_Size(const std::vector<Pixel_Format>& formats, v4l2_frmsizeenum& e
     if (!format || entry.index >= format->sizes.size()) {
         return -EINVAL;
     }
-    const uint32_t index = entry.index;
-    const Frame_Size& size = format->sizes[index];
-    entry = v4l2_frmsizeenum{};
-    entry.index = index;
-    entry.pixel_format = format->fourcc;
+    const Frame_Size& size = format->sizes[entry.index];
+    std::fill(std::begin(entry.reserved), std::end(entry.reserved), 0U);
     if (size.Is_Range()) {
         entry.type = V4L2_FRMSIZE_TYPE_STEPWISE;
         entry.stepwise = {size.width, size.max_width, size.step_width, size.height, size.max_height, size.step_height};
@@ -209,19 +206,14 @@ int Enumerate_Interval(const std::vector<Pixel_Format>& formats, v4l2_frmivalenu
     if (size == sizes.end() || entry.index >= (size->stepwise_intervals ? 1 : size->intervals.size())) {
         return -EINVAL;
     }
-    v4l2_frmivalenum answer{};
-    answer.index = entry.index;
-    answer.pixel_format = entry.pixel_format;
-    answer.width = entry.width;
-    answer.height = entry.height;
+    std::fill(std::begin(entry.reserved), std::end(entry.reserved), 0U);
     if (size->stepwise_intervals) {
-        answer.type = V4L2_FRMIVAL_TYPE_STEPWISE;
-        answer.stepwise = {size->intervals[0], size->intervals[1], size->intervals[2]};
+        entry.type = V4L2_FRMIVAL_TYPE_STEPWISE;
+        entry.stepwise = {size->intervals[0], size->intervals[1], size->intervals[2]};
     } else {
-        answer.type = V4L2_FRMIVAL_TYPE_DISCRETE;
-        answer.discrete = size->intervals[entry.index];
+        entry.type = V4L2_FRMIVAL_TYPE_DISCRETE;
+        entry.discrete = size->intervals[entry.index];
     }
-    entry = answer;
     return 0;
 }
 

@@ -25,8 +25,7 @@ struct Raw_Picture {
 
 uint8_t To_Byte(double value)
 {
-    const double rounded_up = value + 0.5;  // never negative here, and faster than lround
-    return static_cast<uint8_t>(std::clamp(static_cast<int>(rounded_up), 0, 255));
+    return static_cast<uint8_t>(value + 0.5);  // never out of range here, and faster than lround
 }
 
 double Luma(const uint8_t* p)
@@ -53,13 +52,10 @@ Raw_Picture Pack(const Picture& picture, size_t bytes_per_pixel)
     raw.bytes.resize(raw.stride * raw.rows);
     for (int y = 0; y < picture.height; y++) {
         uint8_t* row = &raw.bytes[static_cast<size_t>(y) * raw.stride];
-        if (bytes_per_pixel == 1) {
-            for (int x = 0; x < picture.width; x++) {
-                row[x] = To_Byte(Luma(picture.At(x, y)));
-            }
-            continue;
+        for (int x = 0; bytes_per_pixel == 1 && x < picture.width; x++) {
+            row[x] = To_Byte(Luma(picture.At(x, y)));
         }
-        for (int x = 0; x + 1 < picture.width; x += 2) {
+        for (int x = 0; bytes_per_pixel == 2 && x + 1 < picture.width; x += 2) {
             Pack_Pair(picture.At(x, y), picture.At(x + 1, y), row + x * 2);
         }
     }

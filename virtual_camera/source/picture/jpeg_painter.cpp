@@ -71,10 +71,10 @@ size_t Scan_Start(const Bytes& jpeg)
 {
     constexpr uint8_t Start_Of_Scan = 0xda;
     size_t at = 2;
-    while (jpeg[at + 1] != Start_Of_Scan) {
-        at += 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+    for (bool last = false; !last; at += 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3])) {
+        last = jpeg[at + 1] == Start_Of_Scan;
     }
-    return at + 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+    return at;
 }
 
 Cut_Picture Cut(const Bytes& jpeg)
