@@ -172,7 +172,7 @@ std::string Linked_Node(const std::string& path)
     return target.empty() ? path : "/dev/" + target.filename().string();
 }
 
-void Unplug_From_Tree(const Camera_Description& camera)
+void Move_In_Tree(const Camera_Description& camera, bool out)
 {
     const fs::path root = Root();
     if (root.empty()) {
@@ -181,20 +181,12 @@ void Unplug_From_Tree(const Camera_Description& camera)
     std::error_code ignored;
     fs::create_directory(root / "unplugged", ignored);
     std::vector<Device> devices = Devices_Of(camera);
-    std::reverse(devices.begin(), devices.end());
-    for (const Device& device : devices) {
-        if (Move(root, device, true)) {
-            Tell_Monitors(root, device, "remove");
-        }
+    if (out) {
+        std::reverse(devices.begin(), devices.end());
     }
-}
-
-void Plug_Into_Tree(const Camera_Description& camera)
-{
-    const fs::path root = Root();
-    for (const Device& device : root.empty() ? std::vector<Device>{} : Devices_Of(camera)) {
-        if (Move(root, device, false)) {
-            Tell_Monitors(root, device, "add");
+    for (const Device& device : devices) {
+        if (Move(root, device, out)) {
+            Tell_Monitors(root, device, out ? "remove" : "add");
         }
     }
 }

@@ -9,10 +9,9 @@ namespace virtual_camera {
 /// The node behind a link of udev's, as in /dev/v4l/by-id; another path as it is.
 std::string Linked_Node(const std::string& path);
 
-// Each moves the camera's nodes and sysfs entries and lets udev's monitors know. Without umockdev neither does
-// anything.
-void Unplug_From_Tree(const Camera_Description& camera);
-void Plug_Into_Tree(const Camera_Description& camera);
+/// Takes the camera's nodes and sysfs entries out of the tree or puts them back, and lets udev's monitors know. Without
+/// umockdev nothing happens.
+void Move_In_Tree(const Camera_Description& camera, bool out);
 
 }  // namespace virtual_camera
 

@@ -124,7 +124,7 @@ void Registry::After_Unplug(const std::string& node)
     if (!camera) {
         return;
     }
-    Unplug_From_Tree(camera->Description());
+    Move_In_Tree(camera->Description(), true);
     if (camera->Description().replug_after_seconds > 0) {
         const std::chrono::duration<double> pause(camera->Description().replug_after_seconds);
         std::thread([this, node, pause, gone = std::weak_ptr(camera)] {
@@ -149,7 +149,7 @@ void Registry::Replug(const std::string& node)
         const std::lock_guard lock(mutex);
         Add_Locked(description);
     }
-    Plug_Into_Tree(description);
+    Move_In_Tree(description, false);
 }
 
 std::shared_ptr<Camera> Registry::Camera_At(const std::string& node)

@@ -115,6 +115,7 @@ private:
     uint32_t Highest_Priority() const;
     void Announce(const Open_File& origin, std::span<const v4l2_ext_control> changed);
     int Wait_For_Frame(Call& call);
+    int Block(Call& call, int (Node_Descriptor::*wait)() const);
 
     /// One file at a time may change what the camera delivers; the metadata node's buffers have an owner of their own.
     Open_File*& Owner_Of(const Open_File& file) { return file.is_metadata ? metadata_owner : owner; }

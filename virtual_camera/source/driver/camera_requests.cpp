@@ -312,6 +312,17 @@ int Camera::Subscribe(Call& call)
     return 0;
 }
 
+// Waits without the lock; the file lives on meanwhile, also when the program closes it.
+int Camera::Block(Call& call, int (Node_Descriptor::*wait)() const)
+{
+    call.file.references++;
+    call.visit.Leave();
+    const int error = (call.file.ready.*wait)();
+    call.visit.Return();
+    Release(call.file);
+    return error;
+}
+
 int Camera::Dequeue_Event(Call& call)
 {
     while (!call.file.events.Has_Pending()) {
@@ -322,12 +333,7 @@ int Camera::Dequeue_Event(Call& call)
             return -ENOENT;
         }
         (void)call.file.ready.Signal_Descriptor();
-        call.file.references++;
-        call.visit.Leave();
-        const int error = call.file.ready.Wait_For_Signal();
-        call.visit.Return();
-        Release(call.file);
-        if (error) {
+        if (const int error = Block(call, &Node_Descriptor::Wait_For_Signal)) {
             return error;
         }
     }
@@ -419,13 +425,9 @@ int Camera::Wait_For_Frame(Call& call)
             call.file.ready.Arm(wanted, false);
             call.file.armed = wanted;
         }
-        call.file.references++;
         queue.waits_in_dequeue = true;
-        call.visit.Leave();
-        const int error = call.file.ready.Wait();
-        call.visit.Return();
+        const int error = Block(call, &Node_Descriptor::Wait);
         queue.waits_in_dequeue = false;
-        Release(call.file);
         call.file.armed = Never;  // reading the timer has consumed its being due
         if (error) {
             return error;

@@ -12,14 +12,8 @@ using Colour = std::array<uint8_t, 3>;
 
 constexpr Colour Number_Ground{16, 18, 26}, Page_Ground{26, 30, 42};
 constexpr Colour Digit_Ink{255, 255, 255}, Text_Ink{206, 214, 232};
-constexpr std::array<Colour, 8> Bars{{{235, 235, 235},
-                                      {226, 214, 40},
-                                      {36, 206, 214},
-                                      {40, 196, 62},
-                                      {204, 48, 196},
-                                      {210, 44, 46},
-                                      {44, 60, 206},
-                                      {20, 22, 28}}};
+constexpr Colour Bars[]{{235, 235, 235}, {226, 214, 40}, {36, 206, 214}, {40, 196, 62},
+                        {204, 48, 196},  {210, 44, 46},  {44, 60, 206},  {20, 22, 28}};
 
 struct Rectangle {
     int left, top, width, height;
@@ -81,7 +75,7 @@ void Draw_Bars_And_Ramps(Picture& picture)
     constexpr int Grey_Steps = 16;
     for (int x = 0; x < picture.width; x++) {
         const auto grey = static_cast<uint8_t>(8 + 240 * (x * Grey_Steps / picture.width) / (Grey_Steps - 1));
-        Fill(picture, {x, 0, 1, bars_end}, Bars[static_cast<size_t>(x * int{Bars.size()} / picture.width)]);
+        Fill(picture, {x, 0, 1, bars_end}, Bars[x * int{std::size(Bars)} / picture.width]);
         Fill(picture, {x, bars_end, 1, hues_end - bars_end}, Hue(static_cast<double>(x) / picture.width));
         Fill(picture, {x, hues_end, 1, greys_end - hues_end}, {grey, grey, grey});
     }

@@ -12,44 +12,45 @@ void* Next(const char* name)
     return dlsym(RTLD_NEXT, name);
 }
 
-// A function `name` of libc under the name `Wrapper`; the second form is for calls of which a sanitizer must hear.
-#define DEFINE_REAL(Result, Wrapper, name, parameters, arguments)           \
-    Result Wrapper parameters                                               \
-    {                                                                       \
-        static std::atomic<Result(*) parameters> cache;                     \
-        auto* function = cache.load(std::memory_order_relaxed);             \
-        if (!function) {                                                    \
-            function = reinterpret_cast<Result(*) parameters>(Next(#name)); \
-            cache.store(function, std::memory_order_relaxed);               \
-        }                                                                   \
-        return function arguments;                                          \
-    }
-
-// A sanitizer linked into the program keeps its own definitions of the same names. It must see these calls, or it takes
-// memory that was unmapped and mapped again for the old one.
+// A sanitizer linked into the program keeps its own definitions of the same names. It must see calls on memory and
+// descriptors, or it takes memory that was unmapped and mapped again for the old one.
 #ifdef WQZ_LINKED_WITH_SANITIZER
-#define DEFINE_REAL_SEEN(Result, Wrapper, name, parameters, arguments)                                  \
-    extern "C" __attribute__((weak)) Result __interceptor_##name parameters;                            \
-    static DEFINE_REAL(Result, Unseen_##Wrapper, name, parameters, arguments) Result Wrapper parameters \
-    {                                                                                                   \
-        return __interceptor_##name ? __interceptor_##name arguments : Unseen_##Wrapper arguments;      \
-    }
+extern "C" {
+__attribute__((weak)) void* __interceptor_mmap(void*, size_t, int, int, int, off_t);
+__attribute__((weak)) int __interceptor_munmap(void*, size_t);
+__attribute__((weak)) int __interceptor_close(int);
+}
 #else
-#define DEFINE_REAL_SEEN DEFINE_REAL
+constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nullptr, __interceptor_close = nullptr;
 #endif
 
-DEFINE_REAL_SEEN(void*, Mmap, mmap, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
-                 (address, length, protection, flags, fd, offset))
-DEFINE_REAL_SEEN(int, Munmap, munmap, (void* address, size_t length), (address, length))
-DEFINE_REAL_SEEN(int, Close, close, (int fd), (fd))
-DEFINE_REAL(int, Ioctl, ioctl, (int fd, unsigned long request, void* argument), (fd, request, argument))
-DEFINE_REAL(int, Dup3, dup3, (int fd, int copy, int flags), (fd, copy, flags))
-DEFINE_REAL(int, Select, select, (int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout),
+// libc's function `name` under the name `Wrapper`, unless there is another one to be preferred.
+#define DEFINE_REAL(Result, Wrapper, name, preferred, parameters, arguments) \
+    Result Wrapper parameters                                                \
+    {                                                                        \
+        static std::atomic<Result(*) parameters> cache{preferred};           \
+        auto* function = cache.load(std::memory_order_relaxed);              \
+        if (!function) {                                                     \
+            function = reinterpret_cast<Result(*) parameters>(Next(#name));  \
+            cache.store(function, std::memory_order_relaxed);                \
+        }                                                                    \
+        return function arguments;                                           \
+    }
+
+DEFINE_REAL(void*, Mmap, mmap, __interceptor_mmap,
+            (void* address, size_t length, int protection, int flags, int fd, off_t offset),
+            (address, length, protection, flags, fd, offset))
+DEFINE_REAL(int, Munmap, munmap, __interceptor_munmap, (void* address, size_t length), (address, length))
+DEFINE_REAL(int, Close, close, __interceptor_close, (int fd), (fd))
+DEFINE_REAL(int, Ioctl, ioctl, nullptr, (int fd, unsigned long request, void* argument), (fd, request, argument))
+DEFINE_REAL(int, Dup3, dup3, nullptr, (int fd, int copy, int flags), (fd, copy, flags))
+DEFINE_REAL(int, Select, select, nullptr, (int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout),
             (count, read, write, except, timeout))
-DEFINE_REAL(int, Poll, poll, (pollfd * entries, nfds_t count, int milliseconds), (entries, count, milliseconds))
-DEFINE_REAL(int, Ppoll, ppoll, (pollfd * entries, nfds_t count, const timespec* timeout, const sigset_t* mask),
+DEFINE_REAL(int, Poll, poll, nullptr, (pollfd * entries, nfds_t count, int milliseconds),
+            (entries, count, milliseconds))
+DEFINE_REAL(int, Ppoll, ppoll, nullptr, (pollfd * entries, nfds_t count, const timespec* timeout, const sigset_t* mask),
             (entries, count, timeout, mask))
-DEFINE_REAL(long, Syscall, syscall, (long number, long a, long b, long c, long d, long e, long f),
+DEFINE_REAL(long, Syscall, syscall, nullptr, (long number, long a, long b, long c, long d, long e, long f),
             (number, a, b, c, d, e, f))
 
 int Move_Up(int fd)
