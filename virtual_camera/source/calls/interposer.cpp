@@ -69,16 +69,6 @@ int Duplicated(int original, int copy)
     return copy;
 }
 
-int Poll_Any(pollfd* entries, nfds_t count, int milliseconds)
-{
-    const timespec timeout{milliseconds / 1000, milliseconds % 1000 * 1000000L};
-    int result = -1;
-    if (!calls::Is_Idle() && calls::Poll(entries, count, milliseconds < 0 ? nullptr : &timeout, nullptr, &result)) {
-        return result;
-    }
-    return real::Poll(entries, count, milliseconds);
-}
-
 int Ppoll_Any(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask)
 {
     int result = -1;
@@ -86,6 +76,12 @@ int Ppoll_Any(pollfd* entries, nfds_t count, const timespec* timeout, const sigs
         return result;
     }
     return real::Ppoll(entries, count, timeout, mask);
+}
+
+int Poll_Any(pollfd* entries, nfds_t count, int milliseconds)
+{
+    const timespec timeout{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    return Ppoll_Any(entries, count, milliseconds < 0 ? nullptr : &timeout, nullptr);
 }
 
 using Open_Call = int(const char*, int, ...);

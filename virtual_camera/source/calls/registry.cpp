@@ -238,32 +238,30 @@ void Registry::Duplicate(int original, int copy)
 void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* address, size_t length, int protection,
                     int flags, off_t offset)
 {
-    Camera::Mapped mapped;
-    const auto fault = file->camera->Scripted().faults.Take(Call_Mmap);
-    if (fault) {
-        mapped.address = MAP_FAILED;
-        mapped.error = fault->error;
+    Mapping mapping;
+    void* mapped = MAP_FAILED;
+    if (const auto fault = file->camera->Scripted().faults.Take(Call_Mmap)) {
+        errno = fault->error;
     } else {
-        mapped = file->camera->Map(*file, address, length, protection, flags, offset);
+        mapped = file->camera->Map(file, address, length, protection, flags, offset, mapping);
     }
-    if (mapped.address != MAP_FAILED) {
-        const std::lock_guard lock(mutex);
-        mappings[reinterpret_cast<uintptr_t>(mapped.address)] = {Page_End(length), file, mapped.memory, mapped.index};
-        Count_Use(1);
-    }
+    const int error = mapped == MAP_FAILED ? errno : 0;
     if (Is_Logging()) {
-        const int result = mapped.address == MAP_FAILED ? -1 : 0;
-        Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, result, mapped.error);
-        entry.address = mapped.address;
+        Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, error ? -1 : 0, error);
+        entry.address = mapped;
         entry.length = length;
         entry.offset = static_cast<uint64_t>(offset);
-        entry.index = mapped.index;
+        entry.index = mapping.index;
         Append_To_Log(std::move(entry));
     }
-    if (mapped.address == MAP_FAILED) {
-        errno = mapped.error;
+    if (!error) {
+        mapping.length = Page_End(length);
+        const std::lock_guard lock(mutex);
+        mappings[reinterpret_cast<uintptr_t>(mapped)] = std::move(mapping);
+        Count_Use(1);
     }
-    return mapped.address;
+    errno = error;
+    return mapped;
 }
 
 // A mapping that loses its beginning or its end goes on with the rest.

@@ -45,12 +45,6 @@ private:
         std::shared_ptr<Camera> camera;
         bool is_metadata;
     };
-    struct Mapping {
-        size_t length;
-        std::shared_ptr<Open_File> file;
-        std::shared_ptr<Buffer_Memory> memory;
-        uint32_t index;
-    };
 
     Registry();
     void Add_Locked(Camera_Description description);

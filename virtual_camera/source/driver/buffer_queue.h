@@ -86,7 +86,7 @@ public:
 
     /// The buffer at a mmap offset, or -1.
     int Index_At(uint64_t offset) const;
-    const Buffer& At(uint32_t index) const { return buffers[index]; }
+    const Buffer& At(size_t index) const { return buffers[index]; }
 
     bool waits_in_dequeue = false;  ///< a thread blocks in VIDIOC_DQBUF
 

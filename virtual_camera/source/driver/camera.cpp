@@ -175,29 +175,23 @@ int Camera::Event_Descriptor(Open_File& file)
     return file.ready.Signal_Descriptor();
 }
 
-Camera::Mapped Camera::Map(Open_File& file, void* address, size_t length, int protection, int flags, off_t offset)
+void* Camera::Map(const std::shared_ptr<Open_File>& file, void* address, size_t length, int protection, int flags,
+                  off_t offset, Mapping& mapping)
 {
     const Visit visit(*this);
-    if (unplugged) {
-        return {MAP_FAILED, ENODEV, nullptr, 0};
-    }
-    const Buffer_Queue& queue = Queue_Of(file);
+    const Buffer_Queue& queue = Queue_Of(*file);
     const bool shared = (flags & MAP_TYPE) == MAP_SHARED || (flags & MAP_TYPE) == MAP_SHARED_VALIDATE;
-    const int index = offset < 0 ? -1 : queue.Index_At(static_cast<uint64_t>(offset));
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    if (!shared || (protection & PROT_READ) == 0 || index < 0) {
-        return {MAP_FAILED, EINVAL, nullptr, 0};
+    const int found = offset < 0 ? -1 : queue.Index_At(static_cast<uint64_t>(offset));
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), index = static_cast<size_t>(found);
+    errno = unplugged ? ENODEV : EINVAL;
+    if (unplugged || !shared || (protection & PROT_READ) == 0 || found < 0 ||
+        length > (queue.At(index).length + page - 1) / page * page) {
+        return MAP_FAILED;
     }
-    const Buffer_Queue::Buffer& buffer = queue.At(static_cast<uint32_t>(index));
-    if (length > (buffer.length + page - 1) / page * page) {
-        return {MAP_FAILED, EINVAL, nullptr, 0};
-    }
-    void* mapped = real::Mmap(address, length, protection, flags, buffer.memory->Descriptor(), 0);
-    if (mapped == MAP_FAILED) {
-        return {MAP_FAILED, errno, nullptr, 0};
-    }
-    file.references++;
-    return {mapped, 0, buffer.memory, static_cast<uint32_t>(index)};
+    mapping = {file, queue.At(index).memory, static_cast<uint32_t>(found), 0};
+    void* mapped = real::Mmap(address, length, protection, flags, mapping.memory->Descriptor(), 0);
+    file->references += mapped == MAP_FAILED ? 0 : 1;
+    return mapped;
 }
 
 void Camera::Unmap(const std::shared_ptr<Open_File>& file)

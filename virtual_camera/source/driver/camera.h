@@ -37,6 +37,14 @@ struct Open_File {
     Event_Queue events;
 };
 
+/// A buffer in the program's address space.
+struct Mapping {
+    std::shared_ptr<Open_File> file;
+    std::shared_ptr<Buffer_Memory> memory;
+    uint32_t index = 0;
+    size_t length = 0;
+};
+
 class Camera {
 public:
     /// @param unplugged_hook  runs once, when the camera was unplugged, on the thread that noticed it, without a lock
@@ -60,14 +68,9 @@ public:
     /// A descriptor that is readable while `file` has events to dequeue, and when the camera is unplugged.
     int Event_Descriptor(Open_File& file);
 
-    /// A mapping of a buffer; `memory` and `index` are for Unmap.
-    struct Mapped {
-        void* address = nullptr;  // MAP_FAILED with errno in `error`
-        int error = 0;
-        std::shared_ptr<Buffer_Memory> memory;
-        uint32_t index = 0;
-    };
-    Mapped Map(Open_File& file, void* address, size_t length, int protection, int flags, off_t offset);
+    /// @return MAP_FAILED with errno set on failure; else `mapping` is filled, but for its length
+    void* Map(const std::shared_ptr<Open_File>& file, void* address, size_t length, int protection, int flags,
+              off_t offset, Mapping& mapping);
     void Unmap(const std::shared_ptr<Open_File>& file);
 
     void Unplug();

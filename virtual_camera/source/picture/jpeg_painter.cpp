@@ -23,19 +23,6 @@ constexpr size_t Restarts = 8;
 
 using Bytes = std::vector<uint8_t>;
 
-void Set_Up(jpeg_compress_struct& encoder, const Picture& picture, int segment_width)
-{
-    encoder.image_width = static_cast<JDIMENSION>(picture.width);
-    encoder.image_height = static_cast<JDIMENSION>(picture.height);
-    encoder.input_components = 3;
-    encoder.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&encoder);
-    jpeg_set_quality(&encoder, Quality, TRUE);
-    encoder.comp_info[0].h_samp_factor = 2;  // 4:2:2, as cameras deliver it
-    encoder.comp_info[0].v_samp_factor = 1;
-    encoder.restart_interval = static_cast<unsigned>(segment_width / Block_Width);
-}
-
 Bytes Encode(const Picture& picture, int segment_width)
 {
     jpeg_compress_struct encoder;
@@ -45,7 +32,15 @@ Bytes Encode(const Picture& picture, int segment_width)
     unsigned char* memory = nullptr;
     unsigned long size = 0;
     jpeg_mem_dest(&encoder, &memory, &size);
-    Set_Up(encoder, picture, segment_width);
+    encoder.image_width = static_cast<JDIMENSION>(picture.width);
+    encoder.image_height = static_cast<JDIMENSION>(picture.height);
+    encoder.input_components = 3;
+    encoder.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&encoder);
+    jpeg_set_quality(&encoder, Quality, TRUE);
+    encoder.comp_info[0].h_samp_factor = 2;  // 4:2:2, as cameras deliver it
+    encoder.comp_info[0].v_samp_factor = 1;
+    encoder.restart_interval = static_cast<unsigned>(segment_width / Block_Width);
     jpeg_start_compress(&encoder, TRUE);
     const std::string comment = Jpeg_Comment_Prefix + std::string(Jpeg_Comment_Digits, '0');
     jpeg_write_marker(&encoder, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()),

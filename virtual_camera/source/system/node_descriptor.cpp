@@ -66,9 +66,9 @@ void Node_Descriptor::Arm(Time time, bool settle) const
     timerfd_settime(timer, TFD_TIMER_ABSTIME, &setting, nullptr);
     if (time == At_Once && settle) {
         // Even a timer in the past fires a moment later.
-        constexpr int Patience_Ms = 100;
+        constexpr timespec Patience{0, Second / 10};
         pollfd entry{timer, POLLIN, 0};
-        (void)real::Poll(&entry, 1, Patience_Ms);
+        (void)real::Ppoll(&entry, 1, &Patience, nullptr);
     }
 }
 
@@ -98,7 +98,7 @@ void Node_Descriptor::Signal(bool on)
 int Node_Descriptor::Wait_For_Signal() const
 {
     pollfd entry{signal, POLLIN, 0};
-    return real::Poll(&entry, 1, -1) < 0 ? -errno : 0;
+    return real::Ppoll(&entry, 1, nullptr, nullptr) < 0 ? -errno : 0;
 }
 
 }  // namespace virtual_camera

@@ -46,8 +46,6 @@ DEFINE_REAL(int, Ioctl, ioctl, nullptr, (int fd, unsigned long request, void* ar
 DEFINE_REAL(int, Dup3, dup3, nullptr, (int fd, int copy, int flags), (fd, copy, flags))
 DEFINE_REAL(int, Select, select, nullptr, (int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout),
             (count, read, write, except, timeout))
-DEFINE_REAL(int, Poll, poll, nullptr, (pollfd * entries, nfds_t count, int milliseconds),
-            (entries, count, milliseconds))
 DEFINE_REAL(int, Ppoll, ppoll, nullptr, (pollfd * entries, nfds_t count, const timespec* timeout, const sigset_t* mask),
             (entries, count, timeout, mask))
 DEFINE_REAL(long, Syscall, syscall, nullptr, (long number, long a, long b, long c, long d, long e, long f),

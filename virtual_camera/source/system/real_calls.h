@@ -15,7 +15,6 @@ int Munmap(void* address, size_t length);
 int Close(int fd);
 int Dup3(int fd, int copy, int flags);
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
-int Poll(pollfd* entries, nfds_t count, int milliseconds);
 int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask);
 long Syscall(long number, long a, long b, long c, long d, long e, long f);
 
