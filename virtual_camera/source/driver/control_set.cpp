@@ -41,23 +41,14 @@ int Check_Value(const Control& control, int32_t& value)
         if (value < control.minimum || value > control.maximum) {
             return -ERANGE;
         }
-        const bool exists =
-            static_cast<size_t>(value) < control.menu.size() && !control.menu[static_cast<size_t>(value)].empty();
-        return exists ? 0 : -EINVAL;
+        const auto entry = static_cast<size_t>(value);
+        return entry < control.menu.size() && !control.menu[entry].empty() ? 0 : -EINVAL;
     }
-    if (control.type == V4L2_CTRL_TYPE_INTEGER) {
-        const uint32_t step = static_cast<uint32_t>(std::max(control.step, 1)),
-                       above = static_cast<uint32_t>(value) - static_cast<uint32_t>(control.minimum);
-        const uint32_t steps = above / step + (above % step >= (step + 1) / 2 && step > 1 ? 1 : 0);
-        value = static_cast<int32_t>(static_cast<uint32_t>(control.minimum) + steps * step);
-        if (!control.is_signed && control.minimum >= 0) {
-            value =
-                static_cast<int32_t>(std::clamp(static_cast<uint32_t>(value), static_cast<uint32_t>(control.minimum),
-                                                static_cast<uint32_t>(control.maximum)));
-            return 0;
-        }
-    }
-    value = std::clamp(value, control.minimum, control.maximum);
+    const bool is_unsigned = control.type == V4L2_CTRL_TYPE_INTEGER && !control.is_signed && control.minimum >= 0;
+    const int64_t wanted = is_unsigned ? int64_t{static_cast<uint32_t>(value)} : int64_t{value};
+    const int64_t step = std::max(control.step, 1), steps = (wanted - control.minimum + step / 2) / step;
+    const int64_t rounded = std::clamp<int64_t>(control.minimum + steps * step, control.minimum, control.maximum);
+    value = static_cast<int32_t>(rounded);
     return 0;
 }
 

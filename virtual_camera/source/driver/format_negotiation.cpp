@@ -133,18 +133,13 @@ bool Is_Compressed(uint32_t fourcc)
     return Fact_Of(fourcc).bytes_per_pixel == 0;
 }
 
-uint32_t Bytes_Per_Line(uint32_t fourcc, uint32_t width)
-{
-    return Fact_Of(fourcc).bytes_per_pixel * width;
-}
-
 uint32_t Image_Size(const Video_Mode& mode)
 {
     constexpr uint32_t Least_Compressed = 4096;  // room for the headers of a tiny picture
     if (Is_Compressed(mode.fourcc)) {
         return std::max(mode.width * mode.height * 2, Least_Compressed);
     }
-    return Bytes_Per_Line(mode.fourcc, mode.width) * mode.height;
+    return Fact_Of(mode.fourcc).bytes_per_pixel * mode.width * mode.height;
 }
 
 void Fill_Format(const Video_Mode& mode, v4l2_pix_format& pix)
@@ -154,7 +149,7 @@ void Fill_Format(const Video_Mode& mode, v4l2_pix_format& pix)
     pix.height = mode.height;
     pix.pixelformat = mode.fourcc;
     pix.field = V4L2_FIELD_NONE;
-    pix.bytesperline = Bytes_Per_Line(mode.fourcc, mode.width);
+    pix.bytesperline = Fact_Of(mode.fourcc).bytes_per_pixel * mode.width;
     pix.sizeimage = Image_Size(mode);
     pix.colorspace = V4L2_COLORSPACE_SRGB;
     pix.priv = V4L2_PIX_FMT_PRIV_MAGIC;

@@ -20,7 +20,6 @@ Video_Mode Nearest_Mode(const std::vector<Pixel_Format>& formats, uint32_t fourc
 
 v4l2_fract Nearest_Interval(const Frame_Size& size, v4l2_fract wanted);
 
-uint32_t Bytes_Per_Line(uint32_t fourcc, uint32_t width);  ///< 0 when compressed
 uint32_t Image_Size(const Video_Mode& mode);
 bool Is_Compressed(uint32_t fourcc);
 void Fill_Format(const Video_Mode& mode, v4l2_pix_format& pix);

@@ -3,7 +3,9 @@
 
 #include <linux/videodev2.h>
 #include <algorithm>
+#include <charconv>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "picture/test_card.h"
@@ -79,12 +81,8 @@ public:
         }
     }
 
-    size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous) override
+    size_t Paint(uint8_t* target, size_t, uint32_t sequence, std::optional<uint32_t> previous) override
     {
-        if (capacity < card.stride * card.rows) {
-            std::memcpy(target, card.bytes.data(), std::min(capacity, frame_bytes));
-            return std::min(capacity, frame_bytes);
-        }
         if (!previous) {
             std::memcpy(target, card.bytes.data(), frame_bytes);
         }
@@ -143,22 +141,15 @@ std::optional<uint32_t> Read_Raw_Sequence(const uint8_t* bytes, size_t length, s
 
 std::optional<uint32_t> Read_Jpeg_Sequence(const uint8_t* bytes, size_t length)
 {
-    constexpr uint8_t Comment = 0xfe, Start_Of_Scan = 0xda;
-    constexpr size_t Prefix = sizeof(Jpeg_Comment_Prefix) - 1;
-    for (size_t at = 2; at + 4 <= length && bytes[at] == 0xff && bytes[at + 1] != Start_Of_Scan;) {
-        const size_t size = static_cast<size_t>(bytes[at + 2]) << 8 | bytes[at + 3];
-        const uint8_t* text = bytes + at + 4;
-        if (bytes[at + 1] == Comment && at + 4 + Prefix + Jpeg_Comment_Digits <= length &&
-            std::memcmp(text, Jpeg_Comment_Prefix, Prefix) == 0) {
-            uint64_t sequence = 0;
-            for (size_t i = 0; i < Jpeg_Comment_Digits; i++) {
-                sequence = sequence * 10 + static_cast<uint64_t>(text[Prefix + i] - '0');
-            }
-            return static_cast<uint32_t>(sequence);
-        }
-        at += 2 + size;
+    const std::string_view jpeg(reinterpret_cast<const char*>(bytes), length);
+    const size_t prefix = jpeg.find(Jpeg_Comment_Prefix);
+    uint32_t sequence = 0;
+    if (prefix == std::string_view::npos || prefix + sizeof(Jpeg_Comment_Prefix) - 1 + Jpeg_Comment_Digits > length) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    const char* digits = jpeg.data() + prefix + sizeof(Jpeg_Comment_Prefix) - 1;
+    return std::from_chars(digits, digits + Jpeg_Comment_Digits, sequence).ec == std::errc{} ? std::optional(sequence)
+                                                                                             : std::nullopt;
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ class Frame_Painter {
 public:
     virtual ~Frame_Painter() = default;
 
-    /// Writes frame `sequence` into `target`, at most `capacity` bytes.
+    /// Writes frame `sequence` into `target`, which holds what the mode's format needs, and at most `capacity` bytes.
     /// @param previous  the frame of this painter that `target` still holds: only what moved is written then
     /// @return the frame's length
     virtual size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous) = 0;
