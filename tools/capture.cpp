@@ -26,7 +26,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::nanoseconds Longest_Silence = 8s;  // some cameras pause for five seconds and go on
+constexpr std::chrono::milliseconds Longest_Silence = 8s;  // some cameras pause for five seconds and go on
 constexpr auto Progress_Interval = 250ms;
 
 /// A running capture, from Start to the last frame.
@@ -46,7 +46,7 @@ public:
 
 private:
     static wqz::Mode Start(wqz::Camera& camera, const Capture_Options& options, Content content);
-    std::optional<std::chrono::nanoseconds> Time_Left() const;
+    std::optional<std::chrono::milliseconds> Time_Left() const;
     void Read();
     void Take(const WQZ_Camera_Frame& frame);
     void Note_Return();
@@ -84,18 +84,19 @@ Capture::Capture(wqz::Camera& opened_camera, const Capture_Options& capture_opti
 {
 }
 
-std::optional<std::chrono::nanoseconds> Capture::Time_Left() const
+std::optional<std::chrono::milliseconds> Capture::Time_Left() const
 {
     if (!options.seconds || counts.Frames() == 0) {
         return std::nullopt;
     }
     const std::chrono::nanoseconds limit(static_cast<int64_t>(*options.seconds * 1e9));
-    return std::max(0ns, counts.First_Time() + limit - Clock::now().time_since_epoch());
+    const auto left = counts.First_Time() + limit - Clock::now().time_since_epoch();
+    return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(left));
 }
 
 bool Capture::Is_Complete() const
 {
-    return Time_Left() == 0ns || (options.frames && output.Saved() >= *options.frames);
+    return Time_Left() == 0ms || (options.frames && output.Saved() >= *options.frames);
 }
 
 void Capture::Run()
