@@ -171,19 +171,20 @@ void Memory_Above_The_Camera(benchmark::State& state, const Bench_Camera& camera
 
 using Measurement = double (*)(const Bench_Camera&);
 
-void Register(const std::string& table, const Bench_Camera& camera, const char* subject, Measurement measure)
+benchmark::internal::Benchmark* Register(const std::string& table, const Bench_Camera& camera, const char* subject,
+                                         Measurement measure)
 {
     const std::string name = table + "/" + camera.Mode_Name() + "/" + subject;
-    benchmark::RegisterBenchmark(name.c_str(),
-                                 [camera, measure](benchmark::State& state) {
-                                     try {
-                                         for (auto _ : state) {
-                                             state.SetIterationTime(measure(camera));
-                                         }
-                                     } catch (const std::exception& error) {
-                                         state.SkipWithError(error.what());
-                                     }
-                                 })
+    return benchmark::RegisterBenchmark(name.c_str(),
+                                        [camera, measure](benchmark::State& state) {
+                                            try {
+                                                for (auto _ : state) {
+                                                    state.SetIterationTime(measure(camera));
+                                                }
+                                            } catch (const std::exception& error) {
+                                                state.SkipWithError(error.what());
+                                            }
+                                        })
         ->Iterations(1)
         ->UseManualTime();
 }
@@ -199,7 +200,7 @@ bool Register_All()
             Register("camera-frame", camera, subject, measure);
         }
         for (const auto& [subject, measure] : conversions) {
-            Register("camera-bgr", camera, subject, measure);
+            Register("camera-bgr", camera, subject, measure)->Repetitions(5);  // decoding takes seconds
         }
         benchmark::RegisterBenchmark(("camera-memory/" + camera.Mode_Name()).c_str(), Memory_Above_The_Camera, camera)
             ->Iterations(1)
