@@ -106,9 +106,9 @@ void Split_Row(const uint8_t* samples, uint32_t pairs, const Colour (&colours)[2
 
 bool Split_Frame(const uint8_t* samples, uint32_t size, uint32_t width, const Mosaic& mosaic, uint8_t* pixels)
 {
-    const size_t row_bytes = size_t{width} * 2;
-    const size_t rows = width == 0 ? 0 : size / row_bytes;
-    for (size_t row = 0; row < rows; row += 2) {
+    const uint64_t row_bytes = uint64_t{width} * 2;  // more than 32 bits hold when the width is nonsense
+    const uint64_t rows = width == 0 ? 0 : size / row_bytes;
+    for (uint64_t row = 0; row < rows; row += 2) {
         for (const auto& colours : mosaic.rows) {
             Split_Row(samples, width / 2, colours, pixels);
             samples += row_bytes;

@@ -36,12 +36,16 @@ void Fill_Header(uint8_t* file, uint32_t width, uint32_t height)
     std::memcpy(file, &header, sizeof header);
 }
 
-// The bytes of a whole BMP file; nothing when they do not fit the header's 32 bits.
+// The bytes of a whole BMP file; nothing when they do not fit the header's 32 bits or the memory of a 32-bit processor.
 std::optional<uint32_t> Bmp_File_Bytes(uint32_t width, uint32_t height)
 {
     constexpr uint64_t limit = std::numeric_limits<uint32_t>::max() - Bmp_Header_Bytes;
     const uint64_t pixels = static_cast<uint64_t>(width) * height;
     if (pixels > limit / Bytes_Per_Pixel) {
+        return std::nullopt;
+    }
+    const uint64_t pixels_of_row_pairs = pixels + (height % 2 == 0 ? 0 : width);  // raw pictures are made of such pairs
+    if (pixels_of_row_pairs > (std::numeric_limits<std::ptrdiff_t>::max() - Bmp_Header_Bytes) / Bytes_Per_Pixel) {
         return std::nullopt;
     }
     return static_cast<uint32_t>(pixels) * Bytes_Per_Pixel + Bmp_Header_Bytes;
