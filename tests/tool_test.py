@@ -449,6 +449,15 @@ class Failing(Tool_Test):
         self.assert_failed_soon(SMALL + "unplug-after 10\n", "was unplugged.*--reconnect", "--frames", "50",
                                 least=5)
 
+    def test_a_capture_goes_on_after_a_replug(self):
+        result = self.capture(SMALL + "unplug-after 10\nreplug-after 2\n", "--format", "mjpeg", "--frames", "15",
+                              "--reconnect", "--json")
+        self.assertRegex(result.stderr, r"was unplugged; waiting.*\n.*the camera is back; missed 2\.\d s, about \d\d frames")
+        self.assert_whole_jpegs(15)
+        summary = json.loads(result.stdout)
+        self.assertEqual((summary["frames"], summary["times_away"], summary["error"]), (15, 1, None))
+        self.assertAlmostEqual(summary["seconds_missed"], 2.5, delta=1)
+
     def test_a_camera_that_does_not_come_back_is_reported(self):
         self.assert_failed_soon(SMALL + "unplug-after 10\n", "was unplugged; waiting(.*\n)+.*did not come back",
                                 "--reconnect", "--seconds", "2", least=5)
@@ -494,7 +503,8 @@ class Failing(Tool_Test):
         with subprocess.Popen(command, text=True, stdout=subprocess.PIPE, stderr=slave, start_new_session=True) as process:
             os.close(slave)
             self.wait_for_files(5)
-            os.killpg(process.pid, signal.SIGINT)
+            for _ in range(2):  # launchers pass on what the terminal sends to all
+                os.killpg(process.pid, signal.SIGINT)
             output = process.communicate(timeout=TIME_LIMIT)[0]
         shown = os.read(terminal, 100000).decode()
         os.close(terminal)

@@ -23,7 +23,6 @@ Interrupt_Guard::Interrupt_Guard(WQZ_Camera* camera)
     Camera_To_Cancel.store(camera);
     struct sigaction action = {};
     action.sa_handler = Note_Signal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         (void)sigaction(signal, &action, nullptr);
     }
@@ -34,9 +33,6 @@ Interrupt_Guard::Interrupt_Guard(WQZ_Camera* camera)
 
 Interrupt_Guard::~Interrupt_Guard()
 {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        (void)std::signal(signal, SIG_DFL);
-    }
     Camera_To_Cancel.store(nullptr);
 }
 

@@ -4,8 +4,9 @@
 
 #include "Camera/wqz_camera.h"
 
-/// While it exists, SIGINT, SIGTERM and SIGHUP end the camera's waits. A second signal of the same kind ends the
-/// process, should it hang elsewhere. There is one at a time.
+/// From its construction on, SIGINT, SIGTERM and SIGHUP do not end the process but the camera's waits, and a write that
+/// has to wait. A repeated signal, as a launcher passes it on beside the terminal's own, changes nothing. The
+/// destructor lets go of the camera. There is one guard at a time.
 class Interrupt_Guard {
 public:
     explicit Interrupt_Guard(WQZ_Camera* camera);
