@@ -4,35 +4,31 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 #include "Camera/wqz_camera.hpp"
+#include "Stream/YUV/bmp_header.h"
 
 namespace {
 
-constexpr uint32_t Header_Bytes = 54;
-constexpr uint32_t Info_Bytes = 40;  // of the header: the part that describes the picture
+constexpr uint32_t Header_Bytes = sizeof(bmp_header_t);
+constexpr uint32_t Information_Offset = offsetof(bmp_header_t, head_size);
 constexpr uint32_t Pixel_Bytes = 3;
-
-void Put(std::vector<uint8_t>& file, size_t offset, size_t bytes, uint32_t value)
-{
-    for (size_t i = 0; i < bytes; ++i) {
-        file[offset + i] = static_cast<uint8_t>(value >> 8 * i);
-    }
-}
 
 void Put_Header(std::vector<uint8_t>& file, uint32_t width, uint32_t height)
 {
-    const auto file_bytes = static_cast<uint32_t>(file.size());
-    file[0] = 'B';
-    file[1] = 'M';
-    Put(file, 2, 4, file_bytes);
-    Put(file, 10, 4, Header_Bytes);
-    Put(file, 14, 4, Info_Bytes);
-    Put(file, 18, 4, width);
-    Put(file, 22, 4, height);  // positive: rows run from bottom to top
-    Put(file, 26, 2, 1);       // planes
-    Put(file, 28, 2, 8 * Pixel_Bytes);
-    Put(file, 34, 4, file_bytes - Header_Bytes);
+    bmp_header_t header{};
+    header.file_type[0] = 'B';
+    header.file_type[1] = 'M';
+    header.file_size = static_cast<uint32_t>(file.size());
+    header.offset = Header_Bytes;
+    header.head_size = Header_Bytes - Information_Offset;
+    header.width = width;
+    header.height = height;
+    header.bit_planes = 1;
+    header.bits_per_pixel = 8 * Pixel_Bytes;
+    header.image_size = header.file_size - Header_Bytes;
+    std::memcpy(file.data(), &header, Header_Bytes);
 }
 
 }  // namespace

@@ -6,30 +6,8 @@
 
 #include "data_typedef/data_typedef.h"
 #include "Stream/frame_buffer.h"
+#include "Stream/YUV/bmp_header.h"
 #include "Stream/YUV/yuv_decode.h"
-
-/// The header of a 24-bit BMP file as it lies in the file: little-endian, packed, 54 bytes, followed by the pixels.
-/// Sizes in bytes, width and height in pixels.
-struct __attribute__((packed)) bmp_header_t {
-    char file_type[2];  ///< "BM"
-    uint32_t file_size;
-    uint16_t reserved1;
-    uint16_t reserved2;
-    uint32_t offset;     ///< of the pixels: 54
-    uint32_t head_size;  ///< of the information header: 40
-    uint32_t width;
-    uint32_t height;  ///< positive, which declares a bottom-up image, while the rows lie top row first
-
-    uint16_t bit_planes;
-    uint16_t bits_per_pixel;
-    uint32_t compression;
-    uint32_t image_size;
-    uint32_t h_res;
-    uint32_t v_res;
-    uint32_t color_palette;
-    uint32_t vip_color;
-    __extension__ uint8_t rgb_data[0];  ///< the pixels: blue, green, red; rows not padded
-};
 
 /// Turns uncompressed frames into 24-bit BMP images. Image viewers show them upside down: the rows lie top row first
 /// while the header declares a bottom-up image, and programs that read these images rely on both. Rows are not padded,
