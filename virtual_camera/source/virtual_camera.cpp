@@ -1,4 +1,4 @@
-// The scripting interface: finds the camera and lays down what was asked for.
+// Implements the scripting interface: finds the camera, and adds to its script or directs its frames.
 #include "calls/registry.h"
 #include "script/request_log.h"
 

@@ -1,5 +1,5 @@
-// What a virtual camera is: its place on the bus, its nodes, formats and controls, and faults it shows by itself.
-// The same records are read from a text (see Parse_Description) and built by tests.
+// Describes a virtual camera: its place on the bus, nodes, formats, controls and faults. Tests fill these records in;
+// Parse_Description reads them from text.
 #ifndef WQZ_VIRTUAL_CAMERA_DESCRIPTION_H
 #define WQZ_VIRTUAL_CAMERA_DESCRIPTION_H
 
@@ -40,10 +40,10 @@ struct Control {
     int32_t maximum = 0;
     int32_t step = 1;
     int32_t default_value = 0;
-    bool is_signed = false;         ///< decides where a value below the minimum is clamped to
+    bool is_signed = false;         ///< unsigned controls clamp negative values to the maximum
     std::vector<std::string> menu;  ///< an empty name marks an entry that the camera lacks
-    uint32_t master = 0;            ///< id of the control that puts this one under automatic rule, or 0
-    int32_t master_manual = 0;      ///< the master's value that frees this one
+    uint32_t master = 0;            ///< id of the control that can make this one automatic, or 0
+    int32_t master_manual = 0;      ///< the master's value that makes this one manual
 };
 
 struct Usb_Identity {
@@ -53,7 +53,7 @@ struct Usb_Identity {
     uint32_t bus = 1;
     uint32_t port = 1;
     uint32_t device = 2;
-    std::string manufacturer = "WQZ";  ///< an empty string leaves the attribute out, likewise below
+    std::string manufacturer = "WQZ";  ///< here and below, an empty string leaves the attribute out
     std::string product = "Virtual Camera";
     std::string serial;
 };
@@ -67,22 +67,22 @@ struct Refusal {
 struct Camera_Description {
     std::string card = "Virtual Camera";
     std::string driver = "uvcvideo";
-    std::string bus_info;  ///< empty: made from the USB place
+    std::string bus_info;  ///< empty: made from bus and port
     std::optional<Usb_Identity> usb = Usb_Identity{};
     std::string capture_node;   ///< "/dev/videoN"; empty: the next free number
-    std::string metadata_node;  ///< as above when `has_metadata`
+    std::string metadata_node;  ///< likewise, if `has_metadata`
     bool has_metadata = true;
     std::vector<Pixel_Format> formats;
     std::vector<Control> controls;
-    bool max_rate = false;  ///< a frame is there as soon as a buffer is queued
+    bool max_rate = false;  ///< a queued buffer is filled at once
     /// Motion-JPEG frames are filled with zeros up to a multiple of this many bytes; UINT32_MAX: the whole buffer.
     uint32_t jpeg_padding = 1;
 
     // Faults, counted in frames since streaming first began, or in seconds; 0: never.
     uint32_t unplug_after_frames = 0;
     double unplug_after_seconds = 0;
-    double replug_after_seconds = 0;  ///< after an unplugging, also one by Unplug, the camera comes back
-    uint32_t pause_after_frames = 0;  ///< 0 with `pause_seconds`: before the first frame
+    double replug_after_seconds = 0;  ///< the camera comes back so long after any unplugging
+    uint32_t pause_after_frames = 0;  ///< 0: `pause_seconds` come before the first frame
     double pause_seconds = 0;
     /// False: a driver that cannot free mapped buffers; VIDIOC_REQBUFS fails with EBUSY while there are mappings.
     bool orphans_buffers = true;
@@ -90,24 +90,23 @@ struct Camera_Description {
     std::vector<Refusal> refusals;
 };
 
-/// Codes of the system calls, beside the VIDIOC_ requests.
+/// Codes of system calls, for use in place of VIDIOC_ codes.
 constexpr uint32_t Call_Open = 1;
 constexpr uint32_t Call_Close = 2;
 constexpr uint32_t Call_Mmap = 3;
 constexpr uint32_t Call_Munmap = 4;
 constexpr uint32_t Call_Select = 5;
 
-/// A description that makes no sense; what() names the line.
+/// A description that cannot be understood. what() names the line.
 struct Description_Error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// A USB camera with a capture and a metadata node, MJPG, YUYV and GREY, and the usual controls.
-/// @param index  0, 1, ...: sets port, serial number and bus information apart; nodes are numbered 2 * index and the
-/// next
+/// A USB camera with a capture and a metadata node, the formats MJPG, YUYV and GREY, and the usual controls.
+/// @param index  gives each camera its own port, serial number, and nodes numbered 2 * index and 2 * index + 1
 Camera_Description Usb_Camera(uint32_t index = 0);
 
-/// A capture node without USB device, as on a system-on-chip; `node` is its path.
+/// A capture node without a USB device, as on a system-on-chip. `node` is its path.
 Camera_Description Platform_Camera(const std::string& node);
 
 std::vector<Pixel_Format> Default_Formats();
@@ -120,7 +119,7 @@ std::vector<Camera_Description> Parse_Description(const std::string& text);
 /// The cameras' devices, as umockdev_testbed_add_from_string() and umockdev-run -d read them.
 std::string Umockdev_Description(const std::vector<Camera_Description>& cameras);
 
-/// "VIDIOC_QBUF", "open", ...; a number for what has no name.
+/// "VIDIOC_QBUF", "open", ...; or a number when the code has no name.
 std::string Request_Name(uint32_t request);
 
 /// The code of a name, with or without "VIDIOC_", in either case; 0 when there is none.

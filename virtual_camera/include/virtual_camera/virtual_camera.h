@@ -15,14 +15,13 @@ namespace virtual_camera {
 /// Plugs a camera in. Empty node paths are numbered: the first free /dev/videoN.
 void Add_Camera(Camera_Description description);
 
-/// Takes a camera away: select says ready at once from then on, requests fail with ENODEV, open with ENOENT.
-/// The bytes of mapped buffers stay readable. A device tree of umockdev loses the camera, and udev's monitors hear of
-/// it.
+/// Unplugs a camera: from then on poll reports errors, requests fail with ENODEV, and open fails with ENOENT. Mapped
+/// buffers stay readable. Under umockdev the camera leaves /sys and /dev, and udev's monitors are notified.
 void Unplug(const std::string& node);
 
-/// Brings an unplugged camera back with the same identity: nodes, ids, serial number. Descriptors of before stay dead.
-/// The description's own unplugging does not happen again, and nothing is scripted for it yet. A camera that is plugged
-/// in is left alone.
+/// Plugs an unplugged camera in again with the same nodes, ids and serial number. Old descriptors keep failing. Scripts
+/// for the old camera are gone, and the description's unplug-after does not happen again. Does nothing to a camera that
+/// is plugged in.
 void Replug(const std::string& node);
 
 /// Unplugs every camera, forgets all scripts, and empties and stops the log.
@@ -31,11 +30,11 @@ void Reset();
 constexpr int Always = -1;
 
 struct Fault {
-    int error = EIO;       ///< errno, left alone when 0
+    int error = EIO;       ///< errno; 0 leaves it as it is
     int result = -1;       ///< what the call returns
     int times = 1;         ///< how many calls, or Always
     int skip = 0;          ///< calls answered normally before that
-    bool perform = false;  ///< the driver answers too, only the result is replaced
+    bool perform = false;  ///< the driver performs the request, and only its result is replaced
 };
 
 /// Lets the next calls of `request` fail, or return an odd result. Faults of one request follow one another.
@@ -43,15 +42,15 @@ struct Fault {
 /// there is Script_Select.
 void Fail(const std::string& node, uint32_t request, Fault fault);
 
-/// Changes what the driver has answered: `change` gets the argument of a request that succeeded.
+/// Changes the driver's next answers: `change` gets the argument of a request that succeeded.
 /// Example: Alter(node, VIDIOC_DQBUF, [](void* a) { static_cast<v4l2_buffer*>(a)->index = 9; }).
 void Alter(const std::string& node, uint32_t request, std::function<void(void*)> change, int times = 1, int skip = 0);
 
 /// The next select calls that wait for one of the camera's descriptors to become readable return at once:
-/// with `result` 0 as a time-out, -1 with `error`, 1 with the descriptor marked.
+/// `result` 0 is a time-out, -1 fails with `error`, 1 marks the descriptor as ready.
 void Script_Select(const std::string& node, int result, int error = 0, int times = 1, int skip = 0);
 
-/// No frame is due any more until Deliver_Frames or Resume_Frames; the numbering stands still meanwhile.
+/// Stops frames, and their numbering, until Deliver_Frames or Resume_Frames.
 void Hold_Frames(const std::string& node);
 
 /// While frames are held: the next `count` frames are due at once, each as soon as a buffer is queued for it.
@@ -60,7 +59,7 @@ void Deliver_Frames(const std::string& node, uint32_t count);
 /// Ends Hold_Frames: the next frame is due one interval from now.
 void Resume_Frames(const std::string& node);
 
-/// The next frame carries these bytes; frames handed in are delivered in order. Cut at the buffer's length.
+/// The next frame carries these bytes, cut at the buffer's length. Further calls set the frames after it.
 void Push_Frame(const std::string& node, std::vector<uint8_t> bytes);
 
 /// Descriptors of the camera opened from now on are numbered `minimum` or higher.

@@ -1,4 +1,4 @@
-// The intercepted calls as cameras answer them. Select and poll report what only a driver knows.
+// Passes intercepted calls to the cameras they concern. Select and poll report the conditions that only a driver knows.
 #include "calls/camera_calls.h"
 
 #include <sys/mman.h>
@@ -13,9 +13,9 @@
 namespace virtual_camera::calls {
 namespace {
 
-using Files = std::vector<std::shared_ptr<Open_File>>;  // null where a descriptor is no camera's
+using Files = std::vector<std::shared_ptr<Open_File>>;  // null for descriptors that belong to no camera
 
-// Sets larger than fd_set are in use for descriptors beyond it, hence no FD_ISSET.
+// Programs use larger sets than fd_set for high descriptors, so FD_ISSET would not do.
 bool Holds(const fd_set* set, int fd)
 {
     const auto* words = reinterpret_cast<const fd_mask*>(set);
@@ -55,7 +55,7 @@ bool Concerns_Camera(const Files& files)
     return std::any_of(files.begin(), files.end(), [](const auto& file) { return file != nullptr; });
 }
 
-// The kernel waits for what it can see of a camera: its descriptor for frames and errors, another one for events.
+// The kernel waits for two descriptors of a camera: one is ready for frames and errors, the other for events.
 Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* timeout, const sigset_t* mask)
 {
     std::vector<pollfd> waits = entries;
@@ -85,7 +85,7 @@ Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* ti
     }
 }
 
-/// What select asks about, as for poll.
+/// Converts select's sets to entries for poll.
 std::vector<pollfd> Entries_Of(int count, const fd_set* read, const fd_set* write, const fd_set* except)
 {
     std::vector<pollfd> entries;
@@ -99,7 +99,7 @@ std::vector<pollfd> Entries_Of(int count, const fd_set* read, const fd_set* writ
     return entries;
 }
 
-/// Leaves in a set of select's what is ready. @return how many are
+/// Keeps only the ready descriptors in a set. @return their number
 int Keep_Ready(fd_set* set, int count, const std::vector<pollfd>& entries, int asked, int granted)
 {
     int kept = 0;

@@ -1,5 +1,5 @@
-// The intercepted calls as far as they concern cameras. Plain types only: the interposer, which must run before a
-// sanitizer's runtime does, shares no template with the rest.
+// What cameras do at intercepted calls. Only plain types appear here: the interposer runs before a sanitizer's runtime,
+// and must not share instrumented templates with the other files.
 #ifndef WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
 #define WQZ_VIRTUAL_CAMERA_CAMERA_CALLS_H
 
@@ -15,7 +15,7 @@ namespace virtual_camera::calls {
 /// The number of descriptors and mappings of cameras. Read and written atomically; valid before any constructor runs.
 extern int in_use;
 
-/// Keeps errno as the program knows it, across what the driver does inside.
+/// Keeps the program's errno unchanged by calls that the driver makes.
 class Errno_Keeper {
 public:
     ~Errno_Keeper() { errno = value; }
@@ -30,19 +30,19 @@ inline bool Is_Idle()
     return __atomic_load_n(&in_use, __ATOMIC_ACQUIRE) == 0;
 }
 
-// Each gives false when the call concerns no camera, and leaves errno alone then; else it sets errno as the call does.
+// Each returns false and keeps errno when the call concerns no camera. Otherwise it sets errno as the call does.
 bool Open(const char* path, int flags, int* result);
 bool Ioctl(int fd, uint32_t request, void* argument, int* result);
 bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset, void** result);
 
-// These leave errno alone.
+// These keep errno.
 void Munmap(void* address, size_t length);
 void Close(int fd);
 void Duplicate(int original, int copy);
 
 bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result);
 
-/// The whole call, scripted or real.
+/// The complete call, whether it concerns a camera or not.
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
 
 }  // namespace virtual_camera::calls

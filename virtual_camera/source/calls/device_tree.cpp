@@ -1,4 +1,4 @@
-// Plugging, as programs see it through udev: entries are moved aside and back, and udev messages are sent.
+// Shows unplugging and plugging to programs that use udev: moves entries of the tree, and sends udev's messages.
 #include "calls/device_tree.h"
 
 #include <arpa/inet.h>
@@ -24,18 +24,18 @@ namespace fs = std::filesystem;
 
 struct Device {
     std::string path;                  // in sysfs
-    std::vector<std::string> entries;  // all that umockdev has made for it, relative to its root
+    std::vector<std::string> entries;  // the files that umockdev made for it, relative to its root
     std::map<std::string, std::string> properties;
 };
 
-/// Where umockdev keeps its tree; empty without umockdev.
+/// The folder of umockdev's tree; empty without umockdev.
 fs::path Root()
 {
     const char* root = std::getenv("UMOCKDEV_DIR");
     return root ? root : "";
 }
 
-/// By this file the launcher knows that its command, or something that it started, could be preloaded.
+/// This file tells the launcher that its command, or a program the command started, has loaded this object.
 __attribute__((constructor)) void Leave_Mark()
 {
     const fs::path root = Root();
@@ -62,7 +62,7 @@ void Add_Property(Device& device, const std::string& name, const std::string& va
     }
 }
 
-/// The devices of a camera, those above before those below. The folder of one holds the folders of those below.
+/// The devices of a camera, parents first. A parent's folder contains those of its children.
 std::vector<Device> Devices_Of(const Camera_Description& camera)
 {
     std::vector<Device> devices;
@@ -84,7 +84,7 @@ std::vector<Device> Devices_Of(const Camera_Description& camera)
     return devices;
 }
 
-/// By these values libudev's socket filters tell messages apart: its hashes of the names.
+/// libudev's hashes of these names, by which its socket filters select messages.
 uint32_t Filter_Hash(const std::string& name)
 {
     static const std::map<std::string, uint32_t> Hashes{{"video4linux", 0xe9cf3931},
@@ -96,7 +96,7 @@ uint32_t Filter_Hash(const std::string& name)
     return htonl(found == Hashes.end() ? 0 : found->second);
 }
 
-/// In front of the properties in a message of udev's.
+/// Stands before the properties in udev's messages.
 struct Message_Header {
     char prefix[8] = "libudev";
     uint32_t magic = htonl(0xfeedcafe);
@@ -119,7 +119,7 @@ void Send_To(const fs::path& listener, Message_Header& header, std::string& prop
         msghdr message{};
         message.msg_iov = parts;
         message.msg_iovlen = std::size(parts);
-        // A monitor that was closed leaves its socket behind, and nobody listens.
+        // connect fails for a closed monitor, which leaves its socket file behind.
         if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
             (void)sendmsg(fd, &message, 0);
         }
@@ -129,7 +129,7 @@ void Send_To(const fs::path& listener, Message_Header& header, std::string& prop
 
 void Tell_Monitors(const fs::path& root, const Device& device, const std::string& action)
 {
-    static uint64_t number = static_cast<uint64_t>(Now());  // above those of the process before
+    static uint64_t number = static_cast<uint64_t>(Now());  // larger than the numbers of earlier processes
     std::map<std::string, std::string> all = device.properties;
     all["ACTION"] = action;
     all["DEVPATH"] = device.path;
@@ -150,7 +150,7 @@ void Tell_Monitors(const fs::path& root, const Device& device, const std::string
     }
 }
 
-/// Moves what there is of a device. @return whether there was anything
+/// Moves the files of a device. @return whether there were any
 bool Move(const fs::path& root, const Device& device, bool out)
 {
     bool moved = false;

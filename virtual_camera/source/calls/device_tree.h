@@ -1,4 +1,4 @@
-// The device tree that umockdev lays over /sys and /dev: what becomes of it when a camera is unplugged and comes back.
+// Updates the tree that umockdev shows as /sys and /dev when a camera is unplugged or plugged in again.
 #ifndef WQZ_VIRTUAL_CAMERA_DEVICE_TREE_H
 #define WQZ_VIRTUAL_CAMERA_DEVICE_TREE_H
 
@@ -6,11 +6,11 @@
 
 namespace virtual_camera {
 
-/// The node behind a link of udev's, as in /dev/v4l/by-id; another path as it is.
+/// The node to which a link in /dev/v4l leads; other paths are returned unchanged.
 std::string Linked_Node(const std::string& path);
 
-/// Takes the camera's nodes and sysfs entries out of the tree or puts them back, and lets udev's monitors know. Without
-/// umockdev nothing happens.
+/// Takes the camera's nodes and sysfs entries out of the tree or puts them back, and notifies udev's monitors. Does
+/// nothing without umockdev.
 void Move_In_Tree(const Camera_Description& camera, bool out);
 
 }  // namespace virtual_camera

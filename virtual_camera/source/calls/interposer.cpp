@@ -44,7 +44,7 @@ void* Mmap_Any(void* address, size_t length, int protection, int flags, int fd, 
     return real::Mmap(address, length, protection, flags, fd, offset);
 }
 
-// Forgotten first: once unmapped, another thread may map a buffer at the same address.
+// The registry forgets the mapping first, because another thread may map a buffer at this address at once.
 int Munmap_Any(void* address, size_t length)
 {
     if (!calls::Is_Idle()) {
@@ -104,7 +104,7 @@ int Open_Other(const char* name, const char* path, int flags, Mode... mode)
 
 }  // namespace
 
-// The mode is handed on also where the caller gave none; libc looks at it only when a file may be created.
+// This passes a mode on even when the caller gave none; libc uses it only for calls that may create a file.
 #define READ_MODE(last)                           \
     va_list list;                                 \
     va_start(list, last);                         \
@@ -143,7 +143,7 @@ DEFINE_OPENAT(openat64)
 DEFINE_CHECKED_OPEN(__open_2)
 DEFINE_CHECKED_OPEN(__open64_2)
 
-// Callers that keep the code in an int hand it over sign-extended: its lower half counts.
+// Callers that keep the code in an int pass it sign-extended, so only its lower half counts.
 INTERCEPT int ioctl(int fd, unsigned long request, ...)
 {
     va_list list;
@@ -218,7 +218,7 @@ INTERCEPT int select(int count, fd_set* read, fd_set* write, fd_set* except, tim
                             : calls::Select(count, read, write, except, timeout);
 }
 
-// libv4l2 reaches the kernel this way, so that programs can wrap the named functions around it.
+// libv4l2 calls the kernel this way, so that programs can wrap the functions above around it.
 INTERCEPT long syscall(long number, ...)
 {
     long a[6];

@@ -1,4 +1,4 @@
-// Bookkeeping of cameras, descriptors and mappings.
+// Keeps account of cameras, descriptors and mappings.
 #include "calls/registry.h"
 
 #include <pthread.h>
@@ -117,7 +117,8 @@ void Registry::Clear()
     }
 }
 
-// The device tree tells programs of it. A camera that was taken out of the registry on purpose does not come back.
+// Updates the device tree, and plugs the camera in again if so described. Clear has removed its cameras before: they do
+// not come back.
 void Registry::After_Unplug(const std::string& node)
 {
     const std::shared_ptr<Camera> camera = Camera_At(node);
@@ -264,7 +265,7 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
     return mapped;
 }
 
-// A mapping that loses its beginning or its end goes on with the rest.
+// When only part of a mapping is unmapped, the rest stays registered.
 bool Registry::Take_Mapping(uintptr_t from, uintptr_t to, Mapping& taken)
 {
     const std::lock_guard lock(mutex);

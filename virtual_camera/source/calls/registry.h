@@ -1,4 +1,4 @@
-// Which cameras there are, which descriptors and mappings are theirs, and the intercepted calls in those terms.
+// Knows all cameras of the process, their descriptors and their mappings, and passes intercepted calls to them.
 #ifndef WQZ_VIRTUAL_CAMERA_REGISTRY_H
 #define WQZ_VIRTUAL_CAMERA_REGISTRY_H
 
@@ -12,25 +12,25 @@ namespace virtual_camera {
 
 class Registry {
 public:
-    /// The one of this process; made on first use, with the cameras of the environment, and never destroyed.
+    /// The registry of this process. It is made on first use with the cameras of the environment, and never destroyed.
     static Registry& Instance();
 
     void Add(Camera_Description description);
     void Clear();
     std::shared_ptr<Camera> Camera_At(const std::string& node);
 
-    /// Puts a new camera of the same description in the place of an unplugged one; it stays plugged in.
+    /// Replaces an unplugged camera by a new one of the same description, without the described unplugging.
     void Replug(const std::string& node);
 
-    /// @return false when the path is no camera's; else `answer` is the descriptor or an error
+    /// @return false when no camera has the path; else `answer` is the descriptor or an error
     bool Open(const char* path, int flags, Answer& answer);
 
     std::shared_ptr<Open_File> File_Of(int fd);
 
-    /// Forgets a descriptor if it is a camera's; the caller closes it.
+    /// Forgets a camera's descriptor, before the caller closes it. Other descriptors are ignored.
     void Close(int fd);
 
-    /// A copy of a descriptor was made; `copy` may have been another one before.
+    /// Registers a copy of a descriptor. `copy` may have been open for something else before.
     void Duplicate(int original, int copy);
 
     /// @return MAP_FAILED with errno set on failure

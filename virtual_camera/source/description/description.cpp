@@ -1,4 +1,4 @@
-// The cameras that a test or the launcher gets without describing one.
+// The default cameras.
 #include <virtual_camera/description.h>
 #include <cstdio>
 
@@ -31,7 +31,7 @@ std::vector<Pixel_Format> Default_Formats()
     };
 }
 
-// In the order of the ids, which is the order of enumeration.
+// Sorted by id, which is the order of enumeration.
 std::vector<Control> Default_Controls()
 {
     constexpr uint32_t Integer = V4L2_CTRL_TYPE_INTEGER, Boolean = V4L2_CTRL_TYPE_BOOLEAN, Menu = V4L2_CTRL_TYPE_MENU;

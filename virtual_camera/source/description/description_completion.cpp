@@ -1,4 +1,4 @@
-// Node numbers and bus information for cameras that name none.
+// Gives node numbers and bus information to cameras whose description has none.
 #include "description/description_parts.h"
 
 #include <set>

@@ -1,4 +1,4 @@
-// The parts of reading a description.
+// Parts of Parse_Description: reads single values, and fills in what a description leaves open.
 #ifndef WQZ_VIRTUAL_CAMERA_DESCRIPTION_VALUES_H
 #define WQZ_VIRTUAL_CAMERA_DESCRIPTION_VALUES_H
 
@@ -31,7 +31,7 @@ Number Parse_Number(const std::string& text, int base = 10)
 
 Words Split(const std::string& text, const char* separators);
 double Parse_Decimal(const std::string& text);  ///< above 0, at most a million
-double Parse_Seconds(const std::string& text);  ///< such a number, with or without "s" behind it
+double Parse_Seconds(const std::string& text);  ///< likewise; "s" may follow the number
 
 /// "30" and "7.5" are frames per second, "1/30" is an interval in seconds.
 v4l2_fract Parse_Interval(const std::string& text);
@@ -42,7 +42,7 @@ Frame_Size Parse_Size(const std::string& text);
 uint32_t Parse_Fourcc(const std::string& text);
 int Parse_Errno(const std::string& text);
 
-// What a description leaves open: node numbers and the bus information.
+// Node numbers and bus information that a description leaves open.
 
 /// "video4" of "/dev/video4".
 std::string Node_Name(const std::string& path);
@@ -50,10 +50,10 @@ std::string Node_Name(const std::string& path);
 /// 4 of "/dev/video4"; 0 without a number.
 unsigned Node_Number(const std::string& path);
 
-/// Fills the open fields in; `is_taken` tells which paths other cameras have.
+/// Fills open fields in. `is_taken` tells which paths other cameras have.
 void Complete(Camera_Description& camera, const std::function<bool(const std::string&)>& is_taken);
 
-/// Completes cameras that stand beside each other.
+/// Completes all cameras of a description.
 /// @throw Description_Error when two want the same node
 void Complete_All(std::vector<Camera_Description>& cameras);
 

@@ -1,4 +1,4 @@
-// Reading of single values.
+// Reads single values of a description.
 #include "description/description_parts.h"
 
 #include <cmath>

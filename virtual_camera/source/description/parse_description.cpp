@@ -1,4 +1,4 @@
-// Reads the text form: a line is a keyword and its arguments. Lines before the first "camera" hold for every camera.
+// Reads the text form. A line is a keyword and its arguments. Lines before the first "camera" apply to all cameras.
 #include <virtual_camera/description.h>
 #include <algorithm>
 #include <cctype>
@@ -10,10 +10,10 @@ namespace virtual_camera {
 namespace {
 
 struct Reader {
-    Camera_Description common;  // what holds for every camera
+    Camera_Description common;  // from the lines before the first camera
     std::vector<Camera_Description> cameras;
     bool formats_replaced = false;
-    std::string rest;  // of the present line, behind the keyword
+    std::string rest;  // the text after the present line's keyword
 
     Camera_Description& Current() { return cameras.empty() ? common : cameras.back(); }
 };
@@ -26,7 +26,7 @@ void Need(const Words& words, size_t least, size_t most)
     }
 }
 
-/// The word behind a keyword that takes one.
+/// @return the argument of a keyword that takes exactly one
 const std::string& Only(const Words& words)
 {
     Need(words, 2, 2);
@@ -151,7 +151,7 @@ void Read_Control(Reader& reader, const Words& words)
     std::sort(controls.begin(), controls.end(), [](const Control& a, const Control& b) { return a.id < b.id; });
 }
 
-/// Whether the word is `yes`; it must be that or `no`.
+/// @return whether the argument is `yes`; only `yes` and `no` are accepted
 bool Is_Yes(const Words& words, const char* yes, const char* no)
 {
     if (Only(words) != yes && words[1] != no) {
@@ -207,7 +207,7 @@ void Read_Metadata(Reader& reader, const Words& words)
     reader.Current().metadata_node = has_path ? Needed_Node(words) : "";
 }
 
-/// A text that must be there.
+/// @return the text after the keyword; there must be one
 std::string Some(const Reader& reader, const Words& words)
 {
     Need(words, 2, SIZE_MAX);

@@ -1,4 +1,4 @@
-// The names of requests and calls, for descriptions and the log.
+// Converts between the codes and the names of requests and calls.
 #include <virtual_camera/description.h>
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-// The rules of buffers: allocation, queueing, orphaning, exporting.
+// Allocates, queues, exports and frees the buffers of a node.
 #include "driver/buffer_queue.h"
 
 #include <fcntl.h>
@@ -167,7 +167,7 @@ int Buffer_Queue::Query(v4l2_buffer& buffer) const
     return 0;
 }
 
-// A program may have memory of its own: a place in its address space.
+// For buffers in the program's own memory: checks it and keeps where it is.
 int Buffer_Queue::Take_Memory(Buffer& buffer, const v4l2_buffer& place) const
 {
     const long page = sysconf(_SC_PAGESIZE);
@@ -177,12 +177,12 @@ int Buffer_Queue::Take_Memory(Buffer& buffer, const v4l2_buffer& place) const
             return -EINVAL;
         }
         if (msync(reinterpret_cast<void*>(beginning), place.m.userptr + place.length - beginning, MS_ASYNC) != 0) {
-            return -EFAULT;  // not all of it is mapped
+            return -EFAULT;  // part of the memory is not mapped
         }
         buffer.memory = std::make_shared<Buffer_Memory>(reinterpret_cast<void*>(place.m.userptr));
         buffer.length = place.length;
     } else if (memory_kind == V4L2_MEMORY_DMABUF) {
-        return -EINVAL;  // what is shared here comes from memfd, and that is no DMA buffer
+        return -EINVAL;  // no file here is a DMA buffer: exported buffers are files of memfd
     }
     buffer.place = place;
     return 0;

@@ -1,4 +1,4 @@
-// The buffers of one node and their way between program and driver, by the rules of the kernel's videobuf2.
+// The buffers of one node, which pass between program and driver by the rules of the kernel's videobuf2.
 #ifndef WQZ_VIRTUAL_CAMERA_BUFFER_QUEUE_H
 #define WQZ_VIRTUAL_CAMERA_BUFFER_QUEUE_H
 
@@ -13,11 +13,11 @@
 namespace virtual_camera {
 
 /// The memory of one buffer: shared memory that programs map, or memory that a program handed over.
-/// When there is none the object is empty: Data() is null.
+/// Data() is null when the memory could not be allocated.
 class Buffer_Memory {
 public:
     explicit Buffer_Memory(size_t bytes);
-    explicit Buffer_Memory(void* own);  ///< memory that is not freed
+    explicit Buffer_Memory(void* own);  ///< the program's memory, which stays the program's
     ~Buffer_Memory();
     Buffer_Memory(const Buffer_Memory&) = delete;
     Buffer_Memory& operator=(const Buffer_Memory&) = delete;
@@ -38,7 +38,7 @@ public:
     struct Buffer {
         enum class State { Idle, Queued, Done };
         State state = State::Idle;
-        std::shared_ptr<Buffer_Memory> memory;  // shared with mappings, which may outlive the buffer
+        std::shared_ptr<Buffer_Memory> memory;  // mappings share it and may outlive the buffer
         uint32_t length = 0;
         uint32_t offset = 0;  // for mmap
         v4l2_buffer place{};  // a user pointer or DMA buffer as the program queued it
@@ -49,7 +49,7 @@ public:
         std::optional<uint32_t> content;  // the frame that it holds
     };
 
-    /// @param orphaning  the driver lets go of buffers that are mapped; else they cannot be given back
+    /// @param orphaning  the driver frees buffers that are still mapped; without it VIDIOC_REQBUFS refuses to
     Buffer_Queue(uint32_t buffer_type, bool orphaning) : type(buffer_type), orphans(orphaning) {}
 
     bool Has_Buffers() const { return !buffers.empty(); }
@@ -60,7 +60,7 @@ public:
     /// What poll reports to a program that waits for input: POLLIN, POLLERR or nothing.
     short Readiness() const;
 
-    // For the requests of these names. `length` is what the node's format needs.
+    // One function for each request on buffers. `length` is the size that the node's format needs.
     int Request(v4l2_requestbuffers& request, uint32_t length);
     int Create(v4l2_create_buffers& create, uint32_t length);
     int Query(v4l2_buffer& buffer) const;
@@ -74,14 +74,14 @@ public:
 
     void Free();
 
-    /// The oldest queued buffer, which must exist; Finish hands it to the program.
+    /// The oldest queued buffer, which must exist. Finish marks it as filled.
     Buffer& Oldest() { return buffers[queued.front()]; }
     void Finish(uint32_t bytes_used, uint32_t sequence, Time time);
 
-    /// Gives every queued buffer back, marked as failed.
+    /// Returns every queued buffer with the error flag.
     void Abort();
 
-    /// The buffers no longer hold what an earlier stream left in them.
+    /// Lets the next frames be painted whole, because buffers hold frames of an earlier stream.
     void Forget_Contents();
 
     /// The buffer at a mmap offset, or -1.

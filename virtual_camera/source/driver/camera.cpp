@@ -1,4 +1,4 @@
-// The life of a camera: its open files, mappings, timers and unplugging.
+// Opens, maps, closes and unplugs a camera, and keeps its timers set.
 #include "driver/camera.h"
 
 #include <fcntl.h>
@@ -71,7 +71,7 @@ void Camera::Remove_Descriptor(const std::shared_ptr<Open_File>& file, int fd)
     Release(*file);
 }
 
-// The last reference ends the stream and frees the buffers, if they are this file's.
+// When the last reference goes, a file that owns the buffers stops the stream and frees them.
 void Camera::Release(Open_File& file)
 {
     if (--file.references > 0) {
@@ -226,7 +226,7 @@ std::vector<uint8_t> Camera::Frame_Bytes(uint32_t sequence)
     return frames.Frame_Bytes(sequence);
 }
 
-// The child's descriptors take the numbers of the inherited ones, which share their timers with the parent's.
+// The child's new descriptors replace the inherited ones under the same numbers.
 void Camera::Replace_Timers()
 {
     for (const auto& file : files) {

@@ -1,4 +1,4 @@
-// One virtual camera: what its driver would know, and the answers that it would give.
+// One virtual camera: the state of its driver, and the answers to a program's calls.
 #ifndef WQZ_VIRTUAL_CAMERA_CAMERA_H
 #define WQZ_VIRTUAL_CAMERA_CAMERA_H
 
@@ -22,7 +22,7 @@ class Camera;
 
 constexpr uint32_t Metadata_Bytes = 10240;  // of a metadata buffer, as uvcvideo has it
 
-/// One successful open, as the kernel's struct file: it lives as long as a descriptor or a mapping refers to it.
+/// One successful open, like the kernel's struct file. It lives as long as a descriptor or a mapping refers to it.
 struct Open_File {
     std::shared_ptr<Camera> camera;
     std::string node;
@@ -47,7 +47,7 @@ struct Mapping {
 
 class Camera {
 public:
-    /// @param unplugged_hook  runs once, when the camera was unplugged, on the thread that noticed it, without a lock
+    /// @param unplugged_hook  called once after the camera was unplugged, without a lock held
     Camera(Camera_Description described, std::function<void()> unplugged_hook);
 
     const Camera_Description& Description() const { return description; }
@@ -68,7 +68,7 @@ public:
     /// A descriptor that is readable while `file` has events to dequeue, and when the camera is unplugged.
     int Event_Descriptor(Open_File& file);
 
-    /// @return MAP_FAILED with errno set on failure; else `mapping` is filled, but for its length
+    /// Fills `mapping` except for its length. @return MAP_FAILED with errno set on failure
     void* Map(const std::shared_ptr<Open_File>& file, void* address, size_t length, int protection, int flags,
               off_t offset, Mapping& mapping);
     void Unmap(const std::shared_ptr<Open_File>& file);
@@ -76,11 +76,11 @@ public:
     void Unplug();
     bool Is_Unplugged();
 
-    /// Changes when frames come.
+    /// Lets a script change when frames arrive.
     void Direct(const std::function<void(Frame_Schedule&)>& change);
     std::vector<uint8_t> Frame_Bytes(uint32_t sequence);
 
-    // Around a fork: the child gets timers of its own, so that it does not rearm its parent's.
+    // For a fork. The child gets its own timers, because inherited ones would be armed for its parent, too.
     void Lock() { mutex.lock(); }
     void Unlock() { mutex.unlock(); }
     void Replace_Timers();
@@ -92,7 +92,7 @@ private:
 
     static const Rule* Rule_Of(uint32_t request);
 
-    // Requests that only look something up.
+    // These answer requests that only look something up.
     template <typename Argument, int (*Ask)(const std::vector<Pixel_Format>&, Argument&)>
     int Of_Formats(Call& call);
     template <typename Argument, int (Control_Set::*Ask)(Argument&) const>
@@ -120,7 +120,7 @@ private:
     int Wait_For_Frame(Call& call);
     int Block(Call& call, int (Node_Descriptor::*wait)() const);
 
-    /// One file at a time may change what the camera delivers; the metadata node's buffers have an owner of their own.
+    /// Only the owner may change what the camera delivers. The metadata node's buffers have a separate owner.
     Open_File*& Owner_Of(const Open_File& file) { return file.is_metadata ? metadata_owner : owner; }
     bool Acquire(Open_File& file);
     void Release(Open_File& file);
@@ -148,8 +148,8 @@ private:
     bool unplugging_told = false;
 };
 
-/// A stay inside a camera: holds its lock, and lets the time pass first. In the end the timers are set to what has
-/// become of the camera, and an unplugging is told.
+/// Every entry into a camera makes one. It takes the lock and catches up with time. Its destructor sets the timers,
+/// releases the lock and reports an unplugging.
 class Camera::Visit {
 public:
     explicit Visit(Camera& visited) : camera(visited), lock(visited.mutex) { camera.Pass_Time(); }
@@ -157,7 +157,7 @@ public:
     Visit(const Visit&) = delete;
     Visit& operator=(const Visit&) = delete;
 
-    // Around a wait.
+    // Release the lock for a wait, and take it again.
     void Leave() { lock.unlock(); }
     void Return()
     {
@@ -170,7 +170,7 @@ private:
     std::unique_lock<std::mutex> lock;
 };
 
-/// A request on its way through the driver.
+/// One request and where it came from.
 struct Camera::Call {
     Visit& visit;
     Open_File& file;
@@ -185,7 +185,7 @@ struct Camera::Call {
     }
 };
 
-/// How one request is answered. The handler gives 0 or a negative errno.
+/// Says who answers a request. Handlers return 0 or a negative errno.
 struct Camera::Rule {
     uint32_t request;
     int (Camera::*on_capture)(Call&);   // null: ENOTTY

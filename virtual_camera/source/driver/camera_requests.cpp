@@ -1,4 +1,4 @@
-// The requests of a node, by the rules of the kernel's UVC driver: one table says which there are and who answers.
+// Answers the requests of a node by the rules of the kernel's UVC driver. One table lists them all.
 #include <fcntl.h>
 #include <algorithm>
 #include <array>
@@ -65,7 +65,7 @@ const Camera::Rule* Camera::Rule_Of(uint32_t request)
     return found == Rules.end() ? nullptr : &*found;
 }
 
-// The kernel reads an argument before it looks at the request, and writes it back only to answer a known one.
+// The kernel reads the argument before it looks the request up, and writes it only after a known request.
 int Camera::Perform(Call& call)
 {
     if (!call.argument && (_IOC_DIR(call.request) & _IOC_WRITE) != 0) {
@@ -149,7 +149,7 @@ int Camera::Format(Call& call)
     return 0;
 }
 
-// There is one metadata format. Setting it again is refused while buffers exist, as uvcvideo does.
+// There is one metadata format. Like uvcvideo, this refuses to set it while buffers exist.
 int Camera::Metadata_Format(Call& call)
 {
     if (call.request == VIDIOC_ENUM_FMT) {
@@ -213,7 +213,7 @@ int Camera::Input(Call& call)
     return 0;
 }
 
-// The kernel takes the multi-planar type here for the plain one.
+// Here the kernel accepts the multi-planar buffer type as well.
 int Camera::Crop(Call& call)
 {
     const auto is_capture = [](uint32_t type) {
@@ -239,7 +239,7 @@ int Camera::Crop(Call& call)
     return 0;
 }
 
-// A change is told to the files that have subscribed, and with it what has become of the controls that it rules.
+// Sends events for changed controls, and for controls that these make active or inactive.
 void Camera::Announce(const Open_File& origin, std::span<const v4l2_ext_control> changed)
 {
     const auto tell = [this, &origin](uint32_t id, uint32_t changes) {
@@ -312,7 +312,7 @@ int Camera::Subscribe(Call& call)
     return 0;
 }
 
-// Waits without the lock; the file lives on meanwhile, also when the program closes it.
+// Waits without the lock. The reference keeps the file alive when another thread closes it meanwhile.
 int Camera::Block(Call& call, int (Node_Descriptor::*wait)() const)
 {
     call.file.references++;
@@ -418,7 +418,8 @@ int Camera::Wait_For_Frame(Call& call)
         if ((fcntl(call.fd, F_GETFL) & O_NONBLOCK) != 0) {
             return -EAGAIN;
         }
-        // Ready for select does not mean that there is a frame: before the first QBUF the timer must not spin here.
+        // Before the first QBUF, select reports an error state as ready. The timer must be off here, or this would
+        // spin.
         const Time due = Ready_At(call.file);
         const Time wanted = due == At_Once ? Never : due;
         if (call.file.armed != wanted) {
@@ -428,7 +429,7 @@ int Camera::Wait_For_Frame(Call& call)
         queue.waits_in_dequeue = true;
         const int error = Block(call, &Node_Descriptor::Wait);
         queue.waits_in_dequeue = false;
-        call.file.armed = Never;  // reading the timer has consumed its being due
+        call.file.armed = Never;  // reading a timer switches it off
         if (error) {
             return error;
         }

@@ -8,7 +8,7 @@
 
 namespace virtual_camera {
 
-/// All requests give 0 or a negative errno, and change their argument on success only.
+/// Functions for requests return 0 or a negative errno, and change their argument only on success.
 class Control_Set {
 public:
     explicit Control_Set(const std::vector<Control>& described);
@@ -31,7 +31,7 @@ public:
 
 private:
     struct State {
-        Control control;  // or a class, which stands before its controls
+        Control control;  // or a class of controls, which is listed before them
         int32_t value = 0;
     };
 
@@ -42,8 +42,8 @@ private:
     std::map<uint32_t, State> controls;  // by id, which is the order of enumeration
 };
 
-/// The events that one open file has subscribed to. As the kernel keeps them: one pending event for each control, the
-/// newest; the changes that it stands for add up.
+/// The events that one open file has subscribed to. As in the kernel, at most one event of each control is pending: a
+/// newer one replaces it and adds its changes.
 class Event_Queue {
 public:
     bool Has_Pending() const { return !pending.empty(); }
@@ -53,7 +53,7 @@ public:
     void Unsubscribe(uint32_t id);
     void Unsubscribe_All();
 
-    /// @return whether an event of that control is wanted; `own`: the file itself has caused it
+    /// @param own  the file itself changed the control: then it wants the event only with feedback
     bool Wants(uint32_t id, bool own) const;
     void Push(v4l2_event event);
 

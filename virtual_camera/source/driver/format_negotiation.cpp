@@ -1,4 +1,4 @@
-// The kernel's rules of choosing and listing formats.
+// Implements the UVC driver's choice of the nearest format, size and interval.
 #include "driver/format_negotiation.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Which mode a camera takes when it is asked for one.
+// Chooses the mode nearest to the one a program asks for, and lists formats, sizes and intervals.
 #ifndef WQZ_VIRTUAL_CAMERA_FORMAT_NEGOTIATION_H
 #define WQZ_VIRTUAL_CAMERA_FORMAT_NEGOTIATION_H
 

@@ -1,4 +1,4 @@
-// Frames of the test card, padded and damaged as described.
+// Writes frames of the test card, padded and damaged as the description says.
 #include "driver/frame_maker.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Makes the frames of a camera: the test card, or what a script hands in, with padding and damage.
+// Makes the frames of a camera: the test card, or bytes that a script supplies, with padding and damage.
 #ifndef WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
 #define WQZ_VIRTUAL_CAMERA_FRAME_MAKER_H
 
@@ -12,7 +12,7 @@ class Frame_Maker {
 public:
     Frame_Maker(const Camera_Description& of_camera, Script& scripted);
 
-    /// Renders what frames of a mode are made of, which takes some milliseconds; nothing when it is there already.
+    /// Renders the parts of a mode's frames, which takes some milliseconds, unless they exist already.
     void Set_Mode(const Video_Mode& wanted);
 
     /// Puts a frame into a buffer.
@@ -20,7 +20,7 @@ public:
     /// @return bytes used
     uint32_t Fill(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t>& content);
 
-    /// A frame as Fill would write it into a fresh buffer, scripted frames left out.
+    /// A frame as Fill writes it into a fresh buffer; scripted frames are not used.
     std::vector<uint8_t> Frame_Bytes(uint32_t sequence);
 
 private:

@@ -1,4 +1,4 @@
-// The flow of time in a camera: due frames fill buffers, faults of the plan strike.
+// Fills buffers when frames are due, and applies pauses and unplugging.
 #include "driver/frame_schedule.h"
 
 #include <linux/uvcvideo.h>
@@ -31,7 +31,7 @@ void Frame_Schedule::Start(v4l2_fract frame_interval, Frame_Maker* frames_from, 
     video.Forget_Contents();
 }
 
-// One record of the driver's metadata format: the header of a payload that carries neither clock nor reference.
+// Writes one record of the UVC metadata format: a payload header without time stamps.
 void Frame_Schedule::Fill_Metadata(Time time)
 {
     constexpr uint8_t Header_Bytes = 2, End_Of_Header = 0x80, End_Of_Frame = 0x02;

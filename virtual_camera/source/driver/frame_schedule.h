@@ -1,4 +1,4 @@
-// When frames come, and what befalls them.
+// Decides when frames arrive, and when the described faults strike.
 #ifndef WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
 #define WQZ_VIRTUAL_CAMERA_FRAME_SCHEDULE_H
 
@@ -7,9 +7,9 @@
 
 namespace virtual_camera {
 
-/// Nothing happens by itself: each call on a camera first lets the time pass that went by since the last one
-/// (Advance). At a frame's time the oldest queued buffer is filled; when none is queued, the frame's number is skipped.
-/// A queued metadata buffer is filled together with a video buffer.
+/// No thread runs here: each call on a camera first catches up with the time since the last call (Advance). When a
+/// frame is due, the oldest queued buffer is filled. When none is queued, the frame's number is skipped. Each video
+/// buffer that is filled fills one queued metadata buffer, too.
 class Frame_Schedule {
 public:
     Frame_Schedule(const Camera_Description& described, Buffer_Queue& video_queue, Buffer_Queue& metadata_queue)
@@ -20,10 +20,10 @@ public:
     void Start(v4l2_fract frame_interval, Frame_Maker* frames_from, Time now);
     void Advance(Time now);
 
-    /// When the next queued buffer is filled or the camera vanishes, if nothing else happens; or Never.
+    /// When the next buffer will be filled or the camera will vanish, if no call changes that; or Never.
     Time Next_Event() const;
 
-    /// The described unplugging has come.
+    /// Whether the time of the described unplugging has come.
     bool Is_Lost() const { return lost; }
 
     void Hold() { held = true; }

@@ -1,4 +1,4 @@
-// Uncompressed frames, and the reading of frame numbers.
+// Paints uncompressed frames, and reads frame numbers back.
 #include "picture/frame_painter.h"
 
 #include <linux/videodev2.h>
@@ -35,7 +35,7 @@ double Luma(const uint8_t* p)
     return 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2];
 }
 
-// Limited range, which V4L2 means by default in YUYV; Motion-JPEG has the full range. So both show the same colours.
+// YUYV has limited range, V4L2's default for it, and Motion-JPEG has full range. So both show the same colours.
 void Pack_Pair(const uint8_t* left, const uint8_t* right, uint8_t* target)
 {
     constexpr double Luma_Share = 219.0 / 255, Chroma_Share = 224.0 / 255;
@@ -104,7 +104,7 @@ private:
         }
     }
 
-    // Two pixels a bit, so that the number survives the sharing of chroma; the highest bit comes first.
+    // Two pixels hold one bit, because they share their chroma. The highest bit comes first.
     void Put_Number(uint8_t* target, uint32_t sequence) const
     {
         if (frame_bytes < 2 * pixel_bytes * Number_Bits) {

@@ -1,4 +1,4 @@
-// Writes frames of one mode. The card is rendered once; a frame is a copy of it with the moving parts patched in.
+// Writes frames of one mode. The card is rendered once; each frame is a copy of it with a new number.
 #ifndef WQZ_VIRTUAL_CAMERA_FRAME_PAINTER_H
 #define WQZ_VIRTUAL_CAMERA_FRAME_PAINTER_H
 
@@ -24,13 +24,13 @@ class Frame_Painter {
 public:
     virtual ~Frame_Painter() = default;
 
-    /// Writes frame `sequence` into `target`, which holds what the mode's format needs, and at most `capacity` bytes.
-    /// @param previous  the frame of this painter that `target` still holds: only what moved is written then
+    /// Writes frame `sequence` into `target`, at most `capacity` bytes. The target must hold an image of the mode.
+    /// @param previous  a frame of this painter that `target` still holds; then only the number is written
     /// @return the frame's length
     virtual size_t Paint(uint8_t* target, size_t capacity, uint32_t sequence, std::optional<uint32_t> previous) = 0;
 };
 
-/// A painter for Motion-JPEG, YUYV and GREY; other formats get GREY's bytes, repeated to fill `frame_bytes`.
+/// Makes a painter for Motion-JPEG, YUYV or GREY. Other formats get GREY's bytes, repeated to fill `frame_bytes`.
 std::unique_ptr<Frame_Painter> Make_Painter(const Paint_Mode& mode, size_t frame_bytes);
 
 std::unique_ptr<Frame_Painter> Make_Jpeg_Painter(const Paint_Mode& mode);

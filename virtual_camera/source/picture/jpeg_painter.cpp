@@ -1,6 +1,6 @@
-// Motion-JPEG frames without encoding each: the card and the digits are encoded apart and cut at their restart markers,
-// and a frame is put together from the pieces. A piece starts without prediction, so that it means the same wherever it
-// stands; only the number of the marker behind it depends on its place.
+// Makes Motion-JPEG frames without encoding each one. The card and the digits are encoded once and cut at their restart
+// markers, and each frame is joined from these pieces. Decoding starts afresh after a restart marker, so a piece looks
+// the same in any place; only the marker's number depends on the place.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -56,7 +56,7 @@ Bytes Encode(const Picture& picture, int segment_width)
     return bytes;
 }
 
-/// An encoded picture cut into header and segments, each without the marker behind it.
+/// An encoded picture cut into header and segments, without the markers between them.
 struct Cut_Picture {
     Bytes header;
     std::vector<Bytes> segments;
@@ -125,14 +125,14 @@ public:
 private:
     static constexpr size_t Still = SIZE_MAX;
 
-    /// Consecutive segments that stay, or one segment of a digit. Markers are included.
+    /// Consecutive segments that never change, or one segment of a digit, each with its marker.
     struct Piece {
         size_t place = Still;  // in the number, from the left
         Bytes still;
         std::array<Bytes, 10> digits;
     };
 
-    /// Behind the last segment comes the end of the image, behind the others a restart marker.
+    /// The end of the image follows the last segment; a restart marker follows each of the others.
     void Append_Segment(Bytes& bytes, const Bytes& segment, size_t index) const
     {
         constexpr uint8_t End_Of_Image = 0xd9;
@@ -141,7 +141,7 @@ private:
         bytes.push_back(index + 1 == segments ? End_Of_Image : static_cast<uint8_t>(First_Restart + index % Restarts));
     }
 
-    /// A segment of the card is part of a digit's field, or it stays.
+    /// Adds a segment of the card, or the ten versions of it when it lies in a digit's field.
     void Plan_Segment(const Bytes& segment, size_t index, const std::vector<Bytes>& strip)
     {
         const auto columns = static_cast<size_t>((layout.width + layout.segment_width - 1) / layout.segment_width);

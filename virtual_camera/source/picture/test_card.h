@@ -1,5 +1,5 @@
-// The picture that a virtual camera shows: a still card, and the frame number as moving digits.
-// Digits stand on the grid of the Motion-JPEG restart intervals, so that encoded pieces can be exchanged.
+// The picture that a virtual camera shows: a still card and the frame number in digits. Digits lie on the grid of the
+// Motion-JPEG restart intervals, so that their encoded pieces can be exchanged.
 #ifndef WQZ_VIRTUAL_CAMERA_TEST_CARD_H
 #define WQZ_VIRTUAL_CAMERA_TEST_CARD_H
 
@@ -24,17 +24,17 @@ struct Picture {
 constexpr int Glyph_Width = 6;
 constexpr int Glyph_Height = 10;
 
-/// @return whether a pixel of the character is set; none is in what is not printable ASCII
+/// @return whether a pixel of the character is set; false for what is not printable ASCII
 bool Glyph_Has(char character, int x, int y);
 
 constexpr int Block_Width = 16;  // of a Motion-JPEG coding unit with 4:2:2 chroma
 constexpr int Block_Height = 8;
 
-/// Where things are, in pixels. `digits` is 0 when the picture is too small for them.
+/// The places of things, in pixels. `digits` is 0 when the picture is too small for them.
 struct Card_Layout {
     int width = 0;
     int height = 0;
-    int segment_width = Block_Width;  ///< all x of digits are multiples of it
+    int segment_width = Block_Width;  ///< every digit begins at a multiple of it
     int digits = 0;
     int digit_x = 0;
     int digit_y = 0;

@@ -1,4 +1,4 @@
-// Keeping of the log, and what is worth reading in the arguments of requests.
+// Keeps the log, and copies what tests read from the arguments of requests.
 #include "script/request_log.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// The calls that programs made on virtual cameras, for tests to read.
+// The log of calls on virtual cameras, for tests to read.
 #ifndef WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H
 #define WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H
 
@@ -7,14 +7,14 @@
 namespace virtual_camera {
 
 bool Is_Logging();
-void Stop_Log();  // and empties it
+void Stop_Log();  ///< also empties it
 
-/// An entry of what every call has.
+/// @return an entry with what every call has
 Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result, int error);
 
 void Append_To_Log(Log_Entry entry);
 
-/// Copies the fields of a request's argument that are worth reading.
+/// Copies the fields of a request's argument into the entry.
 void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry);
 
 }  // namespace virtual_camera

@@ -1,4 +1,4 @@
-// What a test laid down for the next calls on a camera. Locks by itself.
+// The answers that a test has prepared for the next calls on a camera. Any thread may use it.
 #ifndef WQZ_VIRTUAL_CAMERA_SCRIPT_H
 #define WQZ_VIRTUAL_CAMERA_SCRIPT_H
 
@@ -10,7 +10,7 @@
 
 namespace virtual_camera {
 
-/// Answers of one kind to calls: those to one request follow one another.
+/// Prepared answers of one kind. Those for the same request take effect one after another.
 template <typename What>
 class Steps {
 public:
@@ -20,7 +20,7 @@ public:
         steps[request].push_back({std::move(what), times, skip});
     }
 
-    /// @return what is due at this call
+    /// @return the answer for this call, if there is one
     std::optional<What> Take(uint32_t request)
     {
         const std::lock_guard lock(mutex);
@@ -56,8 +56,8 @@ struct Answer {
 struct Script {
     Steps<Fault> faults;
     Steps<std::function<void(void*)>> alterations;
-    Steps<Answer> selects;               // of Call_Select
-    Steps<std::vector<uint8_t>> frames;  // of VIDIOC_DQBUF
+    Steps<Answer> selects;               // for Call_Select
+    Steps<std::vector<uint8_t>> frames;  // for VIDIOC_DQBUF
     std::atomic<int> descriptor_minimum{0};
 };
 

@@ -1,4 +1,4 @@
-// Node descriptors out of the kernel's epoll, timerfd and eventfd.
+// Builds node descriptors from epoll, timerfd and eventfd.
 #include "system/node_descriptor.h"
 
 #include <fcntl.h>
@@ -37,7 +37,7 @@ int Node_Descriptor::Open(int open_flags, int lowest_number)
     if (fd < 0) {
         return -errno;
     }
-    for (int* shared : {&timer, &signal}) {  // with the parent, after a fork
+    for (int* shared : {&timer, &signal}) {  // after a fork, these belong to the parent as well
         if (*shared >= 0) {
             real::Close(std::exchange(*shared, -1));
         }

@@ -1,4 +1,4 @@
-// The descriptor of an open node, and what makes it ready.
+// Makes the descriptor of an open node, and makes it ready.
 #ifndef WQZ_VIRTUAL_CAMERA_NODE_DESCRIPTOR_H
 #define WQZ_VIRTUAL_CAMERA_NODE_DESCRIPTOR_H
 
@@ -7,7 +7,7 @@
 namespace virtual_camera {
 
 /// The program gets the descriptor of an epoll instance that watches one timer. So select, poll and epoll wait for
-/// frames in the kernel, and reading the node is refused with EINVAL, as uvcvideo refuses it.
+/// frames in the kernel, and read fails with EINVAL as on uvcvideo's nodes.
 class Node_Descriptor {
 public:
     Node_Descriptor() = default;
@@ -15,17 +15,17 @@ public:
     Node_Descriptor(const Node_Descriptor&) = delete;
     Node_Descriptor& operator=(const Node_Descriptor&) = delete;
 
-    /// @return a descriptor for the program, ready at first, or a negative errno; earlier ones lose their timer
+    /// @return a new descriptor, which is ready at first, or a negative errno. It replaces an earlier one.
     int Open(int open_flags, int lowest_number);
 
     /// Sets when the descriptor becomes ready.
-    /// @param settle  with At_Once: return when it is; must not be asked for while a thread is in Wait
+    /// @param settle  with At_Once, wait until it is ready; not allowed while a thread is in Wait
     void Arm(Time time, bool settle) const;
 
     /// Blocks until the timer is due, and switches it off. @return 0 or a negative errno
     int Wait() const;
 
-    /// A descriptor that is readable while Signal said so: for programs that wait for events. Made on first use.
+    /// A second descriptor, for programs that wait for events. It is readable while Signal is on.
     int Signal_Descriptor();
     void Signal(bool on);
 

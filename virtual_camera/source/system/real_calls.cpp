@@ -1,4 +1,4 @@
-// The next definitions of the intercepted calls, found by name.
+// Finds the next definitions of the intercepted functions by name.
 #include "system/real_calls.h"
 
 #include <dlfcn.h>
@@ -12,8 +12,8 @@ void* Next(const char* name)
     return dlsym(RTLD_NEXT, name);
 }
 
-// A sanitizer linked into the program keeps its own definitions of the same names. It must see calls on memory and
-// descriptors, or it takes memory that was unmapped and mapped again for the old one.
+// A sanitizer linked into the program keeps its own definitions of the same names. It must see these
+// calls, or it takes newly mapped memory for memory that was freed at the same address.
 #ifdef WQZ_LINKED_WITH_SANITIZER
 extern "C" {
 __attribute__((weak)) void* __interceptor_mmap(void*, size_t, int, int, int, off_t);
@@ -24,7 +24,7 @@ __attribute__((weak)) int __interceptor_close(int);
 constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nullptr, __interceptor_close = nullptr;
 #endif
 
-// libc's function `name` under the name `Wrapper`, unless there is another one to be preferred.
+// Defines Wrapper, which calls `preferred` if that is not null, or else libc's function `name`.
 #define DEFINE_REAL(Result, Wrapper, name, preferred, parameters, arguments) \
     Result Wrapper parameters                                                \
     {                                                                        \

@@ -1,4 +1,4 @@
-// The system calls behind the intercepted ones: the next definition in the search order, libc's in the end.
+// Calls the functions that the intercepted ones hide: the next definition in the search order, usually libc's.
 #ifndef WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
 #define WQZ_VIRTUAL_CAMERA_REAL_CALLS_H
 
@@ -18,10 +18,10 @@ int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
 int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask);
 long Syscall(long number, long a, long b, long c, long d, long e, long f);
 
-/// The function of that name in the next object, never null for a name that libc has.
+/// The next definition of a function; not null for functions of libc.
 void* Next(const char* name);
 
-/// Moves a descriptor of the driver's out of the way of the numbers that the program gets for its own files.
+/// Moves a descriptor of the driver to a high number, so that the program's own files get the usual numbers.
 int Move_Up(int fd);
 
 }  // namespace virtual_camera::real
