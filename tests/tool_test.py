@@ -202,7 +202,8 @@ class Looking(Tool_Test):
         for words in (["--frames", "0"], ["--frames", "-1"], ["--frames", "1.5"], ["--frames", "18446744073709551617"],
                       ["--seconds", "0"], ["--seconds", "nan"], ["--seconds", "inf"], ["--seconds", "1e300"],
                       ["--seconds", "1s"], ["--frames", "1", "--seconds", "1"], ["--fps", "0"], ["--fps", "fast"],
-                      ["--fps", "30/0"], ["--fps", "1e3"], ["--size", "640"], ["--size", "0x0"], ["--skip", "4294967296"],
+                      ["--fps", "30/0"], ["--fps", "1e3"], ["--fps", "1/2/3"], ["--fps", "-30"], ["--fps", "9999999999"],
+                      ["--size", "640"], ["--size", "0x0"], ["--skip", "4294967296"],
                       ["-o", "picture.jpg", "--frames", "2"], ["-o", "picture.jpg", "--seconds", "1"]):
             with self.subTest(words):
                 self.assertIn(words[0], self.run_tool(SMALL, "capture", *words, status=2).stderr)

@@ -5,11 +5,11 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <numeric>
-#include <regex>
 
 #include "output.h"
 #include "text.h"
@@ -204,6 +204,13 @@ WQZ_Camera_Fraction Shortest_Interval(const Offers& offers, const wqz::Request& 
     return shortest;
 }
 
+/// @return the number that up to nine digits make, as many as fit 32 bits; 0 for any other text
+uint32_t Short_Number(const std::string& text)
+{
+    const bool is_number = text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
+    return is_number ? static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10)) : 0;
+}
+
 }  // namespace
 
 void Print_Modes(const Offers& offers, bool json)
@@ -239,19 +246,17 @@ wqz::Request Choose_Mode(const Offers& offers, const Mode_Wish& wish, const std:
 
 std::optional<WQZ_Camera_Fraction> Interval_Of_Rate(const std::string& rate)
 {
-    static const std::regex Form(R"((\d{1,4})(?:\.(\d{1,5}))?|(\d{1,9})/(\d{1,9}))");  // so few digits fit 32 bits
-    std::smatch part;
-    if (!std::regex_match(rate, part, Form)) {
-        return std::nullopt;
+    const size_t split = rate.find_first_of("./");
+    std::string frames = rate.substr(0, split);
+    std::string seconds = "1";
+    if (split != std::string::npos && rate[split] == '/') {
+        seconds = rate.substr(split + 1);
+    } else if (split != std::string::npos) {
+        frames += rate.substr(split + 1);
+        seconds.append(rate.size() - split - 1, '0');
     }
-    const std::string frames = part[1].str() + part[2].str() + part[3].str();
-    std::string seconds = part[4].str();
-    if (!part[3].matched) {
-        seconds.assign(1 + part[2].str().size(), '0');
-        seconds.front() = '1';
-    }
-    const auto numerator = static_cast<uint32_t>(std::stoul(seconds));
-    const auto denominator = static_cast<uint32_t>(std::stoul(frames));
+    const uint32_t numerator = Short_Number(seconds);
+    const uint32_t denominator = Short_Number(frames);
     if (numerator == 0 || denominator == 0) {
         return std::nullopt;
     }
