@@ -164,6 +164,35 @@ TEST_F(Controls, AFailedReadIsAnErrorAndNeverZero)
     EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), -ENODEV);
 }
 
+TEST_F(Controls, BitmasksHaveNoSign)
+{
+    constexpr int64_t Mask = 0x80002000;
+    Alter(
+        Node, VIDIOC_QUERY_EXT_CTRL,
+        [](void* argument) {
+            auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
+            if (query.id == V4L2_CID_BRIGHTNESS) {
+                query.type = V4L2_CTRL_TYPE_BITMASK;
+                query.minimum = 0;
+                query.maximum = Mask;
+            }
+        },
+        Always);
+    const auto answer_with_mask = [](void* argument) {
+        static_cast<v4l2_ext_controls*>(argument)->controls[0].value = static_cast<int32_t>(Mask);
+    };
+    std::string text;
+    Alter(Node, VIDIOC_G_EXT_CTRLS, answer_with_mask);
+    EXPECT_EQ(Value("brightness", &text), Mask);
+    EXPECT_EQ(text, std::to_string(Mask));
+    Alter(Node, VIDIOC_S_EXT_CTRLS, answer_with_mask);
+    auto setting = To_Text("brightness", "0x80002000");
+    EXPECT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0) << Explanation(camera);
+    EXPECT_EQ(setting.value, Mask);
+    EXPECT_EQ(Set(To_Number("brightness", -1)), -ERANGE);
+    EXPECT_EQ(Set(To_Number("contrast", Mask)), -ERANGE) << "a number with a sign would become negative";
+}
+
 TEST_F(Controls, WideAndTextValuesKeepTheirForm)
 {
     constexpr int64_t Wide = int64_t{1} << 40;
@@ -187,6 +216,8 @@ TEST_F(Controls, WideAndTextValuesKeepTheirForm)
     Fail(Node, VIDIOC_S_EXT_CTRLS, {0, 0});
     EXPECT_EQ(Set(To_Text("brightness", "default")), 0) << "any text is a string's: " << Explanation(camera);
     EXPECT_EQ(Set(To_Text("brightness", "twelve bytes")), -ERANGE);
+    EXPECT_NE(Explanation(camera).find("brightness takes texts of at most 11 bytes"), std::string::npos)
+        << Explanation(camera);
     EXPECT_EQ(Set(To_Number("brightness", 3)), -EINVAL);
     EXPECT_NE(Explanation(camera).find("`text`"), std::string::npos);
 }

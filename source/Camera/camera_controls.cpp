@@ -78,7 +78,7 @@ Failure Refusal(const std::string& key, const char* verb, int error)
         case EINVAL:
             return {error, start + "the camera does not take this value."};
         case ENODEV:
-            return {error, start + "the camera was unplugged."};
+            return {error, start + "the camera was unplugged. Plug it in again."};
         default:
             return {error, start + strerror(error) + "."};
     }
@@ -100,41 +100,64 @@ struct Exchange {
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
 
-    void Set_Text(const std::string& value)
-    {
-        if (value.size() >= text.size()) {
-            throw Failure(ERANGE, "The text is longer than the " + std::to_string(text.size() - 1) +
-                                      " bytes that the control takes.");
-        }
-        std::copy_n(value.c_str(), value.size() + 1, text.begin());
-    }
-
     v4l2_ext_control entry{};
     v4l2_ext_controls list{};
     std::vector<char> text;
 };
 
+void Put_Text(const WQZ_Camera_Control& control, const std::string& text, Exchange& exchange)
+{
+    if (text.size() >= exchange.text.size()) {
+        throw Failure(ERANGE, std::string(control.key) + " takes texts of at most " +
+                                  std::to_string(exchange.text.size() - 1) + " bytes; this one has " +
+                                  std::to_string(text.size()) + ".");
+    }
+    std::copy_n(text.c_str(), text.size() + 1, exchange.text.begin());
+}
+
+// Drivers pass the 32 bits of a bitmask in a field that is signed.
+void Put_Number(const WQZ_Camera_Control& control, int64_t number, v4l2_ext_control& entry)
+{
+    if (control.type == WQZ_CAMERA_CONTROL_INTEGER64) {
+        entry.value64 = number;
+        return;
+    }
+    const bool is_mask = control.type == WQZ_CAMERA_CONTROL_BITMASK;
+    const int64_t least = is_mask ? 0 : std::numeric_limits<int32_t>::min();
+    const int64_t greatest =
+        is_mask ? int64_t{std::numeric_limits<uint32_t>::max()} : std::numeric_limits<int32_t>::max();
+    if (number < least || number > greatest) {
+        throw Refusal(control.key, "set", ERANGE);
+    }
+    entry.value = static_cast<int32_t>(number);
+}
+
+int64_t Number_In(const WQZ_Camera_Control& control, const v4l2_ext_control& entry)
+{
+    switch (control.type) {
+        case WQZ_CAMERA_CONTROL_INTEGER64:
+            return entry.value64;
+        case WQZ_CAMERA_CONTROL_BITMASK:
+            return static_cast<uint32_t>(entry.value);
+        default:
+            return entry.value;
+    }
+}
+
 void Write_Value(const Device_File& device, const WQZ_Camera_Control& control, Set_Value& value)
 {
     Exchange exchange(control);
     if (control.type == WQZ_CAMERA_CONTROL_STRING) {
-        exchange.Set_Text(value.text);
-    } else if (control.type == WQZ_CAMERA_CONTROL_INTEGER64) {
-        exchange.entry.value64 = value.value;
+        Put_Text(control, value.text, exchange);
     } else {
-        const bool fits =
-            value.value >= std::numeric_limits<int32_t>::min() && value.value <= std::numeric_limits<uint32_t>::max();
-        if (!fits) {
-            throw Refusal(control.key, "set", ERANGE);
-        }
-        exchange.entry.value = static_cast<int32_t>(value.value);
+        Put_Number(control, value.value, exchange.entry);
     }
     const int result = device.Request(VIDIOC_S_EXT_CTRLS, &exchange.list);
     if (result != 0) {
         throw Refusal(control.key, "set", -result);
     }
     if (control.type != WQZ_CAMERA_CONTROL_STRING) {
-        value.value = control.type == WQZ_CAMERA_CONTROL_INTEGER64 ? exchange.entry.value64 : exchange.entry.value;
+        value.value = Number_In(control, exchange.entry);
     }
 }
 
@@ -149,7 +172,7 @@ void Read_Value(const Device_File& device, const WQZ_Camera_Control& control, ui
     if (control.type == WQZ_CAMERA_CONTROL_STRING) {
         value.text = exchange.text.data();
     } else {
-        value.value = control.type == WQZ_CAMERA_CONTROL_INTEGER64 ? exchange.entry.value64 : exchange.entry.value;
+        value.value = Number_In(control, exchange.entry);
     }
 }
 
