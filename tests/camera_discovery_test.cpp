@@ -274,27 +274,77 @@ TEST_F(Cameras, AMonitorReportsCamerasThatComeAndGo)
     EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
 }
 
-// Any file that another process has open stands for a busy camera's node.
-TEST(Holders, TheProcessThatHasANodeOpenIsNamed)
+TEST_F(Cameras, AMonitorReportsAReplugThatFellBetweenTwoLooks)
 {
-    char path[] = "/tmp/wqz-holder-XXXXXX";
-    const int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    EXPECT_EQ(wqz_camera::Holders_Of(path), "") << "the one descriptor that asks does not count";
-    const int second = open(path, O_RDONLY | O_CLOEXEC);
-    EXPECT_NE(wqz_camera::Holders_Of(path).find("process " + std::to_string(getpid())), std::string::npos);
-    (void)close(second);
-    const pid_t child = fork();
-    if (child == 0) {
-        (void)pause();
-        _exit(0);
+    Camera_Description usb = At(0, "/dev/video0", "AAA");
+    Plug_In({usb, Platform_Camera("/dev/video10")});
+    WQZ_Camera_Monitor* monitor = nullptr;
+    ASSERT_EQ(WQZ_Camera_Monitor_Open(&monitor), 0) << Explanation(nullptr);
+    Unplug("/dev/video0");
+    usb.usb->device += 1;
+    Plug_In({usb});
+    Unplug("/dev/video10");
+    Plug_In({Platform_Camera("/dev/video10")});
+    std::string seen;
+    auto event = Sized<WQZ_Camera_Event>();
+    while (WQZ_Camera_Monitor_Read(monitor, &event, 1500) == 0) {
+        seen += event.kind == WQZ_CAMERA_EVENT_PLUGGED ? "+" : "-";
+        seen += std::string(event.info.node) + " ";
     }
-    const std::string holders = wqz_camera::Holders_Of(path);
-    EXPECT_NE(holders.find("process " + std::to_string(child)), std::string::npos) << holders;
-    (void)kill(child, SIGKILL);
-    (void)waitpid(child, nullptr, 0);
-    (void)close(file);
-    (void)unlink(path);
+    EXPECT_EQ(seen, "-/dev/video0 -/dev/video10 +/dev/video0 +/dev/video10 ");
+    EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
+}
+
+// Any file that another process has open stands for a busy camera's node.
+class Holders : public testing::Test {
+protected:
+    Holders() : file(mkstemp(path)) { EXPECT_GE(file, 0); }
+    ~Holders() override
+    {
+        for (const pid_t child : children) {
+            (void)kill(child, SIGKILL);
+            (void)waitpid(child, nullptr, 0);
+        }
+        (void)close(file);
+        (void)unlink(path);
+    }
+
+    // A process that has the file open; returns its name in a sentence.
+    std::string Fork_Holder()
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            (void)pause();
+            _exit(0);
+        }
+        children.push_back(child);
+        return "(process " + std::to_string(child) + ")";
+    }
+
+    std::string Sentence() const { return wqz_camera::Open_Failure(path, EBUSY).what(); }
+
+    char path[32] = "/tmp/wqz-holder-XXXXXX";
+    int file;
+    std::vector<pid_t> children;
+};
+
+TEST_F(Holders, AreNamedByTheSentenceForABusyCamera)
+{
+    EXPECT_TRUE(wqz_camera::Holders_Of(path).empty()) << "the one descriptor that asks does not count";
+    EXPECT_NE(Sentence().find("fuser"), std::string::npos) << Sentence();
+    const std::string first = Fork_Holder();
+    EXPECT_NE(Sentence().find(first + " has it open"), std::string::npos) << Sentence();
+    const std::string second = Fork_Holder();
+    EXPECT_NE(Sentence().find(first), std::string::npos) << Sentence();
+    EXPECT_NE(Sentence().find(second), std::string::npos) << Sentence();
+    EXPECT_NE(Sentence().find(" have it open"), std::string::npos) << Sentence();
+}
+
+TEST_F(Holders, ThisProcessCountsWhenItHasTheNodeOpenTwice)
+{
+    const int again = open(path, O_RDONLY | O_CLOEXEC);
+    EXPECT_NE(Sentence().find("(process " + std::to_string(getpid()) + ") has it open"), std::string::npos);
+    (void)close(again);
 }
 
 }  // namespace

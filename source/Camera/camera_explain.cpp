@@ -50,11 +50,15 @@ std::string System_Text(int error)
 
 std::string Busy_Sentence(const std::string& node)
 {
-    const std::string holders = Holders_Of(node);
+    const std::vector<std::string> holders = Holders_Of(node);
     if (holders.empty()) {
         return node + " is busy: another capture uses the camera. `sudo fuser -v " + node + "` names its process.";
     }
-    return node + " is busy: " + holders + " has it open. End the capture there.";
+    std::string names;
+    for (const std::string& holder : holders) {
+        names += (names.empty() ? "" : ", ") + holder;
+    }
+    return node + " is busy: " + names + (holders.size() == 1 ? " has" : " have") + " it open. End the capture there.";
 }
 
 }  // namespace
@@ -78,9 +82,9 @@ std::string Last_Failure::Text() const
     return fixed == nullptr ? text : fixed;
 }
 
-std::string Holders_Of(const std::string& node)
+std::vector<std::string> Holders_Of(const std::string& node)
 {
-    std::string holders;
+    std::vector<std::string> holders;
     const Folder folder(opendir("/proc"));
     const std::string self = std::to_string(getpid());
     while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
@@ -90,7 +94,7 @@ std::string Holders_Of(const std::string& node)
         }
         const int own_descriptor = process == self ? 1 : 0;
         if (Times_Open(process, node) > own_descriptor) {
-            holders += (holders.empty() ? "" : ", ") + Process_Name(process) + " (process " + process + ")";
+            holders.push_back(Process_Name(process) + " (process " + process + ")");
         }
     }
     return holders;
@@ -127,7 +131,7 @@ Failure Step_Failure(const std::string& node, const char* step, int error)
             return {error, Busy_Sentence(node)};
         case ENODEV:
         case ENXIO:
-            return {error, what + "it was unplugged. Plug it in again; WQZ_Camera_Recover waits for it."};
+            return {error, what + "it was unplugged. Plug it in again."};
         case ENOMEM:
             return {error, what + "the memory for its buffers is missing. Ask for fewer buffers or a smaller mode."};
         case EIO:
@@ -156,18 +160,19 @@ const char* Read_Sentence(int error)
 {
     switch (error) {
         case ETIMEDOUT:
-            return "No frame came in the time given. If that goes on, the camera is silent: check its cable, or start "
-                   "it again.";
+            return "No frame came in the time given. If that goes on, the camera is silent: check its cable, or plug "
+                   "it in again.";
         case ECANCELED:
-            return "The wait was ended by Cancel, Stop or Close.";
+            return "The wait was cancelled, or the capture was stopped meanwhile.";
         case ENODEV:
-            return "The camera was unplugged. Plug it in again; WQZ_Camera_Recover waits for it.";
+            return "The camera was unplugged. Plug it in again.";
         case ENOBUFS:
             return "Only one buffer is left to the driver: release a held frame, or start with more buffers.";
         case EINVAL:
-            return "No capture is running: call WQZ_Camera_Start first.";
+            return "No capture is running: start one first.";
         case EIO:
-            return "The camera or its driver failed to deliver a frame. Start the capture again.";
+            return "The camera or its driver failed to deliver a frame. Start the capture again, or plug the camera in "
+                   "again.";
         default:
             return "The driver refused to hand out a frame. Start the capture again.";
     }

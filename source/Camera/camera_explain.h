@@ -40,8 +40,8 @@ Failure Bandwidth_Failure(const WQZ_Camera_Mode& mode, const std::vector<WQZ_Cam
 const char* Read_Sentence(int error);
 
 /// @return the processes that have the node open: "ffmpeg (process 4711)"; this one only when it has it open more than
-///         once; empty when none can be seen
-std::string Holders_Of(const std::string& node);
+///         once; none when none can be seen
+std::vector<std::string> Holders_Of(const std::string& node);
 
 }  // namespace wqz_camera
 

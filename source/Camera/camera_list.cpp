@@ -1,6 +1,8 @@
 #include "Camera/camera_list.h"
 
+#include <fcntl.h>
 #include <libudev.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -65,10 +67,26 @@ void Describe_Usb(Camera_Record& record, udev_device* usb)
     Store_Text(record.info.serial, Attribute(usb, "serial"));
 }
 
+// The bus numbers devices as they are plugged in, and each arrival makes a new node. Its time of change would not do:
+// a login changes who may open it.
+std::string Arrival(const char* node, udev_device* usb)
+{
+    struct statx made {};
+    (void)statx(AT_FDCWD, node, 0, STATX_INO | STATX_BTIME, &made);
+    std::string text = usb == nullptr ? "" : Attribute(usb, "devnum");
+    for (const uint64_t part :
+         {uint64_t{made.stx_ino}, static_cast<uint64_t>(made.stx_btime.tv_sec), uint64_t{made.stx_btime.tv_nsec}}) {
+        text.append(".").append(std::to_string(part));
+    }
+    return text;
+}
+
 // Parents are borrowed from `device`.
 void Describe_Place(Camera_Record& record, udev_device* device)
 {
-    if (udev_device* usb = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device")) {
+    udev_device* usb = udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device");
+    record.arrival = Arrival(record.info.node, usb);
+    if (usb != nullptr) {
         Describe_Usb(record, usb);
     } else {
         udev_device* parent = udev_device_get_parent(device);

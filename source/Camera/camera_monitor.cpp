@@ -44,7 +44,7 @@ bool Holds(const std::vector<Camera_Record>& list, const Camera_Record& wanted)
 {
     return std::any_of(list.begin(), list.end(), [&](const Camera_Record& record) {
         return record.device == wanted.device && std::string(record.info.node) == wanted.info.node &&
-               std::string(record.info.serial) == wanted.info.serial;
+               std::string(record.info.serial) == wanted.info.serial && record.arrival == wanted.arrival;
     });
 }
 
