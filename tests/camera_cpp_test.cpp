@@ -125,7 +125,31 @@ TEST(Rates, AreFractionsOfWhateverNumber)
     EXPECT_DOUBLE_EQ(seconds(0.1), 10);
     EXPECT_DOUBLE_EQ(seconds(WQZ_Camera_Fraction{1001, 30000}), 1001.0 / 30000);
     EXPECT_EQ(wqz::Rate(0).Interval().denominator, 0U);
+}
+
+TEST(Formats, AreNamedAsModesNameThem)
+{
+    EXPECT_EQ(wqz::Fourcc("MJPG").Code(), WQZ_CAMERA_FOURCC('M', 'J', 'P', 'G'));
     EXPECT_EQ(wqz::Fourcc("Y16").Code(), WQZ_CAMERA_FOURCC('Y', '1', '6', ' '));
+    EXPECT_EQ(wqz::Fourcc("Y16-BE").Code(), WQZ_CAMERA_FOURCC('Y', '1', '6', ' ') | 1U << 31);
+}
+
+TEST_F(Cpp, WaitsTakeAnyUnitOfTime)
+{
+    wqz::Camera camera(Node);
+    Hold_Frames(Node);
+    camera.Start({"YUYV", 320, 240});
+    EXPECT_FALSE(camera.Read(-1'000'000ns)) << "over already, and not without limit";
+    std::thread cancel([&] {
+        std::this_thread::sleep_for(50ms);
+        camera.Cancel();
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(camera.Read(wqz::Forever));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
+    cancel.join();
+    camera.Cancel();
+    EXPECT_FALSE(camera.Read(std::chrono::hours::max()));
 }
 
 }  // namespace

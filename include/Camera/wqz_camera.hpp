@@ -88,11 +88,22 @@ std::vector<Record> List(Fill fill)
     return records;
 }
 
-/// Milliseconds, rounded up, within what a wait takes.
+}  // namespace detail
+
+/// A wait without limit.
+constexpr std::chrono::milliseconds Forever = std::chrono::milliseconds::max();
+
+namespace detail {
+
+/// Milliseconds, rounded up, within what a wait takes; -1 for Forever. (Doubles, because Forever in finer units does
+/// not fit an integer.)
 template <typename Rep, typename Period>
 int32_t Milliseconds(std::chrono::duration<Rep, Period> time)
 {
     using Wide = std::chrono::duration<double, std::milli>;
+    if (Wide(time) >= Wide(Forever)) {
+        return -1;
+    }
     const double milliseconds = std::ceil(Wide(time).count());
     constexpr double Longest = std::numeric_limits<int32_t>::max();
     return milliseconds <= 0 ? 0 : static_cast<int32_t>(milliseconds < Longest ? milliseconds : Longest);
@@ -100,10 +111,7 @@ int32_t Milliseconds(std::chrono::duration<Rep, Period> time)
 
 }  // namespace detail
 
-/// A wait without limit.
-constexpr std::chrono::milliseconds Forever = std::chrono::milliseconds::max();
-
-/// The code of a pixel format, from its four letters: "MJPG"; "Y16" stands for "Y16 ".
+/// The code of a pixel format, from its text: "MJPG"; "Y16" stands for "Y16 ", "Y16-BE" for its big-endian twin.
 class Fourcc {
 public:
     constexpr Fourcc(uint32_t fourcc = 0) : code(fourcc) {}
@@ -111,6 +119,11 @@ public:
     Fourcc(const std::string& text) : Fourcc(std::string_view(text)) {}
     constexpr Fourcc(std::string_view text) : code(0)
     {
+        constexpr std::string_view Big_Endian = "-BE";
+        if (text.size() > Big_Endian.size() && text.substr(text.size() - Big_Endian.size()) == Big_Endian) {
+            text.remove_suffix(Big_Endian.size());
+            code = 1U << 31;
+        }
         for (std::size_t i = 0; i < 4; ++i) {
             code |= static_cast<uint32_t>(static_cast<unsigned char>(i < text.size() ? text[i] : ' ')) << (8 * i);
         }
@@ -379,13 +392,13 @@ public:
     template <typename Rep, typename Period>
     Frame Read(std::chrono::duration<Rep, Period> timeout)
     {
-        return Take(Limit(timeout), 0);
+        return Take(detail::Milliseconds(timeout), 0);
     }
     /// @return the newest of the frames that are ready
     template <typename Rep, typename Period>
     Frame Read_Newest(std::chrono::duration<Rep, Period> timeout)
     {
-        return Take(Limit(timeout), WQZ_CAMERA_READ_NEWEST);
+        return Take(detail::Milliseconds(timeout), WQZ_CAMERA_READ_NEWEST);
     }
 
     WQZ_Camera_Counts Counters() const
@@ -408,7 +421,7 @@ public:
     template <typename Rep, typename Period>
     bool Recover(std::chrono::duration<Rep, Period> timeout)
     {
-        const int32_t result = WQZ_Camera_Recover(handle, Limit(timeout));
+        const int32_t result = WQZ_Camera_Recover(handle, detail::Milliseconds(timeout));
         return result == -ETIMEDOUT || result == -ECANCELED ? false : Check(result) == 0;
     }
 
@@ -422,12 +435,6 @@ public:
 
 private:
     int32_t Check(int32_t result) const { return detail::Check(result, handle); }
-
-    template <typename Rep, typename Period>
-    static int32_t Limit(std::chrono::duration<Rep, Period> timeout)
-    {
-        return timeout == Forever ? -1 : detail::Milliseconds(timeout);
-    }
 
     Frame Take(int32_t timeout_ms, uint32_t flags)
     {
@@ -480,8 +487,7 @@ public:
     std::optional<WQZ_Camera_Event> Read(std::chrono::duration<Rep, Period> timeout)
     {
         auto event = detail::Sized<WQZ_Camera_Event>();
-        const int32_t result =
-            WQZ_Camera_Monitor_Read(handle, &event, timeout == Forever ? -1 : detail::Milliseconds(timeout));
+        const int32_t result = WQZ_Camera_Monitor_Read(handle, &event, detail::Milliseconds(timeout));
         if (result == -ETIMEDOUT) {
             return std::nullopt;
         }
