@@ -20,7 +20,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Offers = std::vector<WQZ_Camera_Offer>;
 
-constexpr double Rate_Tolerance = 0.001;  // as WQZ_Camera_Start has it
+constexpr double Rate_Tolerance = 0.001 + 1e-9;  // as WQZ_Camera_Start has it, with room for rounding
 
 std::string Size_Text(uint32_t width, uint32_t height)
 {

@@ -82,7 +82,7 @@ typedef struct WQZ_Camera_Offer {
     uint32_t fourcc;
     uint32_t flags;        ///< WQZ_CAMERA_OFFER_...
     uint32_t reserved;     ///< 0
-    char format[8];        ///< the FourCC as text: "MJPG"
+    char format[8];        ///< the FourCC as text: "MJPG"; "Y16-BE" when it is big-endian (bit 31)
     char description[32];  ///< the driver's words for the format
     uint32_t width_min, width_max, width_step;
     uint32_t height_min, height_max, height_step;
@@ -207,7 +207,7 @@ typedef struct WQZ_Camera_Setting {
     uint32_t size;
     uint32_t id;           ///< V4L2_CID_..., or 0 to find the control by its name
     const char* name;      ///< name or key as in WQZ_Camera_Control; neither case nor punctuation counts
-    int64_t value;         ///< the number, 0 or 1 of a boolean, the index of a menu item
+    int64_t value;         ///< the number, 0 or 1 of a boolean, the index of a menu item, the bits of a bitmask
     const char* text;      ///< for Set_Controls: what to set instead of `value` when not null: a number (decimal, or
                            ///< hexadecimal with 0x), the name of a menu item, on or off, the text of a string control,
                            ///< "default" for all but strings

@@ -9,8 +9,9 @@ namespace wqz_camera {
 
 namespace {
 
+constexpr uint32_t Big_Endian = 1U << 31;  // in a FourCC
 constexpr double Interval_Tolerance = 0.001;
-constexpr double Rounding = 1e-9;  // room for doubles where fractions are compared with the bounds of a range
+constexpr double Rounding = 1e-9;  // room for doubles where fractions are compared
 constexpr size_t Named_Modes = 4;  // more in a message would not be read
 constexpr double Uncompressed_Bytes_Per_Pixel = 2;
 constexpr double Compressed_Bytes_Per_Pixel = 0.5;  // a generous Motion-JPEG
@@ -41,16 +42,31 @@ bool Is_Range(const WQZ_Camera_Offer& offer)
     return Seconds(offer.interval_min) != Seconds(offer.interval_max);
 }
 
-bool In_Interval_Range(const WQZ_Camera_Offer& offer, const WQZ_Camera_Fraction& interval)
+bool Same_Seconds(double one, double other)
 {
-    const double wanted = Seconds(interval);
+    return std::abs(one - other) <= std::max(one, other) * Interval_Tolerance * (1 + Rounding);
+}
+
+// The nearest interval of a range, on its grid.
+double Nearest_Seconds(const WQZ_Camera_Offer& offer, double wanted)
+{
     const double least = Seconds(offer.interval_min);
-    if (wanted < least * (1 - Rounding) || wanted > Seconds(offer.interval_max) * (1 + Rounding)) {
-        return false;
-    }
+    const double greatest = Seconds(offer.interval_max);
     const double step = Seconds(offer.interval_step);
-    const double nearest = step == 0 ? wanted : least + std::round((wanted - least) / step) * step;
-    return std::abs(nearest - wanted) <= wanted * Interval_Tolerance;
+    const double inside = std::clamp(wanted, least, std::max(least, greatest));
+    if (step == 0) {
+        return inside;
+    }
+    const double last = std::floor((greatest - least) / step + Rounding);
+    return least + std::min(std::round((inside - least) / step), last) * step;
+}
+
+// For texts: exact to the nanosecond, or of long intervals to the microsecond.
+WQZ_Camera_Fraction Fraction_Of(double seconds)
+{
+    const double parts = seconds < 4 ? 1e9 : 1e6;
+    return {static_cast<uint32_t>(std::min<double>(std::round(seconds * parts), UINT32_MAX)),
+            static_cast<uint32_t>(parts)};
 }
 
 uint32_t Nearest_In_Range(uint32_t value, uint32_t least, uint32_t greatest, uint32_t step)
@@ -68,10 +84,7 @@ WQZ_Camera_Mode Nearest_Mode(const WQZ_Camera_Offer& offer, const WQZ_Camera_Mod
     mode.height = Nearest_In_Range(wish.height, offer.height_min, offer.height_max, offer.height_step);
     mode.interval = offer.interval_min;
     if (Is_Range(offer) && Is_Known(wish.interval)) {
-        const double wanted = Seconds(wish.interval);
-        mode.interval = wanted <= Seconds(offer.interval_min)   ? offer.interval_min
-                        : wanted >= Seconds(offer.interval_max) ? offer.interval_max
-                                                                : wish.interval;
+        mode.interval = Fraction_Of(Nearest_Seconds(offer, Seconds(wish.interval)));
     }
     return mode;
 }
@@ -93,14 +106,19 @@ struct Rated_Mode {
     double rating;
 };
 
-// Names the modes with the lowest ratings.
+// Names the modes with the lowest ratings, each once.
 std::string Best_Rated(std::vector<Rated_Mode> modes)
 {
     std::stable_sort(modes.begin(), modes.end(),
                      [](const Rated_Mode& one, const Rated_Mode& other) { return one.rating < other.rating; });
+    std::vector<std::string> names;
     std::string text;
-    for (size_t i = 0; i < std::min(modes.size(), Named_Modes); ++i) {
-        text += (i == 0 ? "" : ", ") + Mode_Text(modes[i].mode);
+    for (size_t i = 0; i < modes.size() && names.size() < Named_Modes; ++i) {
+        const std::string name = Mode_Text(modes[i].mode);
+        if (std::find(names.begin(), names.end(), name) == names.end()) {
+            text += (names.empty() ? "" : ", ") + name;
+            names.push_back(name);
+        }
     }
     return text;
 }
@@ -125,11 +143,11 @@ std::string Fourcc_Text(uint32_t fourcc)
 {
     std::string text;
     for (unsigned shift = 0; shift < 32; shift += 8) {
-        const char letter = static_cast<char>(fourcc >> shift & 0x7F);
-        text += letter < ' ' || letter > '~' ? '?' : letter;
+        const uint32_t letter = (fourcc & ~Big_Endian) >> shift & 0xFF;
+        text += letter < ' ' || letter > '~' ? '?' : static_cast<char>(letter);
     }
     text.erase(text.find_last_not_of(' ') + 1);
-    return text;
+    return (fourcc & Big_Endian) != 0 ? text + "-BE" : text;
 }
 
 bool Is_Known(const WQZ_Camera_Fraction& interval)
@@ -150,12 +168,15 @@ std::string Mode_Text(const WQZ_Camera_Mode& mode)
 
 bool Same_Interval(const WQZ_Camera_Fraction& one, const WQZ_Camera_Fraction& other)
 {
-    return std::abs(Seconds(one) - Seconds(other)) <= Seconds(other) * Interval_Tolerance;
+    return Same_Seconds(Seconds(one), Seconds(other));
 }
 
 std::optional<WQZ_Camera_Fraction> Offered_Interval(const std::vector<WQZ_Camera_Offer>& offers,
                                                     const WQZ_Camera_Request& request)
 {
+    const double wanted = Seconds(request.interval);
+    std::optional<WQZ_Camera_Fraction> found;
+    double difference = 0;
     for (const WQZ_Camera_Offer& offer : offers) {
         if (!Offers_Size(offer, request)) {
             continue;
@@ -163,15 +184,13 @@ std::optional<WQZ_Camera_Fraction> Offered_Interval(const std::vector<WQZ_Camera
         if (!Is_Known(request.interval) || !Is_Known(offer.interval_min)) {
             return request.interval;
         }
-        if (Is_Range(offer)) {
-            if (In_Interval_Range(offer, request.interval)) {
-                return request.interval;
-            }
-        } else if (Same_Interval(offer.interval_min, request.interval)) {
-            return offer.interval_min;
+        const double offered = Is_Range(offer) ? Nearest_Seconds(offer, wanted) : Seconds(offer.interval_min);
+        if (Same_Seconds(offered, wanted) && (!found || std::abs(offered - wanted) < difference)) {
+            found = Is_Range(offer) ? request.interval : offer.interval_min;
+            difference = std::abs(offered - wanted);
         }
     }
-    return std::nullopt;
+    return found;
 }
 
 std::string Nearest_Modes(const WQZ_Camera_Mode& wish, const std::vector<WQZ_Camera_Offer>& offers)
@@ -179,7 +198,9 @@ std::string Nearest_Modes(const WQZ_Camera_Mode& wish, const std::vector<WQZ_Cam
     std::vector<Rated_Mode> modes;
     for (const WQZ_Camera_Offer& offer : offers) {
         const WQZ_Camera_Mode mode = Nearest_Mode(offer, wish);
-        modes.push_back({mode, Distance(mode, wish)});
+        if (Mode_Text(mode) != Mode_Text(wish)) {
+            modes.push_back({mode, Distance(mode, wish)});
+        }
     }
     return Best_Rated(std::move(modes));
 }

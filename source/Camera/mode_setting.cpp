@@ -32,6 +32,14 @@ Failure Not_Offered(int error, const WQZ_Camera_Request& request, const std::vec
                        (nearest.empty() ? "." : ". The nearest modes are " + nearest + ".")};
 }
 
+Failure Refused_Although_Offered(const WQZ_Camera_Request& request, const std::vector<WQZ_Camera_Offer>& offers)
+{
+    const std::string nearest = Nearest_Modes(Wish(request), offers);
+    return {EINVAL, "The driver refused " + Mode_Text(Wish(request)) +
+                        ", although the camera offers it. Plug the camera in again" +
+                        (nearest.empty() ? "." : ", or choose another mode: " + nearest + ".")};
+}
+
 Failure Not_Confirmed(const WQZ_Camera_Request& request, const WQZ_Camera_Mode& mode)
 {
     return {ENOTSUP, "The camera was asked for " + Mode_Text(Wish(request)) + ", which it offers, but its driver set " +
@@ -47,7 +55,9 @@ void Set_Format(const Device_File& device, const WQZ_Camera_Request& request, WQ
     format.fmt.pix.height = request.height;
     const int result = device.Request(VIDIOC_S_FMT, &format);
     if (result == -EINVAL) {
-        throw Not_Offered(EINVAL, request, List_Offers(device));
+        const std::vector<WQZ_Camera_Offer> offers = List_Offers(device);
+        throw Offered_Interval(offers, request) ? Refused_Although_Offered(request, offers)
+                                                : Not_Offered(EINVAL, request, offers);
     }
     if (result != 0) {
         throw Step_Failure(device.Node(), "set the format", -result);
