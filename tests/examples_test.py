@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the example programs on virtual cameras.
 
-usage: examples_test.py LAUNCHER EXAMPLE_CAPTURE EXAMPLE_LIST SESSION_DEMO [unittest arguments]
+usage: examples_test.py LAUNCHER CAMERA CAMERA_C EVENT_LOOP CAPTURE LIST_CAMERAS SESSION_DEMO [unittest arguments]
 """
 
 import os
@@ -12,7 +12,7 @@ import sys
 import tempfile
 import unittest
 
-LAUNCHER = EXAMPLE_CAPTURE = EXAMPLE_LIST = SESSION_DEMO = ""
+LAUNCHER = CAMERA = CAMERA_C = EVENT_LOOP = CAPTURE = LIST_CAMERAS = SESSION_DEMO = ""
 TIME_LIMIT = 60  # seconds for one run of an example, also under a sanitizer
 
 THREE = """
@@ -44,23 +44,50 @@ class Examples(unittest.TestCase):
         self.assertEqual(result.stderr, b"")
         return result.stdout
 
-    def test_capture_saves_ten_whole_pictures(self):
-        self.run_example(EXAMPLE_CAPTURE, "camera\nusb none\n")
+    def assert_ten_whole_pictures(self):
         pictures = sorted(name for name in os.listdir(self.folder) if name.endswith(".jpg"))
         self.assertEqual(pictures, ["picture-%d.jpg" % i for i in range(10)])
         for name in pictures:
             self.assertEqual(self.converted(name, "-format", "%wx%h", "info:-"), b"640x480")
+            os.remove(os.path.join(self.folder, name))
+
+    def test_camera_saves_ten_whole_pictures_of_the_named_camera(self):
+        for program in (CAMERA, CAMERA_C):
+            with self.subTest(program):
+                self.run_example(program, "camera\n")
+                self.assert_ten_whole_pictures()
+                self.run_example(program, "camera Small\nformat MJPG\n  size 320x240 30\ncamera Large\n", "1")
+                self.assert_ten_whole_pictures()
+
+    def test_camera_ends_with_the_reason(self):
+        for program in (CAMERA, CAMERA_C):
+            for description, message in ((THREE, "There are several cameras"),
+                                         ("camera\n  refuse open EACCES\n", "group video"),
+                                         ("camera\nformat YUYV\n  size 640x480 30\n", "does not offer MJPG 640x480"),
+                                         ("camera\n  refuse STREAMON ENOSPC\n", "USB bus has no room"),
+                                         ("camera\n  unplug-after 5\n", "was unplugged"),
+                                         ("camera\n  pause-after 0 9s\n", "No frame came")):
+                with self.subTest((program, description)):
+                    self.assertIn(message, self.run_example(program, description, status=1).stderr)
+
+    def test_event_loop_goes_on_with_the_camera_that_comes_back(self):
+        listing = self.run_example(EVENT_LOOP, "camera\n  unplug-after 20\n  replug-after 1s\n").stdout
+        self.assertRegex(listing, r"^unplugged\nback\n60 frames, \d+ lost\n$")
+
+    def test_capture_saves_ten_whole_pictures(self):
+        self.run_example(CAPTURE, "camera\nusb none\n")
+        self.assert_ten_whole_pictures()
 
     def test_capture_ends_with_a_reason(self):
         for more, message in (("format MJPG\n  size 320x240 30\n", "does not deliver Motion-JPEG at 640x480"),
                               ("format YUYV\n  size 640x480 30\n", "does not deliver Motion-JPEG at 640x480"),
                               ("refuse STREAMON ENOSPC\n", "no frame for five seconds")):
             with self.subTest(more):
-                self.assertIn(message, self.run_example(EXAMPLE_CAPTURE, "camera\n" + more, status=1).stderr)
+                self.assertIn(message, self.run_example(CAPTURE, "camera\n" + more, status=1).stderr)
                 self.assertNotIn("picture-0.jpg", os.listdir(self.folder))
 
     def test_list_shows_cameras_and_modes(self):
-        listing = self.run_example(EXAMPLE_LIST, THREE).stdout
+        listing = self.run_example(LIST_CAMERAS, THREE).stdout
         listing = re.sub(r"\*\*\d+\n", "", listing)  # the library counts the formats it finds
         self.assertRegex(listing, r"^3 cameras\n/dev/video0: First Twin, 1d6b:0102\n    MJPG 1920x1080, 30 frames")
         self.assertRegex(listing, r"(?s)On Chip, 0000:0000\n    MJPG ")
@@ -85,5 +112,5 @@ class Examples(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    LAUNCHER, EXAMPLE_CAPTURE, EXAMPLE_LIST, SESSION_DEMO = [os.path.abspath(path) for path in sys.argv[1:5]]
-    unittest.main(argv=sys.argv[:1] + sys.argv[5:], verbosity=2)
+    LAUNCHER, CAMERA, CAMERA_C, EVENT_LOOP, CAPTURE, LIST_CAMERAS, SESSION_DEMO = map(os.path.abspath, sys.argv[1:8])
+    unittest.main(argv=sys.argv[:1] + sys.argv[8:], verbosity=2)

@@ -1,7 +1,7 @@
-# Fails unless the README holds the example to the letter.
-file(READ ${README} readme)
+# Fails unless DOCUMENT quotes EXAMPLE to the letter.
+file(READ ${DOCUMENT} text)
 file(READ ${EXAMPLE} example)
-string(FIND "${readme}" "```cpp\n${example}```" position)
+string(FIND "${text}" "```cpp\n${example}```" position)
 if(position EQUAL -1)
-  message(FATAL_ERROR "${README} shows another program than ${EXAMPLE}")
+  message(FATAL_ERROR "${DOCUMENT} shows another program than ${EXAMPLE}")
 endif()
