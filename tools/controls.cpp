@@ -225,7 +225,8 @@ std::vector<Step> Parse_Steps(const std::vector<Control>& controls, const std::v
             continue;
         }
         const size_t equals = word.find('=');
-        const Control& control = Control_Named(controls, word.substr(0, equals));
+        const std::string name = word.substr(0, equals);
+        const Control& control = Control_Named(controls, name);
         if (!Is_Setting(word)) {
             steps.push_back({Action::Print, &control});
             continue;

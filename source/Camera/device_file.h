@@ -4,6 +4,7 @@
 
 #include <linux/videodev2.h>
 
+#include <cstdint>
 #include <string>
 
 namespace wqz_camera {

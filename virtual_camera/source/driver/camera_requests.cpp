@@ -168,7 +168,9 @@ int Camera::Metadata_Format(Call& call)
     if (format.type != V4L2_BUF_TYPE_META_CAPTURE) {
         return -EINVAL;
     }
-    format.fmt.meta = v4l2_meta_format{V4L2_META_FMT_UVC, Metadata_Bytes};
+    format.fmt.meta = {};
+    format.fmt.meta.dataformat = V4L2_META_FMT_UVC;
+    format.fmt.meta.buffersize = Metadata_Bytes;
     return call.request == VIDIOC_S_FMT && metadata.Has_Buffers() ? -EBUSY : 0;
 }
 
