@@ -1,4 +1,4 @@
-// The session's reader and capture loop on the virtual camera.
+// The session's capture loop on the virtual camera.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "Stream/YUV/yuv_stream.h"
-#include "support/camera_fixture.h"
+#include "support/session_fixture.h"
 #include "support/waiting.h"
 #include "support/watched_device.h"
 #include "USBCam/USBCam.h"
@@ -17,133 +17,10 @@ namespace {
 using namespace virtual_camera;
 using Clock = std::chrono::steady_clock;
 
-constexpr Pix_Format Mjpeg{0, 320, 240, 30};
-constexpr Pix_Format Yuyv{1, 320, 240, 30};
 const std::string Quitting =
     "QUIT SELECT EVENT!\r\nQUIT SELECT EVENT! Video_Stream_Stop_Stream\r\nQUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n";
 
-class Stream : public Camera_Fixture {
-protected:
-    Stream() : record(Camera_Record()), session(&record)
-    {
-        EXPECT_EQ(session.Video_DEAL_WITH_INIT(17), 0);
-        EXPECT_EQ(session.iFd, 17);
-        Hold_Frames(Node);
-        Clear_Log();
-    }
-    ~Stream() override
-    {
-        Stop();
-        session.Video_Exe_End();
-        session.CLEAR_FRAME_BUFF();
-    }
-
-    // Runs the loop on a thread of its own.
-    void Capture(const Pix_Format& mode)
-    {
-        loop = std::thread([this, mode] {
-            Pix_Format request = mode;
-            result = session.Video_DEAL_WITH(&request);
-        });
-    }
-
-    void Stop()
-    {
-        if (loop.joinable()) {
-            session.EVENT_LoopMode(0);
-            loop.join();
-        }
-    }
-
-    // Runs the loop here until its budget is spent.
-    int32_t Capture_Counted(Pix_Format mode, int32_t budget)
-    {
-        session.EVENT_LoopMode(budget);
-        return session.Video_DEAL_WITH(&mode);
-    }
-
-    v4l2_dev_sys_data_t record;
-    USBCam session;
-    std::thread loop;
-    int32_t result = 99;
-};
-
-// The reader ----------------------------------------------------------------------------------------------------------
-
-class Reader : public Stream {
-protected:
-    Reader()
-    {
-        session.Video_Stream_Set_Format(V4L2_PIX_FMT_YUYV, 320, 240);
-        session.Video_Stream_Set_Frame_Buff(4);
-        session.Video_Stream_Start_Stream();
-        Deliver_Frames(Node, 100);
-        Clear_Log();
-    }
-    ~Reader() override { delete[] static_cast<uint8_t*>(frame.pMem); }
-
-    Frame_Buffer_Data frame{};
-};
-
-TEST_F(Reader, ReadsAFrameAndLeavesItsMarks)
-{
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
-    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
-    const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
-    EXPECT_EQ(frame.buff_Length, sent.size() + 256);
-    EXPECT_EQ(std::memcmp(frame.pMem, sent.data(), sent.size()), 0);
-}
-
-TEST_F(Reader, ARefusedRequestIsRepeatedSilentlyEveryElevenMilliseconds)
-{
-    Fail_With(VIDIOC_DQBUF, {EIO, EINVAL, ENODEV});
-    Fail_With(VIDIOC_QBUF, {EIO});
-    Captured_Stderr printed;
-    const auto start = Clock::now();
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(4 * 11 + 2));
-    EXPECT_EQ(Requests(VIDIOC_DQBUF), 4);
-    EXPECT_EQ(Requests(VIDIOC_QBUF), 2);
-    EXPECT_EQ(printed.Text(), "");
-}
-
-TEST_F(Reader, ResultsOtherThanMinusOneAreRetriedOnlyOnTransientErrors)
-{
-    Fail(Node, VIDIOC_DQBUF, {EAGAIN, 1, 2, 0, true});
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
-    EXPECT_EQ(Requests(VIDIOC_DQBUF), 3);
-
-    Clear_Log();
-    Fail(Node, VIDIOC_DQBUF, {EIO, 5, 1, 0, true});
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 5) << "a positive result is delivered";
-    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
-
-    Fail(Node, VIDIOC_DQBUF, {EIO, -2});
-    Captured_Stderr printed;
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
-    EXPECT_EQ(printed.Text(), "NULL \n");
-}
-
-TEST_F(Reader, AFrameLongerThanItsMappingIsAFailedRead)
-{
-    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
-        auto* buffer = static_cast<v4l2_buffer*>(argument);
-        buffer->bytesused = buffer->length + 1;
-    });
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
-    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
-}
-
-TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
-{
-    std::list<Frame_Buffer> aside;
-    aside.swap(session.LC_Buffer_List);
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
-    EXPECT_EQ(Log_Names(), "");
-    aside.swap(session.LC_Buffer_List);
-}
-
-// The loop ------------------------------------------------------------------------------------------------------------
+using Stream = Session_Fixture;
 
 TEST_F(Stream, AClosedCameraIsRefusedWithoutARequest)
 {
