@@ -204,6 +204,33 @@ TEST_F(Capture, ADriverThatCannotOrphanBuffersGetsItsCameraBackWithTheLastFrame)
     EXPECT_EQ(Log_Names(), "munmap VIDIOC_REQBUFS close");
 }
 
+TEST_F(Capture, NothingKeepsACameraThatWasUnplugged)
+{
+    const auto cannot_orphan = [](void* argument) {
+        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
+    };
+    Alter(Node, VIDIOC_REQBUFS, cannot_orphan, 1);
+    Start_Yuyv();
+    WQZ_Camera_Frame held = Next_Frame();
+    const std::vector<uint8_t> bytes = Bytes(held);
+    Unplug(Node);
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0) << Explanation(camera);
+    EXPECT_EQ(Close(), 0) << Explanation(nullptr);
+    EXPECT_EQ(Bytes(held), bytes);
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+
+    Add_Camera(Usb_Camera());
+    ASSERT_EQ(WQZ_Camera_Open(&camera, Node), 0);
+    Hold_Frames(Node);
+    Alter(Node, VIDIOC_REQBUFS, cannot_orphan, 1);
+    Start_Yuyv();
+    held = Next_Frame();
+    EXPECT_EQ(WQZ_Camera_Stop(camera), -EBUSY);
+    Unplug(Node);
+    EXPECT_EQ(Close(), 0) << "gone after the stop: " << Explanation(nullptr);
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+}
+
 TEST_F(Capture, TheLastBufferStaysWithTheDriver)
 {
     Start_Yuyv();

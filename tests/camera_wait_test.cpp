@@ -1,8 +1,11 @@
 // The camera interface: waits and what ends them, unplugging and recovery.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
@@ -197,6 +200,44 @@ TEST_F(Waiting, ManyThreadsReadReleaseAndSetControlsAtOnce)
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+// Drivers that cry wolf -----------------------------------------------------------------------------------------------
+
+TEST_F(Waiting, AFrameThatIsReportedAndNotHandedOutCostsNoProcessor)
+{
+    Fail(Node, VIDIOC_DQBUF, {EAGAIN, -1, Always});
+    Deliver_Frames(Node, 1);
+    Clear_Log();
+    EXPECT_EQ(Read(frame, 300), -ETIMEDOUT);
+    EXPECT_LT(Requests(VIDIOC_DQBUF), 100);
+    std::thread later = Later([this] { WQZ_Camera_Cancel(camera); });
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, -1), -ECANCELED);
+    EXPECT_LT(watch.Elapsed(), milliseconds(60) + Slack);
+    later.join();
+}
+
+// The write end of a pipe that nobody reads reports an error without end, in place of the camera's descriptor.
+TEST_F(Waiting, AnErrorThatIsReportedWithoutEndIsAFailure)
+{
+    EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+    int pipe_ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC | O_NONBLOCK), 0);
+    ASSERT_GE(syscall(SYS_dup2, pipe_ends[1], Log().front().fd), 0) << "behind the virtual camera's back";
+    (void)close(pipe_ends[0]);
+    (void)close(pipe_ends[1]);
+    Start_Yuyv();
+    Clear_Log();
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, -1), -EIO);
+    EXPECT_LT(watch.Elapsed(), milliseconds(1000));
+    EXPECT_LT(Requests(VIDIOC_DQBUF), 100);
+    EXPECT_EQ(Read(frame, 0), -EIO) << "a program that polls must not take it for a time-out";
+    EXPECT_EQ(Read(frame, 20), -EIO);
+    Deliver_Frames(Node, 1);
+    EXPECT_EQ(Read(frame, 0), 0) << "frames that come all the same are delivered";
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
 // Unplugging ----------------------------------------------------------------------------------------------------------

@@ -1,10 +1,11 @@
+// What an open camera does at once. Waiting and recovery are in files of their own.
 #include "Camera/camera.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 #include "Camera/camera_modes.h"
-#include "Camera/running_call.h"
 
 using namespace wqz_camera;
 
@@ -16,6 +17,14 @@ bool Same_Mode(const WQZ_Camera_Mode& one, const WQZ_Camera_Mode& other)
            Same_Interval(one.interval, other.interval);
 }
 
+void Add(const WQZ_Camera_Counts& counts, WQZ_Camera_Counts& sum)
+{
+    sum.delivered += counts.delivered;
+    sum.lost += counts.lost;
+    sum.damaged += counts.damaged;
+    sum.skipped += counts.skipped;
+}
+
 }  // namespace
 
 WQZ_Camera::WQZ_Camera(const std::string& name)
@@ -23,6 +32,15 @@ WQZ_Camera::WQZ_Camera(const std::string& name)
     Opened_Camera opened = Open_By_Name(name);
     record = opened.record;
     device = std::move(opened.device);
+}
+
+std::shared_ptr<Device_File> WQZ_Camera::Present_Device()
+{
+    const std::lock_guard lock(mutex);
+    if (!device) {
+        throw Failure(ENODEV, Read_Sentence(ENODEV));
+    }
+    return device;
 }
 
 WQZ_Camera_Info WQZ_Camera::Describe()
@@ -33,28 +51,27 @@ WQZ_Camera_Info WQZ_Camera::Describe()
 
 std::vector<WQZ_Camera_Offer> WQZ_Camera::Modes()
 {
-    return List_Offers(Running_Call(*this).Device());
+    return List_Offers(*Present_Device());
 }
 
 std::vector<WQZ_Camera_Control> WQZ_Camera::Controls()
 {
-    return List_Controls(Running_Call(*this).Device());
+    return List_Controls(*Present_Device());
 }
 
 std::vector<WQZ_Camera_Menu_Item> WQZ_Camera::Menu(uint32_t id)
 {
-    return List_Menu(Running_Call(*this).Device(), id);
+    return List_Menu(*Present_Device(), id);
 }
 
 void WQZ_Camera::Get_Control(WQZ_Camera_Setting& setting)
 {
-    wqz_camera::Get_Control(Running_Call(*this).Device(), setting);
+    wqz_camera::Get_Control(*Present_Device(), setting);
 }
 
 void WQZ_Camera::Set_Control(WQZ_Camera_Setting& setting)
 {
-    const Running_Call call(*this);
-    Remember(wqz_camera::Set_Control(call.Device(), setting));
+    Remember(wqz_camera::Set_Control(*Present_Device(), setting));
 }
 
 void WQZ_Camera::Remember(const Set_Value& value)
@@ -67,16 +84,15 @@ void WQZ_Camera::Remember(const Set_Value& value)
 
 WQZ_Camera_Mode WQZ_Camera::Start(const WQZ_Camera_Request& request)
 {
-    const Running_Call call(*this);
     const std::lock_guard changing(order);
     (void)End_Stream();
-    (void)call.Device();
+    const std::shared_ptr<Device_File> present = Present_Device();
     {
         const std::lock_guard lock(mutex);
         plan.reset();
         former_counts = WQZ_Camera_Counts{};
     }
-    Begin_Stream(call.device, request);
+    Begin_Stream(present, request);
     const std::lock_guard lock(mutex);
     plan = Plan{request, stream->Mode()};
     return plan->mode;
@@ -110,21 +126,20 @@ int WQZ_Camera::End_Stream()
     std::shared_ptr<Frame_Stream> ending;
     {
         const std::lock_guard lock(mutex);
-        ending.swap(stream);
+        ending = stream;
     }
     if (!ending) {
         return 0;
     }
     wait_point.Forget(device->Descriptor());
     const int result = ending->End();
+    {
+        const std::lock_guard lock(mutex);
+        stream.reset();
+        former_stream = ending;
+        Add(ending->Counts(), former_counts);
+    }
     wait_point.Wake();
-    const WQZ_Camera_Counts counts = ending->Counts();
-    const std::lock_guard lock(mutex);
-    former_stream = ending;
-    former_counts.delivered += counts.delivered;
-    former_counts.lost += counts.lost;
-    former_counts.damaged += counts.damaged;
-    former_counts.skipped += counts.skipped;
     return result;
 }
 
@@ -133,18 +148,20 @@ WQZ_Camera_Counts WQZ_Camera::Counters()
     const std::lock_guard lock(mutex);
     WQZ_Camera_Counts counts = former_counts;
     if (stream) {
-        const WQZ_Camera_Counts running = stream->Counts();
-        counts.delivered += running.delivered;
-        counts.lost += running.lost;
-        counts.damaged += running.damaged;
-        counts.skipped += running.skipped;
+        Add(stream->Counts(), counts);
     }
     return counts;
 }
 
+void WQZ_Camera::Cancel() noexcept
+{
+    ++running_cancels;
+    wait_point.Cancel();
+    --running_cancels;  // the last touch: Close may free the camera from here on
+}
+
 int WQZ_Camera::Stop()
 {
-    const Running_Call call(*this);
     const std::lock_guard changing(order);
     {
         const std::lock_guard lock(mutex);
@@ -160,6 +177,9 @@ int WQZ_Camera::Close()
     {
         std::unique_lock lock(mutex);
         idle.wait(lock, [this] { return running_calls == 0; });
+    }
+    while (running_cancels != 0) {
+        std::this_thread::yield();
     }
     int result = End_Stream();
     const std::shared_ptr<Frame_Stream> former = former_stream.lock();

@@ -21,8 +21,12 @@
 /// Locks: `order` lets one change of state happen at a time and may be held for long; `mutex` guards the members and is
 /// held for moments only; a stream has a lock of its own. They are taken in this order. Nothing is held while Read and
 /// Recover wait, nor while controls talk to the camera: those work on their own reference to stream and device.
+///
+/// Every flat function but Cancel and Close holds a Running_Call meanwhile, for which Close waits.
 struct WQZ_Camera {
 public:
+    class Running_Call;
+
     /// @throws wqz_camera::Failure
     explicit WQZ_Camera(const std::string& name);
     WQZ_Camera(const WQZ_Camera&) = delete;
@@ -38,7 +42,7 @@ public:
     WQZ_Camera_Mode Start(const WQZ_Camera_Request& request);
     int Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
     WQZ_Camera_Counts Counters();
-    void Cancel() noexcept { wait_point.Cancel(); }
+    void Cancel() noexcept;
     int Stop();
     void Recover(int32_t timeout_ms);
     int Close();
@@ -47,14 +51,14 @@ public:
     wqz_camera::Last_Failure last_failure;
 
 private:
-    class Running_Call;
-
     /// The capture that Recover starts again.
     struct Plan {
         WQZ_Camera_Request request;
         WQZ_Camera_Mode mode;
     };
 
+    /// @throws wqz_camera::Failure  while the camera is away
+    std::shared_ptr<wqz_camera::Device_File> Present_Device();
     void Begin_Stream(const std::shared_ptr<wqz_camera::Device_File>& from, const WQZ_Camera_Request& request,
                       const WQZ_Camera_Mode* expected = nullptr);
     void Begin_Again(const std::shared_ptr<wqz_camera::Device_File>& from, const Plan& former);
@@ -66,6 +70,7 @@ private:
 
     wqz_camera::Wait_Point wait_point;
     std::atomic<bool> closing{false};
+    std::atomic<uint32_t> running_cancels{0};  // apart from the other calls: a signal handler may not lock
     std::mutex order;
 
     std::mutex mutex;  // guards all below

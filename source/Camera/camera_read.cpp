@@ -10,6 +10,17 @@ namespace {
 // Between looks at whether the camera is still there: an unplug shows within twice that.
 constexpr int Look_Ms = 90;
 
+// Some drivers report frames or errors without end and hand out nothing. Looks that find nothing then keep a distance,
+// so that a wait costs no processor; a few come without it, since another thread may have been faster.
+constexpr int Free_Looks = 4;
+constexpr int Pause_Ms = 5;
+constexpr int Most_Failed_Looks = 40;  // a driver that reports an error for that long has failed
+
+bool Has(unsigned causes, Wait_Point::Cause cause)
+{
+    return (causes & cause) != 0;
+}
+
 }  // namespace
 
 int WQZ_Camera::Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest)
@@ -19,19 +30,13 @@ int WQZ_Camera::Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest)
     {
         const std::lock_guard lock(mutex);
         from = stream;
-        ++running_calls;
         result = device ? -EINVAL : -ENODEV;
     }
     if (from) {
         result = wait_point.Take_Cancel() ? -ECANCELED : Wait_And_Take(*from, frame, timeout_ms, newest);
-        from.reset();
     }
     if (result != 0) {
         last_failure.Set_Fixed(Read_Sentence(-result));
-    }
-    const std::lock_guard lock(mutex);
-    if (--running_calls == 0 && closing) {
-        idle.notify_all();
     }
     return result;
 }
@@ -44,7 +49,7 @@ int WQZ_Camera::Wait_And_Take(Frame_Stream& from, WQZ_Camera_Frame& frame, int32
         return result;
     }
     const Deadline deadline(timeout_ms);
-    for (;;) {
+    for (int empty_looks = 0;;) {
         const unsigned causes = wait_point.Wait(deadline.Remaining(Look_Ms));
         if (wait_point.Take_Cancel()) {
             return -ECANCELED;
@@ -57,11 +62,16 @@ int WQZ_Camera::Wait_And_Take(Frame_Stream& from, WQZ_Camera_Frame& frame, int32
         if (result != -EAGAIN) {
             return result;
         }
-        if ((causes & Wait_Point::Device_Ready) == 0 && from.Is_Gone()) {
+        const bool failed = Has(causes, Wait_Point::Device_Failed);
+        if ((failed || !Has(causes, Wait_Point::Device_Ready)) && from.Is_Gone()) {
             return -ENODEV;
         }
-        if (last) {
-            return -ETIMEDOUT;
+        empty_looks = Has(causes, Wait_Point::Device_Ready) ? empty_looks + 1 : 0;
+        if (last || (failed && empty_looks == Most_Failed_Looks)) {
+            return failed ? -EIO : -ETIMEDOUT;
+        }
+        if (empty_looks > Free_Looks) {
+            wait_point.Pause(deadline.Remaining(Pause_Ms));
         }
     }
 }

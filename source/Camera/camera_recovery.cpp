@@ -3,7 +3,6 @@
 
 #include "Camera/camera.h"
 #include "Camera/camera_explain.h"
-#include "Camera/running_call.h"
 
 using namespace wqz_camera;
 
@@ -16,7 +15,6 @@ constexpr int Retry_Ms = 100;
 
 void WQZ_Camera::Recover(int32_t timeout_ms)
 {
-    const Running_Call call(*this, Running_Call::Nothing_Held);
     const Deadline deadline(timeout_ms);
     Leave_Device();
     std::optional<Failure> last;
@@ -70,7 +68,7 @@ bool WQZ_Camera::Return_To_Device()
         Begin_Again(back, *to_begin);
     }
     const std::lock_guard lock(mutex);
-    record = found;
+    record = std::move(found);  // nothing here may fail: the stream is running
     device = back;
     return true;
 }

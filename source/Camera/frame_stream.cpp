@@ -284,14 +284,17 @@ int Frame_Stream::End()
     if (!ended) {
         ended = true;
         int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        (void)device->Request(VIDIOC_STREAMOFF, &type);  // fails when the camera is gone, and before it was started
+        const int result = device->Request(VIDIOC_STREAMOFF, &type);  // also refused before the camera was started
         for (Frame_Slot& slot : slots) {
             if (slot.ticket == 0) {
                 Unmap(slot);
             }
         }
+        if (result == -ENODEV) {
+            device.reset();  // of a camera that is gone there is nothing to give back
+        }
     }
-    return on_loan == 0 || orphans_supported ? Free_Buffers() : -EBUSY;
+    return device == nullptr || on_loan == 0 || orphans_supported ? Free_Buffers() : -EBUSY;
 }
 
 // Mappings of frames on loan live on in the kernel with their bytes when the driver supports orphaned buffers.
@@ -314,7 +317,7 @@ int Frame_Stream::Free_Buffers()
 bool Frame_Stream::Keeps_Camera() const
 {
     const std::lock_guard lock(mutex);
-    return ended && device != nullptr;
+    return ended && device != nullptr && !device->Is_Gone();
 }
 
 bool Frame_Stream::Is_Gone() const

@@ -1,5 +1,6 @@
 #include "Camera/wait_point.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -97,7 +98,11 @@ unsigned Wait_Point::Wait(int milliseconds)
     const int count = epoll_wait(poll_descriptor, events.data(), static_cast<int>(events.size()), milliseconds);
     unsigned causes = 0;
     for (int i = 0; i < count; ++i) {
-        causes |= events[static_cast<size_t>(i)].data.u32;
+        const epoll_event& event = events[static_cast<size_t>(i)];
+        causes |= event.data.u32;
+        if (event.data.u32 == Device_Ready && (event.events & (EPOLLERR | EPOLLHUP)) != 0) {
+            causes |= Device_Failed;
+        }
     }
     if ((causes & Woken) != 0) {
         Drain_Wake_Ups();
@@ -106,6 +111,12 @@ unsigned Wait_Point::Wait(int milliseconds)
         Drain_Plug_Events();
     }
     return causes;
+}
+
+void Wait_Point::Pause(int milliseconds) const
+{
+    pollfd woken{wake_descriptor, POLLIN, 0};
+    (void)poll(&woken, 1, milliseconds);
 }
 
 void Wait_Point::Wake() noexcept

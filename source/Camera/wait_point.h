@@ -42,7 +42,8 @@ Udev_Owner<udev_monitor> Watch_Video_Nodes(udev* context, const char* source);
 /// An epoll descriptor over a device's, an event counter, and the kernel's plug events.
 class Wait_Point {
 public:
-    enum Cause : unsigned { Device_Ready = 1, Woken = 2, Plugging = 4 };
+    /// Device_Failed comes with Device_Ready: the driver reports an error, or that the camera is gone.
+    enum Cause : unsigned { Device_Ready = 1, Woken = 2, Plugging = 4, Device_Failed = 8 };
 
     /// @throws Failure
     Wait_Point();
@@ -60,6 +61,9 @@ public:
     /// Waits until something happens or a signal arrives, and takes note of wake-ups.
     /// @return Cause bits
     unsigned Wait(int milliseconds);
+
+    /// Waits for a wake-up only, and leaves it to the next Wait.
+    void Pause(int milliseconds) const;
 
     /// Ends a wait on any thread. Safe in a signal handler.
     void Wake() noexcept;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "Camera/camera.h"
 #include "Camera/camera_list.h"
@@ -12,6 +13,7 @@
 #include "Camera/failure.h"
 #include "Camera/frame_convert.h"
 #include "Camera/records.h"
+#include "Camera/running_call.h"
 
 using namespace wqz_camera;
 
@@ -46,6 +48,7 @@ int32_t Answer(WQZ_Camera* camera, Body body) noexcept
         thread_failure.Set_Fixed("The camera is a null pointer.");
         return -EINVAL;
     }
+    const WQZ_Camera::Running_Call call(*camera);
     return Answer(camera->last_failure, body);
 }
 
@@ -274,6 +277,10 @@ int32_t WQZ_Camera_Close(WQZ_Camera* camera)
 
 int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uint32_t capacity)
 {
+    std::optional<WQZ_Camera::Running_Call> call;
+    if (camera != nullptr) {
+        call.emplace(*camera);
+    }
     return Answer(thread_failure, [=] {
         const std::string sentence = (camera == nullptr ? thread_failure : camera->last_failure).Text();
         if (text == nullptr && capacity > 0) {
