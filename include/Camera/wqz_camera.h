@@ -4,13 +4,14 @@
 // The camera interface, for C (C99) and everything that calls C.
 //
 // Order      List, Open, Modes, Controls, Get_Control, Set_Controls, Start, Read and Release in a loop, Counters, Stop,
-//            Close. Only Open comes first and Close last of necessity; Start and Stop may follow each other any number
-//            of times. Cancel ends a wait. Recover brings an unplugged camera back.
-// Handles    A handle is what WQZ_Camera_Open stored and WQZ_Camera_Close has not yet taken. Null is answered with
+//            Close. Only Open must come first and Close last. Start and Stop may follow each other any number of
+//            times. Cancel ends a wait. Recover brings an unplugged camera back.
+// Handles    A handle is valid from the WQZ_Camera_Open that stored it to its WQZ_Camera_Close. Null is answered with
 //            -EINVAL; any other wrong value is not detected.
 // Results    0 for success, a count where a count is asked for, otherwise a negative errno value. -EINVAL means that
-//            the call itself was wrong: a null pointer, a wrong size, a call out of order, an unknown name. Nothing is
-//            printed and nothing is thrown. WQZ_Camera_Explain puts the last failure in a sentence.
+//            the call itself was wrong (a null pointer, a wrong size, an unknown flag, a call out of order, an unknown
+//            name), or that the driver refused it with this value. Nothing is printed and nothing is thrown.
+//            WQZ_Camera_Explain puts the last failure in a sentence.
 // Records    Every record begins with `size`: set it to sizeof the record before each call. The library reads and
 //            writes no more than that, so programs and libraries of different age understand each other. A size
 //            smaller than the first version of the record is -EINVAL; so initialise records as in
@@ -23,11 +24,12 @@
 // Frames     A frame lends the driver's memory: no byte is copied. Its bytes stay readable and unchanged until
 //            WQZ_Camera_Release, also after Stop, another Start, an unplug, Recover and Close. Release and Convert are
 //            the two calls that are legal with a frame of a closed camera. A copy of the record is the same frame:
-//            release one of them, once. The frames of a camera that was recovered are released the same way.
-// Threads    The library starts none. Read, Release, Get_Control, Set_Controls, Controls, Modes, Counters, Stop,
-//            Explain and Cancel may run on any threads at once. Start, Recover and Close run on one thread at a time.
-//            Close ends calls that run on other threads, and waits for them; none may begin after it. Cancel may also
-//            be called from a signal handler. A process that was forked must not use the handles of its parent.
+//            release one of them, once. Frames that were read before a Recover are released like all others.
+// Threads    The library starts none. All functions may run on any threads at once, except: Start and Recover of one
+//            camera run one at a time, and one thread at a time uses a monitor. Close may be called while other calls
+//            run, Start and Recover too: it ends those that wait, with -ECANCELED, and waits for all. No call may begin
+//            after it. Cancel may also be called from a signal handler. A process that was forked must not use the
+//            handles of its parent.
 // Time       Waits take milliseconds: 0 does not wait, a negative number waits without limit.
 
 #include <stdint.h>
@@ -56,8 +58,8 @@ typedef struct WQZ_Camera_Fraction {
 /// A camera as WQZ_Camera_List finds it. A device with several capture nodes has one record for each.
 typedef struct WQZ_Camera_Info {
     uint32_t size;
-    int32_t error;    ///< 0, or why the node cannot be opened: -EACCES when this user may not. Such a record has no
-                      ///< driver and no location.
+    int32_t error;    ///< 0, or why the node cannot be opened: -EACCES when this user may not. `driver` and
+                      ///< `location` of such a record are empty.
     uint32_t index;   ///< place in the list, from 0
     uint32_t bus;     ///< USB bus number, 0 for a camera that is not on USB
     uint16_t vendor;  ///< USB ids, 0 for a camera that is not on USB
@@ -99,12 +101,12 @@ enum {
 /// What WQZ_Camera_Start is asked for.
 typedef struct WQZ_Camera_Request {
     uint32_t size;
-    uint32_t fourcc;
+    uint32_t fourcc;  ///< format, width and height must not be 0
     uint32_t width;
     uint32_t height;
     WQZ_Camera_Fraction interval;  ///< seconds per frame; 0/0 leaves the rate to the camera
-    uint32_t buffers;              ///< kernel buffers; 0 for four
-    uint32_t skip;                 ///< frames to give back unseen first, while the exposure settles
+    uint32_t buffers;              ///< kernel buffers; 0 for four; the driver may provide another number
+    uint32_t skip;                 ///< first frames that Read gives back unseen, while the exposure settles
     uint32_t flags;                ///< WQZ_CAMERA_START_...
 } WQZ_Camera_Request;
 
@@ -121,7 +123,7 @@ typedef struct WQZ_Camera_Mode {
     uint32_t bytes_per_line;       ///< of the first plane; 0 for compressed formats
     uint32_t image_size;           ///< the most bytes that a frame takes
     WQZ_Camera_Fraction interval;  ///< 0/0 when the driver tells none
-    uint32_t buffers;              ///< kernel buffers; one fewer may be held at a time
+    uint32_t buffers;              ///< kernel buffers; one fewer may be held at a time, but always one
     char format[8];                ///< the FourCC as text
 } WQZ_Camera_Mode;
 
@@ -129,7 +131,7 @@ typedef struct WQZ_Camera_Mode {
 typedef struct WQZ_Camera_Frame {
     uint32_t size;
     uint32_t flags;        ///< WQZ_CAMERA_FRAME_...
-    const uint8_t* data;   ///< the bytes as the camera sent them; null after the release
+    const uint8_t* data;   ///< the bytes as the camera sent them; null while the record holds no frame
     uint64_t length;       ///< bytes at data; of a Motion-JPEG without the zeros behind the image
     int64_t time_ns;       ///< nanoseconds of CLOCK_MONOTONIC
     uint32_t sequence;     ///< the driver's number of the frame; starts again with each Start
@@ -143,7 +145,8 @@ typedef struct WQZ_Camera_Frame {
 } WQZ_Camera_Frame;
 
 enum {
-    WQZ_CAMERA_FRAME_DAMAGED = 1  ///< the driver says that bytes are missing or wrong; the length may be 0
+    WQZ_CAMERA_FRAME_DAMAGED = 1  ///< the driver says that bytes are missing or wrong; the length may be 0. Few drivers
+                                  ///< notice a Motion-JPEG that is cut short; Convert does
 };
 
 enum {
@@ -239,14 +242,16 @@ enum { WQZ_CAMERA_PIXELS_BGR = 1, WQZ_CAMERA_PIXELS_RGB = 2 };
 /// @return how many there are
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_List(WQZ_Camera_Info* cameras, uint32_t capacity);
 
-/// Opens a camera. Nothing is set, and no other program is kept from it before Start.
+/// Opens a camera. Nothing is set, and other programs can use the camera too until Start.
 /// @param camera  receives the handle, null on failure
 /// @param name  a node ("/dev/video0") or a link to one ("/dev/v4l/by-id/..."), "VID:PID" in hexadecimal, a serial, an
 ///              identity, a place in the list, or null or "" when there is one camera
-/// @return 0; -ENOENT no such camera; -ENOTUNIQ the name fits several, which Explain(NULL, ...) names; -EACCES
+/// @return 0; -ENOENT no such camera; -ENOTUNIQ the name fits several, which Explain(NULL, ...) names; -EACCES this
+///         user may not open the node; -ENOTSUP the node delivers no pictures; or the system's error
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Open(WQZ_Camera** camera, const char* name);
 
-/// Describes the camera that is open. Its `index` is the place it had in the list when it was opened.
+/// Describes the camera that is open, as it was when Open or Recover found it, also after an unplug. `index` is the
+/// place it had in the list then.
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Describe(WQZ_Camera* camera, WQZ_Camera_Info* info);
 
 /// Lists what the camera offers: one record per format, size and interval, or per range of them.
@@ -262,13 +267,14 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Controls(WQZ_Camera* camera, WQZ_Camera_Con
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Menu(WQZ_Camera* camera, uint32_t id, WQZ_Camera_Menu_Item* items,
                                           uint32_t capacity);
 
-/// Reads one control: fills `id`, `value`, `result`, and `buffer` when it is not null.
+/// Reads one control: fills `id`, `value`, `result`, and `buffer` when it is not null. An `id` other than 0 counts, and
+/// `name` does not.
 /// @return 0; -EINVAL no such control; -EACCES a control that can only be written; or the driver's error
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Get_Control(WQZ_Camera* camera, WQZ_Camera_Setting* setting);
 
 /// Sets controls one after the other, in their order, up to the first that fails. Integers out of range are set to the
-/// nearest value, as drivers do; `value` and `id` receive what was set. Recover sets them again.
-/// @param settings  array of `count` records; `size` counts in the first one
+/// nearest value, as drivers do; `value` and `id` receive what was set. Recover sets again what succeeded.
+/// @param settings  array of `count` records; set `size` in the first one only, as in lists
 /// @return 0, or the error of the first that failed; `result` of each tells which
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Set_Controls(WQZ_Camera* camera, WQZ_Camera_Setting* settings, uint32_t count);
 
@@ -280,21 +286,23 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Set_Controls(WQZ_Camera* camera, WQZ_Camera
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Start(WQZ_Camera* camera, const WQZ_Camera_Request* request,
                                            WQZ_Camera_Mode* mode);
 
-/// Takes the oldest frame, or the newest with WQZ_CAMERA_READ_NEWEST.
-/// @param frame  receives the frame; it must not hold another one
+/// Takes the oldest frame, or the newest with WQZ_CAMERA_READ_NEWEST. Frames that `skip` of the request leaves out are
+/// part of the wait.
+/// @param frame  receives the frame, and is unchanged without one. Release the frame that it may hold before: it is
+///               overwritten, and its buffer would never come back
 /// @param flags  WQZ_CAMERA_READ_..., or 0
 /// @return 0, or without a frame:
 ///         -ETIMEDOUT none came in time
-///         -ECANCELED Cancel, or the capture was stopped while this call waited
+///         -ECANCELED Cancel, or Stop, Start or Close on another thread while this call waited
 ///         -ENODEV    the camera was unplugged: Recover or Close
 ///         -ENOBUFS   only one buffer is left to the driver: release a frame
 ///         -EIO       the camera or its driver failed; Start again
-///         -EINVAL    no capture is running
+///         -EINVAL    no capture is running; a Cancel is then kept for later
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Read(WQZ_Camera* camera, WQZ_Camera_Frame* frame, int32_t timeout_ms,
                                           uint32_t flags);
 
-/// Gives a frame back and clears the record. Legal on any thread, in any order, and after Close. The last release of
-/// a closed camera's frames frees their memory.
+/// Gives a frame back and sets `data` to null. `size` stays, so the record can be used for the next Read. Legal on any
+/// thread, in any order, and after Close. The last release of a closed camera's frames frees their memory.
 /// @return 0; -EINVAL for null and for a record that holds no frame; the driver's error when it does not take the
 ///         buffer back (the frame is released all the same)
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Release(WQZ_Camera_Frame* frame);
@@ -302,7 +310,8 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Release(WQZ_Camera_Frame* frame);
 /// Counts the frames since the last Start.
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Counters(WQZ_Camera* camera, WQZ_Camera_Counts* counts);
 
-/// Ends a Read or Recover that waits, or else the next one, once. Safe in a signal handler.
+/// Ends one Read or Recover: the one that waits, or else the next one, even when a frame is ready. A cancel that has
+/// ended nothing yet is kept, also over Stop and Start. Several of them count as one. Safe in a signal handler.
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Cancel(WQZ_Camera* camera);
 
 /// Ends the capture; without one there is nothing to do. Reads that wait end with -ECANCELED.
@@ -310,24 +319,28 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Cancel(WQZ_Camera* camera);
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Stop(WQZ_Camera* camera);
 
 /// Brings a camera back after an unplug: waits until the camera with its identity is there, opens it, sets the
-/// controls that were set, and starts the capture that was running in the same mode.
+/// controls that were set, and starts the capture that was running in the same mode. After a Stop, also one during the
+/// wait, no capture is started. A camera that was not unplugged is reopened and restarted at once.
 /// @return 0; -ETIMEDOUT it did not come back; -ECANCELED; the last error when it came back but failed to start
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Recover(WQZ_Camera* camera, int32_t timeout_ms);
 
-/// Closes a camera in whatever state it is: ends calls that run, ends the capture, gives everything back.
+/// Closes a camera in whatever state it is: ends the waits of other threads, ends the capture, gives everything back.
 /// @return 0; -EBUSY when the driver keeps the camera until the held frames are released; the handle is gone then too
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Close(WQZ_Camera* camera);
 
-/// Says what failed last with this camera, and what to do about it.
-/// @param camera  null for this thread's last failure without a camera: Open, List, Release, Convert, Monitor_*
-/// @param text  receives the sentence, cut to `capacity` bytes with the final zero; empty when nothing failed
-/// @return the length of the whole sentence
+/// Says what failed last with this camera, and what to do about it. A success leaves the sentence as it is. When
+/// several threads use the camera, the sentence may be about another thread's call.
+/// @param camera  null for this thread's last failure without a camera: Open, List, Release, Convert, Close, Monitor_*,
+///                and every call with a null handle
+/// @param text  receives the sentence, cut to `capacity` bytes with the final zero; empty when nothing failed; may be
+///              null when `capacity` is 0
+/// @return the length of the whole sentence without the zero
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uint32_t capacity);
 
-/// A descriptor to poll for POLLIN, the same from Open to Close. It is readable when a Read without waiting is due: a
-/// frame is there, Cancel was called, or the camera went away. It may be readable without a cause: Read then answers
-/// -ETIMEDOUT. After -ENOBUFS release a frame before polling again, and after -ENODEV call Recover, Stop or Close:
-/// until then it stays readable.
+/// A descriptor to poll for POLLIN, the same from Open to Close. While a capture runs, it is readable when Read would
+/// not wait: a frame is there, Cancel was called, or the camera went away. It may also be readable without a cause:
+/// Read with a time of 0 then answers -ETIMEDOUT. After -ENOBUFS it may stay readable until a frame is released, and
+/// after -ENODEV until Recover, Stop or Close. Do not poll it without a capture: a Cancel keeps it readable then.
 /// @return the descriptor; do not read, change or close it
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Descriptor(WQZ_Camera* camera);
 
@@ -338,7 +351,7 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Monitor_Open(WQZ_Camera_Monitor** monitor);
 /// A descriptor to poll for POLLIN: then call Monitor_Read without waiting until it answers -ETIMEDOUT.
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Monitor_Descriptor(WQZ_Camera_Monitor* monitor);
 
-/// Takes the next event.
+/// Takes the next event. Cancel does not end this wait.
 /// @return 0, or -ETIMEDOUT
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Monitor_Read(WQZ_Camera_Monitor* monitor, WQZ_Camera_Event* event,
                                                   int32_t timeout_ms);
@@ -348,8 +361,8 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Monitor_Close(WQZ_Camera_Monitor* monitor);
 /// Converts a frame: YUYV, UYVY, raw Bayer (8 bits, 10 to 16 bits in 16, and packed 10, 12 and 14 bits; bilinear),
 /// and Motion-JPEG where the library was built with TurboJPEG. Rows come from the top.
 /// @param layout  WQZ_CAMERA_PIXELS_...
-/// @param pixels  receives height rows
-/// @param capacity  bytes at pixels
+/// @param pixels  receives `height` rows of 3 * `width` bytes; bytes between the rows are left as they are
+/// @param capacity  bytes at pixels, enough for all rows; -EINVAL otherwise
 /// @param stride  bytes from row to row, 0 for rows without a gap
 /// @return 0; -ENOTSUP a format that cannot be converted; -EBADMSG the frame is cut short or broken: what could be
 ///         decoded of it is at pixels

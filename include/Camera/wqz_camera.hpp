@@ -232,9 +232,11 @@ public:
     uint32_t Width() const { return frame.width; }
     uint32_t Height() const { return frame.height; }
     uint32_t Bytes_Per_Line() const { return frame.bytes_per_line; }
+    /// @return the record for the C functions; this object still releases it
     const WQZ_Camera_Frame& Record() const { return frame; }
 
-    /// Converts to height rows of width pixels, three bytes each, blue first.
+    /// Converts to height rows of width pixels, three bytes each, blue first. A frame that is cut short throws EBADMSG;
+    /// the form with `pixels` has then written what could be decoded.
     std::vector<uint8_t> To_Bgr() const { return Converted(WQZ_CAMERA_PIXELS_BGR); }
     void To_Bgr(void* pixels, std::size_t capacity, uint32_t stride = 0) const
     {
@@ -388,7 +390,7 @@ public:
         return mode;
     }
 
-    /// @return the oldest frame; an empty one on time-out and cancel
+    /// @return the oldest frame; an empty one on time-out and when Cancel, Stop, Start or Close ended the wait
     template <typename Rep, typename Period>
     Frame Read(std::chrono::duration<Rep, Period> timeout)
     {
