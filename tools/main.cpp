@@ -21,7 +21,7 @@ namespace {
 constexpr int Usage_Error = 2;
 
 constexpr const char* Camera_Help =
-    "node path, VID:PID, serial, identity or index of 'list'; not needed when there is one camera";
+    "the camera's node, VID:PID, serial, identity or number in 'list'; not needed when there is one camera";
 
 struct Arguments {
     bool json = false;
@@ -93,31 +93,32 @@ void Add_Capture(CLI::App& app, Arguments& arguments)
         return verb.add_option_function<std::string>(name, parse, help)->type_name(type);
     };
     verb.add_option("camera", arguments.camera, Camera_Help)->type_name("CAMERA");
-    verb.add_option("--format", options.mode.format, "format as 'modes' prints it, or mjpeg")->type_name("FORMAT");
+    verb.add_option("--format", options.mode.format, "pixel format as 'modes' prints it, or mjpeg")
+        ->type_name("FORMAT");
     add("--size", "WxH", "in pixels", [&options](const std::string& text) { options.mode.size = Parse_Size(text); });
     add("--fps", "N", "frames per second, such as 30, 29.97 or 30000/1001",
         [&options](const std::string& text) { options.mode.interval = Parse_Rate(text); });
-    auto* frames = add("--frames", "N", "end after this many frames", [&options](const std::string& text) {
+    auto* frames = add("--frames", "N", "end after N frames", [&options](const std::string& text) {
         options.frames = Parse_Count("--frames", text, 1, Most_Frames);
     });
-    add("--seconds", "S", "end this long after the first frame", [&options](const std::string& text) {
+    add("--seconds", "S", "end S seconds after the first frame", [&options](const std::string& text) {
         options.seconds = Parse_Seconds(text);
     })->excludes(frames);
-    add("--skip", "N", "leave out the first frames, while the exposure settles", [&options](const std::string& text) {
+    add("--skip", "N", "leave out the first N frames, while the exposure settles", [&options](const std::string& text) {
         options.skip = static_cast<uint32_t>(Parse_Count("--skip", text, 0, UINT32_MAX));
     });
     verb.add_option("-o,--output", options.output,
-                    "directory for the files, created if missing; a file that ends in .jpg, .bmp or .raw for one "
-                    "picture; - for a stream of the frames' bytes to standard output")
+                    "directory for the files, created if missing; or a file name with the ending .jpg, .bmp or .raw, "
+                    "for one picture; or -, to write the bytes of all frames to standard output")
         ->type_name("PATH")
         ->capture_default_str();
     verb.add_flag("--raw", options.raw,
                   "write each frame's bytes as the camera sent them, into SECONDS_MICROSECONDS.raw");
-    verb.add_flag("--reconnect", options.reconnect, "wait for a camera that was unplugged, and go on");
+    verb.add_flag("--reconnect", options.reconnect, "when the camera is unplugged, wait for it and go on");
     verb.add_flag("--json", options.json, "print the summary as JSON");
     verb.footer(
-        "Motion-JPEG becomes .jpg files, YUYV and other formats that can be converted .bmp files.\n"
-        "With neither --frames nor --seconds the capture goes on until Ctrl-C.");
+        "Motion-JPEG frames become .jpg files. YUYV and other frames that can be converted become .bmp files.\n"
+        "Without --frames and --seconds, a capture into a directory or a stream goes on until Ctrl-C.");
 }
 
 void Add_Verbs(CLI::App& app, Arguments& arguments)
@@ -143,9 +144,9 @@ void Add_Verbs(CLI::App& app, Arguments& arguments)
     controls
         .add_option("arguments", arguments.control_words,
                     std::string("CAMERA: ") + Camera_Help +
-                        "; name prints a control; name=value sets one, to a number (also hexadecimal with 0x), the "
-                        "name of a menu item, on, off or default; reset sets all to their defaults")
-        ->type_name("[CAMERA] [name | name=value | reset ...]");
+                        ". name: print a control. name=value: set one to a number (hexadecimal with 0x), the name of "
+                        "a menu item, on, off or default. reset: set all to their defaults")
+        ->type_name("[CAMERA] [name | name=value | reset]");
     controls.add_flag("--json", arguments.json, "print JSON");
 
     Add_Capture(app, arguments);
