@@ -108,7 +108,7 @@ struct Many_Streams {
     template <typename Take>
     void Take_Round(Take take)
     {
-        if (poll(readable.data(), readable.size(), 1000) <= 0) {
+        if (syscall(SYS_poll, readable.data(), readable.size(), 1000) <= 0) {  // as Mapped_Stream does
             throw std::runtime_error("no frame");
         }
         for (size_t i = 0; i < streams.size(); ++i) {
