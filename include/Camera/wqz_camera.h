@@ -297,7 +297,7 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Start(WQZ_Camera* camera, const WQZ_Camera_
 ///         -ENODEV    the camera was unplugged: Recover or Close
 ///         -ENOBUFS   only one buffer is left to the driver: release a frame
 ///         -EIO       the camera or its driver failed; Start again
-///         -EINVAL    no capture is running; a Cancel is then kept for later
+///         -EINVAL    no capture is running
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Read(WQZ_Camera* camera, WQZ_Camera_Frame* frame, int32_t timeout_ms,
                                           uint32_t flags);
 
@@ -328,8 +328,8 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Recover(WQZ_Camera* camera, int32_t timeout
 /// @return 0; -EBUSY when the driver keeps the camera until the held frames are released; the handle is gone then too
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Close(WQZ_Camera* camera);
 
-/// Says what failed last with this camera, and what to do about it. A success leaves the sentence as it is. When
-/// several threads use the camera, the sentence may be about another thread's call.
+/// Says what failed last with this camera, and what to do about it. A success leaves the sentence as it is. A
+/// thread gets the sentence of its own last failure, and that of another thread when it had none with this camera.
 /// @param camera  null for this thread's last failure without a camera: Open, List, Release, Convert, Close, Monitor_*,
 ///                and every call with a null handle
 /// @param text  receives the sentence, cut to `capacity` bytes with the final zero; empty when nothing failed; may be

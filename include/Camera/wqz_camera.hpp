@@ -48,10 +48,16 @@ namespace detail {
 
 inline std::string Explanation(WQZ_Camera* camera)
 {
-    std::string text(static_cast<std::size_t>(WQZ_Camera_Explain(camera, nullptr, 0)) + 1, '\0');
-    const int32_t length = WQZ_Camera_Explain(camera, text.data(), static_cast<uint32_t>(text.size()));
-    text.resize(std::min(text.size() - 1, static_cast<std::size_t>(length)));
-    return text;
+    std::string text(256, '\0');
+    for (;;) {
+        const auto length =
+            static_cast<std::size_t>(WQZ_Camera_Explain(camera, text.data(), static_cast<uint32_t>(text.size())));
+        if (length < text.size()) {
+            text.resize(length);
+            return text;
+        }
+        text.resize(length + 1);
+    }
 }
 
 /// @return the result, unless it is an error

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "Camera/camera_explain.h"
 #include "Camera/control_value.h"
 #include "Camera/records.h"
 
@@ -184,8 +185,12 @@ std::vector<WQZ_Camera_Menu_Item> Items_Of(const Device_File& device, const WQZ_
         v4l2_querymenu query{};
         query.id = control.id;
         query.index = static_cast<uint32_t>(index);
-        if (device.Request(VIDIOC_QUERYMENU, &query) != 0) {
+        const int result = device.Request(VIDIOC_QUERYMENU, &query);
+        if (result == -EINVAL) {
             continue;  // a gap in the menu
+        }
+        if (result != 0) {
+            throw Step_Failure(device.Node(), "list the items of a menu", -result);
         }
         WQZ_Camera_Menu_Item item{};
         item.index = query.index;

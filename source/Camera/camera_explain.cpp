@@ -1,9 +1,11 @@
+// What went wrong with a camera, and what the user can do about it, in sentences.
 #include "Camera/camera_explain.h"
 
 #include <dirent.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -15,6 +17,8 @@
 namespace wqz_camera {
 
 namespace {
+
+std::atomic<uint64_t> Failures_Made = 0;  // objects that keep a failure; tells a new one at an old address apart
 
 struct Close_Folder {
     void operator()(DIR* folder) const { (void)closedir(folder); }
@@ -63,23 +67,40 @@ std::string Busy_Sentence(const std::string& node)
 
 }  // namespace
 
+Last_Failure::Last_Failure() : number(++Failures_Made)
+{
+}
+
+Last_Failure::Sentence& Last_Failure::Of_This_Thread()
+{
+    static thread_local Sentence sentence;
+    return sentence;
+}
+
 void Last_Failure::Set(std::string sentence)
 {
+    Of_This_Thread() = {sentence, nullptr, number};
     const std::lock_guard lock(mutex);
-    text = std::move(sentence);
-    fixed = nullptr;
+    last.text = std::move(sentence);
+    last.fixed = nullptr;
 }
 
 void Last_Failure::Set_Fixed(const char* sentence)
 {
+    Of_This_Thread().fixed = sentence;
+    Of_This_Thread().owner = number;
     const std::lock_guard lock(mutex);
-    fixed = sentence;
+    last.fixed = sentence;
 }
 
 std::string Last_Failure::Text() const
 {
+    const Sentence& own = Of_This_Thread();
+    if (own.owner == number) {
+        return own.fixed == nullptr ? own.text : own.fixed;
+    }
     const std::lock_guard lock(mutex);
-    return fixed == nullptr ? text : fixed;
+    return last.fixed == nullptr ? last.text : last.fixed;
 }
 
 std::vector<std::string> Holders_Of(const std::string& node)
@@ -133,7 +154,7 @@ Failure Step_Failure(const std::string& node, const char* step, int error)
         case ENXIO:
             return {error, what + "it was unplugged. Plug it in again."};
         case ENOMEM:
-            return {error, what + "the memory for its buffers is missing. Ask for fewer buffers or a smaller mode."};
+            return {error, what + "memory is missing. Ask for fewer buffers or a smaller mode."};
         case EIO:
         case EPROTO:
         case EPIPE:

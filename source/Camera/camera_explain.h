@@ -12,18 +12,27 @@
 
 namespace wqz_camera {
 
-/// The last failure, kept for Explain. Any thread may set and read it.
+/// The last failure, kept for Explain. Any thread may set and read it. A thread reads the sentence that it set itself,
+/// and that of another thread where it set none.
 class Last_Failure {
 public:
+    Last_Failure();
     void Set(std::string sentence);
     /// As above for a sentence with static lifetime; does not allocate.
     void Set_Fixed(const char* sentence);
     std::string Text() const;
 
 private:
+    struct Sentence {
+        std::string text;
+        const char* fixed = nullptr;
+        uint64_t owner = 0;  ///< number of the Last_Failure that it belongs to
+    };
+    static Sentence& Of_This_Thread();
+
+    const uint64_t number;
     mutable std::mutex mutex;
-    std::string text;
-    const char* fixed = nullptr;
+    Sentence last;
 };
 
 /// @return the failure of an open: no permission, no such node, ...

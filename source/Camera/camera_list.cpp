@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "Camera/camera_explain.h"
 #include "Camera/records.h"
 #include "Camera/wait_point.h"
 
@@ -118,17 +119,17 @@ void Scan_Node(udev* context, const char* syspath, std::vector<Camera_Record>& l
     Camera_Record record;
     Store_Text(record.info.node, node);
     const Device_File file(node);
-    if (file.Error() == 0) {
-        v4l2_capability capability{};
-        if (file.Request(VIDIOC_QUERYCAP, &capability) != 0 || !Captures_Pictures(capability)) {
+    v4l2_capability capability{};
+    const int error = file.Error() != 0 ? file.Error() : -file.Request(VIDIOC_QUERYCAP, &capability);
+    if (error == 0) {
+        if (!Captures_Pictures(capability)) {
             return;
         }
         Store_Capability(record.info, capability);
-    } else if (file.Error() == ENOENT || file.Error() == ENODEV || file.Error() == ENXIO ||
-               !Seems_To_Capture(device.get())) {
+    } else if (error == ENOENT || error == ENODEV || error == ENXIO || !Seems_To_Capture(device.get())) {
         return;
     } else {
-        record.info.error = -file.Error();
+        record.info.error = -error;
         Store_Text(record.info.card, Attribute(device.get(), "name"));
     }
     Describe_Place(record, device.get());
@@ -209,7 +210,11 @@ std::vector<Camera_Record> List_Cameras()
 std::optional<Camera_Record> Describe_Unlisted(const Device_File& device)
 {
     v4l2_capability capability{};
-    if (device.Request(VIDIOC_QUERYCAP, &capability) != 0 || !Captures_Pictures(capability)) {
+    const int result = device.Request(VIDIOC_QUERYCAP, &capability);
+    if (result != 0 && result != -ENOTTY && result != -EINVAL) {
+        throw Step_Failure(device.Node(), "say what it can do", -result);
+    }
+    if (result != 0 || !Captures_Pictures(capability)) {
         return std::nullopt;
     }
     Camera_Record record;

@@ -66,6 +66,19 @@ void Set_Intervals(WQZ_Camera_Offer& offer, const v4l2_frmivalenum& interval)
     }
 }
 
+// Whether an enumeration has come to its end, or does not exist.
+// @throws Failure  when the camera could not answer
+bool Is_End(const Device_File& device, const char* step, int result)
+{
+    if (result == 0) {
+        return false;
+    }
+    if (result != -EINVAL && result != -ENOTTY) {
+        throw Step_Failure(device.Node(), step, -result);
+    }
+    return true;
+}
+
 // Of a range of sizes the largest stands for all: drivers name the intervals that every size has there.
 void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std::vector<WQZ_Camera_Offer>& offers)
 {
@@ -75,7 +88,7 @@ void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std
         interval.pixel_format = sizes.fourcc;
         interval.width = sizes.width_max;
         interval.height = sizes.height_max;
-        if (device.Request(VIDIOC_ENUM_FRAMEINTERVALS, &interval) != 0) {
+        if (Is_End(device, "list its frame intervals", device.Request(VIDIOC_ENUM_FRAMEINTERVALS, &interval))) {
             if (index == 0) {
                 offers.push_back(sizes);
             }
@@ -89,12 +102,17 @@ void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std
     }
 }
 
-// A driver without an enumeration of sizes has the one that is set.
+// A driver without an enumeration of sizes has the one that is set, adjusted to the format.
 void Add_Present_Size(const Device_File& device, WQZ_Camera_Offer offer, std::vector<WQZ_Camera_Offer>& offers)
 {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     if (device.Request(VIDIOC_G_FMT, &format) == 0) {
+        v4l2_format adjusted = format;
+        adjusted.fmt.pix.pixelformat = offer.fourcc;
+        if (device.Request(VIDIOC_TRY_FMT, &adjusted) == 0 && adjusted.fmt.pix.pixelformat == offer.fourcc) {
+            format = adjusted;
+        }
         Set_Size(offer, format.fmt.pix.width, format.fmt.pix.height);
         Add_Intervals(device, offer, offers);
     }
@@ -107,7 +125,7 @@ void Add_Sizes(const Device_File& device, const v4l2_fmtdesc& format, std::vecto
         size.index = index;
         size.pixel_format = format.pixelformat;
         WQZ_Camera_Offer offer = Format_Offer(format);
-        if (device.Request(VIDIOC_ENUM_FRAMESIZES, &size) != 0) {
+        if (Is_End(device, "list its sizes", device.Request(VIDIOC_ENUM_FRAMESIZES, &size))) {
             if (index == 0) {
                 Add_Present_Size(device, offer, offers);
             }
@@ -130,12 +148,8 @@ std::vector<WQZ_Camera_Offer> List_Offers(const Device_File& device)
         v4l2_fmtdesc format{};
         format.index = index;
         format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        const int result = device.Request(VIDIOC_ENUM_FMT, &format);
-        if (result == -EINVAL) {
+        if (Is_End(device, "list its formats", device.Request(VIDIOC_ENUM_FMT, &format))) {
             break;
-        }
-        if (result != 0) {
-            throw Step_Failure(device.Node(), "list its formats", -result);
         }
         Add_Sizes(device, format, offers);
     }

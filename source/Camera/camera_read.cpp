@@ -32,8 +32,10 @@ int WQZ_Camera::Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest)
         from = stream;
         result = device ? -EINVAL : -ENODEV;
     }
-    if (from) {
-        result = wait_point.Take_Cancel() ? -ECANCELED : Wait_And_Take(*from, frame, timeout_ms, newest);
+    if (wait_point.Take_Cancel()) {
+        result = -ECANCELED;
+    } else if (from) {
+        result = Wait_And_Take(*from, frame, timeout_ms, newest);
     }
     if (result != 0) {
         last_failure.Set_Fixed(Read_Sentence(-result));

@@ -1,3 +1,4 @@
+// An open device node.
 #include "Camera/device_file.h"
 
 #include <fcntl.h>
@@ -7,6 +8,13 @@
 #include <cerrno>
 
 namespace wqz_camera {
+
+namespace {
+
+// Signals interrupt a request now and then. A driver that says so each time must not keep the caller.
+constexpr int Most_Interruptions = 100;
+
+}  // namespace
 
 Device_File::Device_File(const std::string& path)
     : node(path), descriptor(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)), error(descriptor < 0 ? errno : 0)
@@ -22,12 +30,15 @@ Device_File::~Device_File()
 
 int Device_File::Request(unsigned long code, void* argument) const
 {
-    while (ioctl(descriptor, code, argument) < 0) {
+    for (int attempt = 0; attempt < Most_Interruptions; ++attempt) {
+        if (ioctl(descriptor, code, argument) >= 0) {
+            return 0;
+        }
         if (errno != EINTR) {
             return -errno;
         }
     }
-    return 0;
+    return -EIO;
 }
 
 bool Device_File::Is_Gone() const
