@@ -231,6 +231,7 @@ TEST(Buffers, More_Are_Created_And_Exported)
 
 TEST(Buffers, Frames_Arrive_In_Memory_Of_The_Program)
 {
+    std::vector<std::vector<uint8_t>> memory;  // outlives the node, which may fill it until it is closed
     const Node node;
     ASSERT_EQ(node.Set_Format(), 0);
     v4l2_requestbuffers request{};
@@ -243,7 +244,7 @@ TEST(Buffers, Frames_Arrive_In_Memory_Of_The_Program)
     v4l2_buffer buffer = Node::Buffer(0);
     ASSERT_EQ(node.Query(buffer), 0);
     const uint32_t length = buffer.length;
-    std::vector<std::vector<uint8_t>> memory(request.count, std::vector<uint8_t>(length));
+    memory.assign(request.count, std::vector<uint8_t>(length));
     buffer.memory = V4L2_MEMORY_USERPTR;
     buffer.m.userptr = 0;
     EXPECT_EQ(Ask(node.fd, VIDIOC_QBUF, buffer), EFAULT);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -12,8 +13,7 @@
 
 namespace virtual_camera {
 
-Buffer_Memory::Buffer_Memory(size_t bytes)
-    : fd(real::Move_Up(memfd_create("virtual-camera", MFD_CLOEXEC))), mapped_bytes(bytes)
+Buffer_Memory::Buffer_Memory(size_t bytes) : fd(real::Move_Up(memfd_create("virtual-camera", MFD_CLOEXEC))), size(bytes)
 {
     if (fd >= 0 && ftruncate(fd, static_cast<off_t>(bytes)) == 0) {
         void* mapped = real::Mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
@@ -21,14 +21,10 @@ Buffer_Memory::Buffer_Memory(size_t bytes)
     }
 }
 
-Buffer_Memory::Buffer_Memory(void* own) : data(static_cast<uint8_t*>(own))
-{
-}
-
 Buffer_Memory::~Buffer_Memory()
 {
-    if (data && mapped_bytes > 0) {
-        real::Munmap(data, mapped_bytes);
+    if (data) {
+        real::Munmap(data, size);
     }
     if (fd >= 0) {
         real::Close(fd);
@@ -117,11 +113,9 @@ uint32_t Buffer_Queue::Add_Buffers(uint32_t count, uint32_t length)
         if (Has_Buffers()) {
             buffer.offset = buffers.back().offset + (buffers.back().length + page - 1) / page * page;
         }
-        if (memory_kind == V4L2_MEMORY_MMAP) {
-            buffer.memory = std::make_shared<Buffer_Memory>(length);
-            if (!buffer.memory->Data()) {
-                break;
-            }
+        buffer.memory = std::make_shared<Buffer_Memory>(length);
+        if (!buffer.memory->Data()) {
+            break;
         }
         buffers.push_back(std::move(buffer));
     }
@@ -146,7 +140,7 @@ void Buffer_Queue::Describe(uint32_t index, v4l2_buffer& buffer) const
     buffer.sequence = own.sequence;
     buffer.timestamp.tv_sec = own.time / Second;
     buffer.timestamp.tv_usec = own.time % Second / 1000;
-    buffer.length = own.length;
+    buffer.length = std::max(own.length, own.place.length);
     buffer.m = own.place.m;
     if (memory_kind == V4L2_MEMORY_MMAP) {
         buffer.m.offset = own.offset;
@@ -179,13 +173,9 @@ int Buffer_Queue::Take_Memory(Buffer& buffer, const v4l2_buffer& place) const
         if (msync(reinterpret_cast<void*>(beginning), place.m.userptr + place.length - beginning, MS_ASYNC) != 0) {
             return -EFAULT;  // part of the memory is not mapped
         }
-        buffer.memory = std::make_shared<Buffer_Memory>(reinterpret_cast<void*>(place.m.userptr));
-        buffer.length = place.length;
-    } else if (memory_kind == V4L2_MEMORY_DMABUF) {
-        return -EINVAL;  // no file here is a DMA buffer: exported buffers are files of memfd
+        buffer.place = place;
     }
-    buffer.place = place;
-    return 0;
+    return memory_kind == V4L2_MEMORY_DMABUF ? -EINVAL : 0;  // exported buffers here are not DMA buffers but memfds
 }
 
 int Buffer_Queue::Queue(v4l2_buffer& buffer)
@@ -261,6 +251,11 @@ void Buffer_Queue::Dequeue(v4l2_buffer& buffer)
 void Buffer_Queue::Finish(uint32_t bytes_used, uint32_t sequence, Time time)
 {
     Buffer& buffer = Oldest();
+    if (memory_kind == V4L2_MEMORY_USERPTR) {
+        // The kernel copies, since the program may have unmapped its memory meanwhile.
+        const auto target = static_cast<long>(buffer.place.m.userptr);
+        (void)real::Syscall(SYS_pread64, buffer.memory->Descriptor(), target, bytes_used, 0, 0, 0);
+    }
     buffer.bytes_used = bytes_used;
     buffer.sequence = sequence;
     buffer.time = time;

@@ -12,12 +12,11 @@
 
 namespace virtual_camera {
 
-/// The memory of one buffer: shared memory that programs map, or memory that a program handed over.
+/// The memory of one buffer: shared memory, which programs can map.
 /// Data() is null when the memory could not be allocated.
 class Buffer_Memory {
 public:
     explicit Buffer_Memory(size_t bytes);
-    explicit Buffer_Memory(void* own);  ///< the program's memory, which stays the program's
     ~Buffer_Memory();
     Buffer_Memory(const Buffer_Memory&) = delete;
     Buffer_Memory& operator=(const Buffer_Memory&) = delete;
@@ -28,7 +27,7 @@ public:
 private:
     int fd = -1;
     uint8_t* data = nullptr;
-    size_t mapped_bytes = 0;
+    size_t size = 0;
 };
 
 /// States: without buffers -> Request or Create -> stopped <-> Start/Stop -> streaming.
@@ -41,7 +40,7 @@ public:
         std::shared_ptr<Buffer_Memory> memory;  // mappings share it and may outlive the buffer
         uint32_t length = 0;
         uint32_t offset = 0;  // for mmap
-        v4l2_buffer place{};  // a user pointer or DMA buffer as the program queued it
+        v4l2_buffer place{};  // the user pointer as the program queued it
         bool failed = false;
         uint32_t bytes_used = 0;
         uint32_t sequence = 0;

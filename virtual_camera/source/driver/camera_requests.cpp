@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 
 #include "driver/camera.h"
 
@@ -91,12 +90,9 @@ int Camera::Query_Capability(Call& call)
     constexpr uint32_t Common = V4L2_CAP_STREAMING | V4L2_CAP_EXT_PIX_FORMAT;
     auto& capability = call.As<v4l2_capability>();
     capability = v4l2_capability{};
-    const auto copy = [](auto& target, const std::string& text) {
-        std::snprintf(reinterpret_cast<char*>(target), sizeof target, "%s", text.c_str());
-    };
-    copy(capability.driver, description.driver);
-    copy(capability.card, description.card);
-    copy(capability.bus_info, description.bus_info);
+    Copy_Text(capability.driver, description.driver);
+    Copy_Text(capability.card, description.card);
+    Copy_Text(capability.bus_info, description.bus_info);
     capability.version = Driver_Version;
     const uint32_t all = V4L2_CAP_VIDEO_CAPTURE | (description.has_metadata ? V4L2_CAP_META_CAPTURE : 0U);
     capability.capabilities = all | Common | V4L2_CAP_DEVICE_CAPS;
@@ -160,8 +156,7 @@ int Camera::Metadata_Format(Call& call)
         entry = v4l2_fmtdesc{};
         entry.type = V4L2_BUF_TYPE_META_CAPTURE;
         entry.pixelformat = V4L2_META_FMT_UVC;
-        std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description,
-                      "UVC Payload Header Metadata");
+        Copy_Text(entry.description, "UVC Payload Header Metadata");
         return 0;
     }
     auto& format = call.As<v4l2_format>();
@@ -211,7 +206,7 @@ int Camera::Input(Call& call)
     }
     input = v4l2_input{};
     input.type = V4L2_INPUT_TYPE_CAMERA;
-    std::snprintf(reinterpret_cast<char*>(input.name), sizeof input.name, "Camera 1");
+    Copy_Text(input.name, "Camera 1");
     return 0;
 }
 

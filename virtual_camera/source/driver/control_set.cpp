@@ -3,9 +3,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
+
+#include "driver/format_negotiation.h"
 
 namespace virtual_camera {
 namespace {
@@ -24,14 +25,6 @@ Control Class_Of(uint32_t id)
     control.type = V4L2_CTRL_TYPE_CTRL_CLASS;
     control.step = 0;
     return control;
-}
-
-constexpr size_t Name_Size = sizeof(v4l2_queryctrl::name);
-static_assert(Name_Size == sizeof(v4l2_querymenu::name) && Name_Size == sizeof(v4l2_query_ext_ctrl::name));
-
-void Copy_Text(unsigned char* target, const std::string& text)
-{
-    std::snprintf(reinterpret_cast<char*>(target), Name_Size, "%s", text.c_str());
 }
 
 // Integers are rounded to the step and clamped, as unsigned numbers where the control is unsigned.
@@ -131,7 +124,9 @@ int Control_Set::Query_Menu(v4l2_querymenu& query) const
     if (!control || query.index >= control->menu.size() || control->menu[query.index].empty()) {
         return -EINVAL;
     }
-    Copy_Text(query.name, control->menu[query.index]);
+    uint8_t name[sizeof query.name];  // the record is packed, so its field cannot be referred to
+    Copy_Text(name, control->menu[query.index]);
+    std::memcpy(query.name, name, sizeof name);
     query.reserved = 0;
     return 0;
 }

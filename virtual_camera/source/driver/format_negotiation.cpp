@@ -5,7 +5,6 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <utility>
 
 namespace virtual_camera {
@@ -168,8 +167,7 @@ int Enumerate_Format(const std::vector<Pixel_Format>& formats, v4l2_fmtdesc& ent
     entry.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     entry.flags = fact.bytes_per_pixel == 0 ? V4L2_FMT_FLAG_COMPRESSED : 0;
     entry.pixelformat = fact.fourcc;
-    std::snprintf(reinterpret_cast<char*>(entry.description), sizeof entry.description, "%s",
-                  fact.name ? fact.name : Fourcc_Text(fact.fourcc).c_str());
+    Copy_Text(entry.description, fact.name ? fact.name : Fourcc_Text(fact.fourcc));
     return 0;
 }
 

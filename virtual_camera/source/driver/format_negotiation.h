@@ -6,6 +6,13 @@
 
 namespace virtual_camera {
 
+/// Copies a text into a field of a kernel record, cut to fit.
+template <size_t Size>
+void Copy_Text(uint8_t (&target)[Size], const std::string& text)
+{
+    target[text.copy(reinterpret_cast<char*>(target), Size - 1)] = 0;
+}
+
 struct Video_Mode {
     uint32_t fourcc = 0;
     uint32_t width = 0;

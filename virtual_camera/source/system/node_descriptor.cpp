@@ -28,11 +28,8 @@ int Node_Descriptor::Open(int open_flags, int lowest_number)
     const bool close_on_exec = (open_flags & O_CLOEXEC) != 0;
     int fd = epoll_create1(close_on_exec ? EPOLL_CLOEXEC : 0);
     if (fd >= 0 && fd < lowest_number) {
-        const int moved = fcntl(fd, close_on_exec ? F_DUPFD_CLOEXEC : F_DUPFD, lowest_number);
-        const int error = errno;
-        real::Close(fd);
-        errno = error;
-        fd = moved;
+        const int low = std::exchange(fd, fcntl(fd, close_on_exec ? F_DUPFD_CLOEXEC : F_DUPFD, lowest_number));
+        real::Close(low);
     }
     if (fd < 0) {
         return -errno;
