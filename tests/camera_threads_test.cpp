@@ -164,7 +164,6 @@ TEST_F(Threads, EveryCallRunsBesideTheOthers)
 TEST_F(Threads, CloseWaitsForCallsUntilTheyHaveNotedTheirFailure)
 {
     for (int round = 0; round < 20; ++round) {
-        std::atomic<int> waiting{0};
         std::atomic<int> inside{0};
         Alter(
             Node, VIDIOC_QUERY_EXT_CTRL,
@@ -175,6 +174,7 @@ TEST_F(Threads, CloseWaitsForCallsUntilTheyHaveNotedTheirFailure)
             1);
         Fail(Node, VIDIOC_G_EXT_CTRLS, {EIO});
         Start_Yuyv();
+        Clear_Log();
         const auto handle = camera;
         Run([&] {
             auto setting = Sized<WQZ_Camera_Setting>();
@@ -183,11 +183,9 @@ TEST_F(Threads, CloseWaitsForCallsUntilTheyHaveNotedTheirFailure)
         });
         Run([&] {
             auto frame = Sized<WQZ_Camera_Frame>();
-            ++waiting;
             EXPECT_EQ(WQZ_Camera_Read(handle, &frame, -1, 0), -ECANCELED);
         });
-        ASSERT_TRUE(Eventually([&] { return inside > 0 && waiting > 0; }));
-        std::this_thread::sleep_for(milliseconds(1));
+        ASSERT_TRUE(Eventually([&] { return inside > 0 && Requests(VIDIOC_DQBUF) > 0; }));
         EXPECT_EQ(Close(), 0);
         Join();
         ASSERT_EQ(WQZ_Camera_Open(&camera, Node), 0);
@@ -200,8 +198,9 @@ TEST_F(Threads, CloseEndsARecoverThatWaits)
         Start_Yuyv();
         WQZ_Camera_Frame frame = Next_Frame();
         Unplug(Node);
+        Clear_Log();
         Run([&, handle = camera] { EXPECT_EQ(WQZ_Camera_Recover(handle, -1), -ECANCELED); });
-        std::this_thread::sleep_for(milliseconds(20));
+        ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMOFF) > 0; })) << "it leaves the camera first";
         const Stopwatch watch;
         EXPECT_EQ(Close(), 0) << Explanation(nullptr);
         EXPECT_LT(watch.Elapsed(), milliseconds(500));

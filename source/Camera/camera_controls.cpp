@@ -1,3 +1,4 @@
+// Reading and setting controls through the extended requests.
 #include "Camera/camera_controls.h"
 
 #include <algorithm>
@@ -205,7 +206,7 @@ std::vector<WQZ_Camera_Menu_Item> Items_Of(const Device_File& device, const WQZ_
     return items;
 }
 
-// What is to be set: the default, the text, or the number.
+// Chooses what to set: the default, the text, or the number.
 Set_Value Wanted_Value(const Device_File& device, const WQZ_Camera_Control& control, const WQZ_Camera_Setting& setting)
 {
     Set_Value wanted{control.id, control.type, setting.value, ""};

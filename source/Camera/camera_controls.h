@@ -31,7 +31,7 @@ void Get_Control(const Device_File& device, WQZ_Camera_Setting& setting);
 /// @throws Failure
 Set_Value Set_Control(const Device_File& device, WQZ_Camera_Setting& setting);
 
-/// Sets a value again. Controls that an automatic rules at present are left to it.
+/// Sets a value again. Leaves controls alone that an automatic control rules at present.
 /// @throws Failure
 void Restore_Control(const Device_File& device, const Set_Value& value);
 

@@ -1,4 +1,4 @@
-// What went wrong with a camera, and what the user can do about it, in sentences.
+// The sentences on failures, and who holds a busy camera.
 #include "Camera/camera_explain.h"
 
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// Finding capture nodes through udev, and describing their cameras.
 #include "Camera/camera_list.h"
 
 #include <fcntl.h>
@@ -68,8 +69,8 @@ void Describe_Usb(Camera_Record& record, udev_device* usb)
     Store_Text(record.info.serial, Attribute(usb, "serial"));
 }
 
-// The bus numbers devices as they are plugged in, and each arrival makes a new node. Its time of change would not do:
-// a login changes who may open it.
+// The USB bus gives each arrival a new device number, and the system makes a new node for it. The node's time of change
+// does not tell arrivals apart, because a login changes who may open the node.
 std::string Arrival(const char* node, udev_device* usb)
 {
     struct statx made {};
@@ -100,7 +101,7 @@ void Describe_Place(Camera_Record& record, udev_device* device)
     }
 }
 
-// Without the right to open a node, udev's word counts; where it has none, a driver's first node is its camera.
+// For nodes that this user may not open: takes udev's word, and without one the first node of a driver.
 bool Seems_To_Capture(udev_device* device)
 {
     const std::string capabilities = Property(device, "ID_V4L_CAPABILITIES");
@@ -225,7 +226,7 @@ std::optional<Camera_Record> Describe_Unlisted(const Device_File& device)
     return record;
 }
 
-// A serial may have become shared, or unique, since the camera was opened: then its name has changed, its port not.
+// When another camera with the same serial came or went, the identity changes its form. The port still tells then.
 const Camera_Record* Find_Again(const std::vector<Camera_Record>& list, const Camera_Record& wanted)
 {
     const auto find = [&](auto matches) {

@@ -79,7 +79,7 @@ bool Is_End(const Device_File& device, const char* step, int result)
     return true;
 }
 
-// Of a range of sizes the largest stands for all: drivers name the intervals that every size has there.
+// For a range of sizes this asks for the intervals of the largest size, which every smaller one has too.
 void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std::vector<WQZ_Camera_Offer>& offers)
 {
     for (uint32_t index = 0; index < Most_Entries; ++index) {
@@ -102,7 +102,7 @@ void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std
     }
 }
 
-// A driver without an enumeration of sizes has the one that is set, adjusted to the format.
+// A driver that does not enumerate sizes offers the one that is set at present, adjusted to the format.
 void Add_Present_Size(const Device_File& device, WQZ_Camera_Offer offer, std::vector<WQZ_Camera_Offer>& offers)
 {
     v4l2_format format{};

@@ -1,3 +1,4 @@
+// Watching cameras come and go: compares lists when udev or a timer says so.
 #include "Camera/camera_monitor.h"
 
 #include <sys/epoll.h>

@@ -1,3 +1,4 @@
+// Finding and opening the camera that a name means.
 #include "Camera/camera_name.h"
 
 #include <strings.h>

@@ -7,11 +7,12 @@ using namespace wqz_camera;
 
 namespace {
 
-// Between looks at whether the camera is still there: an unplug shows within twice that.
+// Time between two checks that the camera is still there. An unplug shows within twice that.
 constexpr int Look_Ms = 90;
 
-// Some drivers report frames or errors without end and hand out nothing. Looks that find nothing then keep a distance,
-// so that a wait costs no processor; a few come without it, since another thread may have been faster.
+// A faulty driver may report a frame or an error all the time and hand out nothing. After a few empty looks the wait
+// pauses between them, so that it does not keep a processor busy. The first looks do not pause: another thread may have
+// taken the frame.
 constexpr int Free_Looks = 4;
 constexpr int Pause_Ms = 5;
 constexpr int Most_Failed_Looks = 40;  // a driver that reports an error for that long has failed

@@ -8,7 +8,8 @@ using namespace wqz_camera;
 
 namespace {
 
-// Between attempts to open a camera that was plugged in again: the system grants its users access some time after.
+// Time between attempts to open a camera that was plugged in again. The system grants access some time after the node
+// is there.
 constexpr int Retry_Ms = 100;
 
 }  // namespace
@@ -44,7 +45,7 @@ void WQZ_Camera::Leave_Device()
     device.reset();
 }
 
-// Controls before the stream, since some are fixed while it runs.
+// Sets controls before the stream begins, since some are fixed while it runs.
 bool WQZ_Camera::Return_To_Device()
 {
     const std::lock_guard changing(order);

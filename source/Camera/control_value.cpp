@@ -1,3 +1,4 @@
+// Values of controls from and to text.
 #include "Camera/control_value.h"
 
 #include <algorithm>
@@ -75,7 +76,7 @@ std::string Control_Key(const std::string& name)
     return key;
 }
 
-// The items of an integer menu are numbers themselves, so names of items go before indices.
+// Tries the names of items before indices, because the names in an integer menu are numbers too.
 int64_t Parse_Value(const std::string& text, const WQZ_Camera_Control& control,
                     const std::vector<WQZ_Camera_Menu_Item>& items)
 {

@@ -1,3 +1,4 @@
+// Bilinear interpolation of raw Bayer frames.
 #include "Camera/demosaic.h"
 
 #include <linux/videodev2.h>

@@ -28,8 +28,8 @@ const Bayer_Format* Find_Bayer_Format(uint32_t fourcc);
 
 uint32_t Bayer_Row_Bytes(const Bayer_Format& format, uint32_t width);
 
-/// Fills each pixel's two missing colours with the mean of the nearest samples that have them (bilinear). Of deep
-/// samples the upper eight bits count. Rows and columns outside the picture mirror those inside.
+/// Fills each pixel's two missing colours with the mean of the nearest samples that have them (bilinear). Uses the
+/// upper eight bits of deeper samples. Rows and columns outside the picture mirror those inside.
 void Demosaic(const Bayer_Format& format, const uint8_t* data, uint32_t stride, const Pixel_Rows& target);
 
 }  // namespace wqz_camera

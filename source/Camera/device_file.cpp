@@ -1,4 +1,4 @@
-// An open device node.
+// Opening a device node and making requests to its driver.
 #include "Camera/device_file.h"
 
 #include <fcntl.h>

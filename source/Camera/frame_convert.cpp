@@ -1,3 +1,4 @@
+// Choosing the conversion of a frame, and converting YUYV and UYVY.
 #include "Camera/frame_convert.h"
 
 #include <linux/videodev2.h>
@@ -47,7 +48,7 @@ void Convert_Yuyv_Row(const uint8_t* line, uint32_t width, uint8_t* row)
     }
 }
 
-// Through a piece of a row that stays in the nearest cache.
+// Converts in pieces that stay in the nearest cache.
 void Convert_Uyvy_Row(const uint8_t* line, uint32_t width, uint8_t* row)
 {
     constexpr uint32_t Piece_Pixels = 1024;

@@ -1,3 +1,4 @@
+// Starting and ending a capture, and lending its frames.
 #include "Camera/frame_stream.h"
 
 #include <sys/mman.h>
@@ -36,7 +37,7 @@ int64_t Monotonic_Time(const v4l2_buffer& buffer)
     return Nanoseconds(now.tv_sec, now.tv_nsec);
 }
 
-// What a Read says to a refusal by the driver.
+// Turns a driver's refusal into the result of a Read.
 int Read_Result(int result)
 {
     if (result == -ENODEV || result == -ENXIO) {
@@ -96,7 +97,7 @@ void Frame_Stream::Request_Buffers(uint32_t count)
     mode.buffers = buffers.count;
 }
 
-// Mapped with all pages present, so that reading a frame meets no page fault.
+// Maps all pages at once, so that reading a frame causes no page fault.
 void Frame_Stream::Map_Buffer(Frame_Slot& slot, uint32_t index)
 {
     v4l2_buffer buffer = Capture_Buffer(index);
@@ -172,13 +173,13 @@ int Frame_Stream::Dequeue(v4l2_buffer& buffer)
     }
     --queued;
     if (buffer.index >= slots.size() || slots[buffer.index].ticket != 0) {
-        return -EIO;  // a buffer that the driver does not have
+        return -EIO;  // the driver names a buffer that is not in its queue
     }
     Note(buffer);
     return 0;
 }
 
-// The first frames, while the exposure settles.
+// Gives the first frames back while the exposure settles.
 int Frame_Stream::Skip_First(v4l2_buffer& buffer)
 {
     int result = 0;
@@ -191,13 +192,13 @@ int Frame_Stream::Skip_First(v4l2_buffer& buffer)
     return result;
 }
 
-// Passes over no more frames than there are buffers: a camera may fill them as fast as they are given back.
+// Skips no more frames than there are buffers, because a camera may fill them as fast as they are given back.
 void Frame_Stream::Advance_To_Newest(v4l2_buffer& buffer)
 {
     v4l2_buffer next{};
     for (size_t left = slots.size(); left > 0 && Dequeue(next) == 0; --left) {
         ++counts.skipped;
-        (void)Requeue(buffer.index);  // a refused buffer is missing in `queued`
+        (void)Requeue(buffer.index);  // `queued` does not count a buffer that the driver refuses
         buffer = next;
     }
 }
@@ -253,7 +254,7 @@ int Frame_Stream::Give_Back(WQZ_Camera_Frame& frame)
     if (slot == nullptr || frame.ticket == 0) {
         return -EINVAL;
     }
-    std::shared_ptr<Frame_Stream> keeper;  // dies after the lock
+    std::shared_ptr<Frame_Stream> keeper;  // destroyed after the lock, which is part of the stream
     Frame_Stream& stream = *slot->owner;
     const std::lock_guard lock(stream.mutex);
     if (slot->ticket != frame.ticket) {
@@ -291,7 +292,7 @@ int Frame_Stream::End()
             }
         }
         if (result == -ENODEV) {
-            device.reset();  // of a camera that is gone there is nothing to give back
+            device.reset();  // an unplugged camera takes nothing back
         }
     }
     return device == nullptr || on_loan == 0 || orphans_supported ? Free_Buffers() : -EBUSY;

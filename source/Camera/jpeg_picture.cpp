@@ -1,3 +1,4 @@
+// Decoding Motion-JPEG with TurboJPEG.
 #include "Camera/jpeg_picture.h"
 
 #include <cerrno>

@@ -16,7 +16,8 @@ constexpr size_t Named_Modes = 4;  // more in a message would not be read
 constexpr double Uncompressed_Bytes_Per_Pixel = 2;
 constexpr double Compressed_Bytes_Per_Pixel = 0.5;  // a generous Motion-JPEG
 
-// Distances between modes, in doublings: another format is farther than another size, a size farther than a rate.
+// Distances between modes are counted in doublings. The weights put another format farther away than another size, and
+// a size farther than a rate.
 constexpr double Format_Weight = 16;
 constexpr double Size_Weight = 2;
 
@@ -123,7 +124,7 @@ std::string Best_Rated(std::vector<Rated_Mode> modes)
     return text;
 }
 
-// An estimate: how much a compressed frame takes is not known before.
+// An estimate, because the size of compressed frames is not known in advance.
 double Load(const WQZ_Camera_Mode& mode, bool compressed)
 {
     const double pixels = static_cast<double>(mode.width) * mode.height;

@@ -1,3 +1,4 @@
+// Setting a mode and checking what the driver made of it.
 #include "Camera/mode_setting.h"
 
 #include <cerrno>
@@ -70,7 +71,7 @@ void Set_Format(const Device_File& device, const WQZ_Camera_Request& request, WQ
     Store_Text(mode.format, Fourcc_Text(mode.fourcc));
 }
 
-// Some drivers have no rate to set; frames then come as they come.
+// Some drivers have no rate to set. The mode then has no interval.
 void Set_Interval(const Device_File& device, const WQZ_Camera_Fraction& interval, WQZ_Camera_Mode& mode)
 {
     v4l2_streamparm parameters{};

@@ -1,3 +1,4 @@
+// Waiting on one epoll descriptor.
 #include "Camera/wait_point.h"
 
 #include <poll.h>
@@ -133,7 +134,8 @@ void Wait_Point::Cancel() noexcept
     Wake();
 }
 
-// The wake-up goes before the mark is taken: a Cancel in between sets the mark again and wakes again.
+// Drains the wake-up before it takes the mark. The other order could drain the wake-up of a Cancel that came in
+// between, whose mark would then wait for the next wake-up.
 bool Wait_Point::Take_Cancel()
 {
     if (!cancelled.load()) {

@@ -39,7 +39,7 @@ using Udev_Owner = std::unique_ptr<Type, Udev_Unref>;
 /// @return null where the system has no such events, as in some containers
 Udev_Owner<udev_monitor> Watch_Video_Nodes(udev* context, const char* source);
 
-/// An epoll descriptor over a device's, an event counter, and the kernel's plug events.
+/// One epoll descriptor for the device, a counter of wake-ups, and the kernel's plug events.
 class Wait_Point {
 public:
     /// Device_Failed comes with Device_Ready: the driver reports an error, or that the camera is gone.
@@ -53,7 +53,7 @@ public:
 
     int Descriptor() const { return poll_descriptor; }
 
-    /// Adds and removes the device of a running stream. (Drivers report an idle device as ready.)
+    /// Adds and removes the device of a running stream. An idle device is left out, because drivers report it as ready.
     /// @throws Failure
     void Watch(int device);
     void Forget(int device);

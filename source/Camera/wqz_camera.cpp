@@ -19,7 +19,7 @@ using namespace wqz_camera;
 
 namespace {
 
-// Of calls without a camera.
+// The last failure of calls without a camera.
 thread_local Last_Failure thread_failure;
 
 constexpr char Kept_By_Frames[] = "The driver keeps the camera until the frames that are still held are released.";
@@ -62,7 +62,8 @@ int32_t Answer(WQZ_Camera_Monitor* monitor, Body body) noexcept
     return Answer(thread_failure, body);
 }
 
-// A setting of whatever size the caller knows, in the present size while `body` works on it.
+// Copies the caller's setting, of whatever size, into the size that this library knows, runs `body` on it, and copies
+// it back.
 template <typename Body>
 int32_t With_Setting(uint8_t* caller, uint32_t size, Body body)
 {
@@ -234,7 +235,7 @@ int32_t WQZ_Camera_Counters(WQZ_Camera* camera, WQZ_Camera_Counts* counts)
     });
 }
 
-// Nothing here but what a signal handler may do.
+// Does only what a signal handler may do.
 int32_t WQZ_Camera_Cancel(WQZ_Camera* camera)
 {
     if (camera == nullptr) {
