@@ -98,7 +98,7 @@ bool Choose_Mode(void* session, uint32_t fourcc, Pix_Format& request)
     return true;
 }
 
-// Each capture has a session of its own, as "Capturing again" of the header asks for.
+// Each capture has a session of its own; see "Capturing again" in docs/session.md.
 void Capture(const v4l2_dev_sys_data_t& camera, uint32_t fourcc, const char* name, const std::string& folder)
 {
     void* session = WQZ_USBCam_CREATE_DEVICE_POINT(camera);

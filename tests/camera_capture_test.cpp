@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused_Step{VIDIOC_STREAMON, EPROTO, 0, "another port"}));
 
 // Tools show these sentences to people who call no function.
-TEST_F(Capture, SentencesNameNoFunctions)
+TEST_F(Capture, ExplanationsAreWordsForUsersWithoutFunctionNames)
 {
     const auto expect_plain = [this] {
         EXPECT_NE(Explanation(camera), "");
@@ -137,7 +137,7 @@ TEST_F(Capture, SentencesNameNoFunctions)
     EXPECT_NE(Explanation(camera).find("Plug it in again"), std::string::npos) << Explanation(camera);
 }
 
-TEST_F(Capture, AnotherStartJustWorksInAnyMode)
+TEST_F(Capture, StartEndsARunningCaptureAndBeginsInAnyMode)
 {
     Start_Yuyv();
     WQZ_Camera_Frame held = Next_Frame();

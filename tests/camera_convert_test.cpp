@@ -111,7 +111,7 @@ TEST(Convert, YuyvAndUyvyInEveryLayout)
     }
 }
 
-TEST(Convert, WhatDidNotComeIsBlackAndSaid)
+TEST(Convert, MissingRowsAreBlackAndReported)
 {
     const Bytes yuyv = Random_Bytes(64 * 2 * 3 + 5);
     const auto frame = Frame(V4L2_PIX_FMT_YUYV, 64, 8, yuyv, 128);
@@ -306,7 +306,7 @@ TEST(Convert, MotionJpegIsDecoded)
     Expect_Same(frame, bgr, Converted(frame, WQZ_CAMERA_PIXELS_RGB, 200), 200, true);
 }
 
-TEST(Convert, BrokenMotionJpegIsSaidToBeSo)
+TEST(Convert, BrokenMotionJpegIsReported)
 {
     const Bytes jpeg = Compressed(Smooth_Picture());
     Bytes shorter(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(jpeg.size() * 3 / 4));

@@ -113,7 +113,7 @@ TEST_F(Cpp, ControlsTakeNumbersWordsAndDefaults)
     EXPECT_EQ(Code_Of([&] { camera.Set({"nothing", 1}); }), EINVAL);
 }
 
-TEST(Rates, AreFractionsOfWhateverNumber)
+TEST(Rates, AnyNumberBecomesAnExactFraction)
 {
     const auto seconds = [](wqz::Rate rate) {
         return static_cast<double>(rate.Interval().numerator) / rate.Interval().denominator;

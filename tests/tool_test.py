@@ -95,7 +95,7 @@ class Looking(Tool_Test):
             with self.subTest(words):
                 self.assertRegex(self.run_tool(SMALL, *words, status=status).stderr, message)
 
-    def test_what_cannot_be_held_or_done_is_refused(self):
+    def test_impossible_options_are_refused(self):
         for words in (["--frames", "0"], ["--frames", "-1"], ["--frames", "1.5"], ["--frames", "18446744073709551617"],
                       ["--seconds", "0"], ["--seconds", "nan"], ["--seconds", "inf"], ["--seconds", "1e300"],
                       ["--seconds", "1s"], ["--frames", "1", "--seconds", "1"], ["--fps", "0"], ["--fps", "fast"],

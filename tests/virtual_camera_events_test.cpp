@@ -58,7 +58,7 @@ bool Has_Exception(const Node& node)
 
 }  // namespace
 
-TEST(Waiting, Poll_Tells_Errors_From_Frames)
+TEST(Waiting, PollTellsErrorsFromFrames)
 {
     const Node node;
     if (!Is_Read(node)) {
@@ -85,7 +85,7 @@ TEST(Waiting, Poll_Tells_Errors_From_Frames)
     EXPECT_EQ(select(node.fd + 1, nullptr, &write, nullptr, &timeout), 0) << "a capture node is never written to";
 }
 
-TEST(Waiting, Poll_Leaves_Other_Descriptors_And_Time_Outs_As_They_Are)
+TEST(Waiting, PollLeavesOtherDescriptorsAndTimeOutsAsTheyAre)
 {
     const Node node;
     ASSERT_NO_FATAL_FAILURE(node.Start());
@@ -107,7 +107,7 @@ TEST(Waiting, Poll_Leaves_Other_Descriptors_And_Time_Outs_As_They_Are)
     close(ends[0]);
 }
 
-TEST(Waiting, A_Node_Without_The_Capability_Is_Not_Read)
+TEST(Waiting, ANodeWithoutTheCapabilityIsNotRead)
 {
     const Node node;
     if (Is_Read(node)) {
@@ -120,7 +120,7 @@ TEST(Waiting, A_Node_Without_The_Capability_Is_Not_Read)
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(Control_Events, A_Change_Is_Told_To_Other_Files)
+TEST(Control_Events, AChangeIsToldToOtherFiles)
 {
     const Node watcher(O_NONBLOCK), setter;
     v4l2_event event{};
@@ -153,7 +153,7 @@ TEST(Control_Events, A_Change_Is_Told_To_Other_Files)
     EXPECT_EQ(Poll(watcher, POLLPRI), 0);
 }
 
-TEST(Control_Events, The_Present_State_Is_Told_On_Demand_And_Waited_For)
+TEST(Control_Events, ThePresentStateIsToldOnDemandAndWaitedFor)
 {
     const Node node;
     ASSERT_EQ(Set_Brightness(node, 20), 0);
@@ -173,7 +173,7 @@ TEST(Control_Events, The_Present_State_Is_Told_On_Demand_And_Waited_For)
     EXPECT_EQ(event.sequence, 1U);
 }
 
-TEST(Priorities, The_Highest_Rules_Until_Its_File_Is_Closed)
+TEST(Priorities, TheHighestPriorityRefusesLowerOnesUntilItsFileCloses)
 {
     Node recorder;
     const Node viewer;
@@ -192,7 +192,7 @@ TEST(Priorities, The_Highest_Rules_Until_Its_File_Is_Closed)
     EXPECT_EQ(Set_Priority(viewer, V4L2_PRIORITY_RECORD + 1), EINVAL);
 }
 
-TEST(Buffers, More_Are_Created_And_Exported)
+TEST(Buffers, MoreAreCreatedAndExported)
 {
     const Node node;
     ASSERT_EQ(node.Set_Format(), 0);
@@ -229,7 +229,7 @@ TEST(Buffers, More_Are_Created_And_Exported)
     EXPECT_EQ(Ask(node.fd, VIDIOC_CREATE_BUFS, create), EINVAL) << "too small for the format";
 }
 
-TEST(Buffers, Frames_Arrive_In_Memory_Of_The_Program)
+TEST(Buffers, FramesArriveInMemoryOfTheProgram)
 {
     std::vector<std::vector<uint8_t>> memory;  // outlives the node, which may fill it until it is closed
     const Node node;

@@ -96,7 +96,7 @@ protected:
     }
 };
 
-TEST_F(Plugging, A_Camera_Comes_Back_Under_Its_Old_Name_And_Old_Files_Stay_Dead)
+TEST_F(Plugging, ACameraComesBackUnderItsOldNameAndOldFilesStayDead)
 {
     vc::Add_Camera(vc::Usb_Camera());
     const int old = open(Node.c_str(), O_RDWR);
@@ -126,7 +126,7 @@ TEST_F(Plugging, A_Camera_Comes_Back_Under_Its_Old_Name_And_Old_Files_Stay_Dead)
     close(fresh);
 }
 
-TEST_F(Plugging, A_Described_Camera_Comes_Back_By_Itself_And_Stays)
+TEST_F(Plugging, ADescribedCameraComesBackByItselfAndStays)
 {
     vc::Camera_Description description = vc::Usb_Camera();
     description.max_rate = true;
@@ -151,7 +151,7 @@ TEST_F(Plugging, A_Described_Camera_Comes_Back_By_Itself_And_Stays)
     close(fresh);
 }
 
-TEST_F(Plugging, The_Device_Tree_And_Monitors_Of_Udev_Follow)
+TEST_F(Plugging, TheDeviceTreeAndMonitorsOfUdevFollow)
 {
     const std::unique_ptr<UMockdevTestbed, decltype(&g_object_unref)> bed(umockdev_testbed_new(), g_object_unref);
     ASSERT_TRUE(umockdev_in_mock_environment()) << "run with libumockdev-preload.so.0 preloaded";
@@ -194,7 +194,7 @@ TEST_F(Plugging, The_Device_Tree_And_Monitors_Of_Udev_Follow)
     EXPECT_TRUE(std::filesystem::exists(Node));
 }
 
-TEST_F(Plugging, A_Driver_That_Cannot_Orphan_Buffers_Keeps_Them_While_They_Are_Mapped)
+TEST_F(Plugging, ADriverThatCannotOrphanBuffersKeepsThemWhileTheyAreMapped)
 {
     vc::Camera_Description description = vc::Usb_Camera();
     description.orphans_buffers = false;
@@ -212,7 +212,7 @@ TEST_F(Plugging, A_Driver_That_Cannot_Orphan_Buffers_Keeps_Them_While_They_Are_M
     close(fd);
 }
 
-TEST_F(Plugging, The_Metadata_Node_Streams_Along_With_The_Frames)
+TEST_F(Plugging, TheMetadataNodeStreamsAlongWithTheFrames)
 {
     vc::Add_Camera(vc::Usb_Camera());
     vc::Hold_Frames(Node);
@@ -240,7 +240,7 @@ TEST_F(Plugging, The_Metadata_Node_Streams_Along_With_The_Frames)
     close(fd);
 }
 
-TEST_F(Plugging, A_Camera_May_Be_Silent_From_The_Start)
+TEST_F(Plugging, ACameraMayBeSilentFromTheStart)
 {
     const auto cameras = vc::Parse_Description("camera\npause-after 0 0.3s\nreplug-after 2s\norphan-buffers no\n");
     EXPECT_EQ(cameras.at(0).replug_after_seconds, 2);

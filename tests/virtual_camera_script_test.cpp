@@ -100,7 +100,7 @@ protected:
     std::vector<void*> mapped;
 };
 
-TEST_F(Scripted_Camera, Faults_Hit_The_Calls_They_Are_Meant_For)
+TEST_F(Scripted_Camera, FaultsHitTheCallsTheyAreMeantFor)
 {
     vc::Fail(Node, VIDIOC_QUERYCAP, {.error = EBUSY, .times = 2, .skip = 1});
     vc::Fail(Node, VIDIOC_QUERYCAP, {.error = EAGAIN, .result = -2});
@@ -127,7 +127,7 @@ TEST_F(Scripted_Camera, Faults_Hit_The_Calls_They_Are_Meant_For)
     }
 }
 
-TEST_F(Scripted_Camera, Codes_Handed_Over_As_Int_And_Raw_System_Calls_Reach_It)
+TEST_F(Scripted_Camera, CodesHandedOverAsIntAndRawSystemCallsReachIt)
 {
     v4l2_capability capability{};
     const auto code = int32_t(VIDIOC_QUERYCAP);
@@ -146,7 +146,7 @@ TEST_F(Scripted_Camera, Codes_Handed_Over_As_Int_And_Raw_System_Calls_Reach_It)
     EXPECT_EQ(errno, EBADF);
 }
 
-TEST_F(Scripted_Camera, Answers_Are_Altered)
+TEST_F(Scripted_Camera, AnswersAreAltered)
 {
     Start();
     vc::Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->index = 9; });
@@ -165,7 +165,7 @@ TEST_F(Scripted_Camera, Answers_Are_Altered)
     EXPECT_EQ(errno, ENOMEM);
 }
 
-TEST_F(Scripted_Camera, Select_Is_Scripted_And_Otherwise_Waits)
+TEST_F(Scripted_Camera, SelectIsScriptedAndOtherwiseWaits)
 {
     Start();
     fd_set set;
@@ -187,7 +187,7 @@ TEST_F(Scripted_Camera, Select_Is_Scripted_And_Otherwise_Waits)
     EXPECT_FALSE(Is_Ready(fd));
 }
 
-TEST_F(Scripted_Camera, Frames_Are_Held_And_Delivered_By_Number)
+TEST_F(Scripted_Camera, FramesAreHeldAndDeliveredByNumber)
 {
     vc::Hold_Frames(Node);
     Start();
@@ -207,7 +207,7 @@ TEST_F(Scripted_Camera, Frames_Are_Held_And_Delivered_By_Number)
     EXPECT_EQ(buffer.sequence, 2U);
 }
 
-TEST_F(Scripted_Camera, Every_Format_Carries_Its_Number_And_The_Bytes_That_Are_Foretold)
+TEST_F(Scripted_Camera, EveryFormatCarriesItsNumberAndMatchesFrameBytes)
 {
     for (const uint32_t fourcc : {V4L2_PIX_FMT_MJPEG, V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_GREY}) {
         vc::Hold_Frames(Node);
@@ -232,7 +232,7 @@ TEST_F(Scripted_Camera, Every_Format_Carries_Its_Number_And_The_Bytes_That_Are_F
     }
 }
 
-TEST_F(Scripted_Camera, An_Unplugged_Camera_Is_Ready_And_Gone)
+TEST_F(Scripted_Camera, AnUnpluggedCameraIsReadyAndGone)
 {
     vc::Hold_Frames(Node);
     Start();
@@ -257,7 +257,7 @@ TEST_F(Scripted_Camera, An_Unplugged_Camera_Is_Ready_And_Gone)
     EXPECT_EQ(close(copy), 0);
 }
 
-TEST_F(Scripted_Camera, The_Log_Tells_What_Was_Called)
+TEST_F(Scripted_Camera, TheLogTellsWhatWasCalled)
 {
     vc::Start_Log();
     const int other = open("/dev/video1", O_RDWR);
@@ -288,7 +288,7 @@ TEST_F(Scripted_Camera, The_Log_Tells_What_Was_Called)
     EXPECT_EQ(vc::Log_Names(), "");
 }
 
-TEST_F(Scripted_Camera, Threads_Share_A_Camera)
+TEST_F(Scripted_Camera, ThreadsShareACamera)
 {
     Start();
     std::atomic<int> requests{0};
@@ -313,7 +313,7 @@ TEST_F(Scripted_Camera, Threads_Share_A_Camera)
     EXPECT_GT(requests, 0);
 }
 
-TEST_F(Scripted_Camera, A_Forked_Child_Does_Not_Disturb_Its_Parent)
+TEST_F(Scripted_Camera, AForkedChildDoesNotDisturbItsParent)
 {
     Start();
     const pid_t child = fork();
@@ -333,7 +333,7 @@ TEST_F(Scripted_Camera, A_Forked_Child_Does_Not_Disturb_Its_Parent)
     }
 }
 
-TEST_F(Scripted_Camera, Duplicates_And_High_Descriptors_Count)
+TEST_F(Scripted_Camera, DuplicatesAndHighDescriptorsCount)
 {
     vc::Set_Descriptor_Minimum(Node, 700);
     const int high = open(Node.c_str(), O_RDWR | O_CLOEXEC);
@@ -352,7 +352,7 @@ TEST_F(Scripted_Camera, Duplicates_And_High_Descriptors_Count)
     EXPECT_TRUE(Is_Ready(fd));
 }
 
-TEST(Virtual_Camera, As_Fast_As_Asked_Delivers_Each_Number_With_Its_Picture)
+TEST(Virtual_Camera, AtMaxRateEachNumberComesWithItsPicture)
 {
     vc::Reset();
     vc::Camera_Description description = vc::Usb_Camera();
@@ -390,7 +390,7 @@ TEST(Virtual_Camera, As_Fast_As_Asked_Delivers_Each_Number_With_Its_Picture)
     vc::Reset();
 }
 
-TEST(Virtual_Camera, Descriptions_Are_Read_And_Refused_By_Line)
+TEST(Virtual_Camera, DescriptionsAreReadAndRefusedByLine)
 {
     const auto cameras = vc::Parse_Description(
         "refuse QBUF EIO 3\ncamera Left Camera\nusb 046d:0825\nserial\nformat YUYV\nsize 320x240 7.5 30\n"

@@ -7,7 +7,7 @@
 
 #include "support/capture_node.h"
 
-TEST(Capture_Node, Settings_Are_Locked_While_It_Streams)
+TEST(Capture_Node, SettingsAreLockedWhileItStreams)
 {
     Node node;
     ASSERT_GE(node.fd, 0);
@@ -24,7 +24,7 @@ TEST(Capture_Node, Settings_Are_Locked_While_It_Streams)
     EXPECT_EQ(node.Stream(false), 0);
 }
 
-TEST(Capture_Node, A_Stopped_Stream_Holds_Its_Format_Until_The_Buffers_Are_Given_Back)
+TEST(Capture_Node, AStoppedStreamHoldsItsFormatUntilTheBuffersAreGivenBack)
 {
     Node node;
     node.Start();
@@ -40,7 +40,7 @@ TEST(Capture_Node, A_Stopped_Stream_Holds_Its_Format_Until_The_Buffers_Are_Given
     EXPECT_EQ(node.Set_Format(), 0);
 }
 
-TEST(Capture_Node, A_Mapping_Keeps_The_Camera_Busy_After_Close)
+TEST(Capture_Node, AMappingKeepsTheCameraBusyAfterClose)
 {
     Node first;
     ASSERT_EQ(first.Set_Format(), 0);
@@ -62,7 +62,7 @@ TEST(Capture_Node, A_Mapping_Keeps_The_Camera_Busy_After_Close)
     EXPECT_EQ(second.Request_Buffers(4), 0);
 }
 
-TEST(Capture_Node, Buffers_Given_Back_While_Mapped_Stay_Readable)
+TEST(Capture_Node, BuffersGivenBackWhileMappedStayReadable)
 {
     Node node;
     ASSERT_EQ(node.Set_Format(), 0);
@@ -82,7 +82,7 @@ TEST(Capture_Node, Buffers_Given_Back_While_Mapped_Stay_Readable)
     EXPECT_EQ(buffer.flags & V4L2_BUF_FLAG_MAPPED, 0U) << "the mapping was of the earlier buffers";
 }
 
-TEST(Capture_Node, The_First_Descriptor_Owns_The_Buffers)
+TEST(Capture_Node, TheFirstDescriptorOwnsTheBuffers)
 {
     Node first, second;
     first.Start();
@@ -102,7 +102,7 @@ TEST(Capture_Node, The_First_Descriptor_Owns_The_Buffers)
     EXPECT_EQ(second.Dequeue(), 0);
 }
 
-TEST(Capture_Node, Frames_Come_In_Order_With_Their_Descriptions)
+TEST(Capture_Node, FramesComeInOrderWithTheirDescriptions)
 {
     Node node;
     node.Start();
@@ -114,7 +114,8 @@ TEST(Capture_Node, Frames_Come_In_Order_With_Their_Descriptions)
         ASSERT_TRUE(node.Is_Ready(5));
         v4l2_buffer buffer{};
         ASSERT_EQ(node.Dequeue(buffer), 0);
-        const double time = double(buffer.timestamp.tv_sec) + double(buffer.timestamp.tv_usec) * 1e-6;
+        const double time =
+            static_cast<double>(buffer.timestamp.tv_sec) + static_cast<double>(buffer.timestamp.tv_usec) * 1e-6;
         EXPECT_GT(time, last_time);
         EXPECT_LE(time, Seconds_Now() + node.Interval()) << "a driver may stamp the nominal end of a frame";
         EXPECT_TRUE(i == 0 || buffer.sequence > last_sequence);
@@ -133,7 +134,7 @@ TEST(Capture_Node, Frames_Come_In_Order_With_Their_Descriptions)
     EXPECT_GT(Seconds_Now() - start, (Frames - 3) * node.Interval() * 0.8) << "no faster than asked";
 }
 
-TEST(Capture_Node, Numbers_Of_Frames_Without_A_Buffer_Are_Skipped)
+TEST(Capture_Node, NumbersOfFramesWithoutABufferAreSkipped)
 {
     Node node(O_NONBLOCK);
     node.Start();
@@ -152,7 +153,7 @@ TEST(Capture_Node, Numbers_Of_Frames_Without_A_Buffer_Are_Skipped)
     EXPECT_GT(buffer.sequence, last + 3);
 }
 
-TEST(Capture_Node, Dequeue_Blocks_And_Select_Waits)
+TEST(Capture_Node, DequeueBlocksAndSelectWaits)
 {
     Node node;
     ASSERT_EQ(node.Set_Format(), 0);
@@ -166,7 +167,7 @@ TEST(Capture_Node, Dequeue_Blocks_And_Select_Waits)
     EXPECT_EQ(buffer.index, 3U);
 }
 
-TEST(Capture_Node, Mapping_Follows_The_Rules)
+TEST(Capture_Node, MappingsAreSharedReadableAndOfTheBuffersLength)
 {
     Node node;
     ASSERT_EQ(node.Set_Format(), 0);
@@ -177,7 +178,7 @@ TEST(Capture_Node, Mapping_Follows_The_Rules)
         void* memory = mmap(nullptr, length, protection, flags, node.fd, offset);
         return memory != MAP_FAILED ? munmap(memory, length) : errno;
     };
-    const size_t page = size_t(sysconf(_SC_PAGESIZE)), length = buffer.length;
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), length = buffer.length;
     const off_t offset = buffer.m.offset;
     EXPECT_EQ(error_of(length, PROT_READ, MAP_SHARED, offset), 0);
     EXPECT_EQ(error_of(100, PROT_READ | PROT_WRITE, MAP_SHARED, offset), 0);
@@ -188,7 +189,7 @@ TEST(Capture_Node, Mapping_Follows_The_Rules)
     EXPECT_EQ(error_of(0, PROT_READ, MAP_SHARED, offset), EINVAL);
 }
 
-TEST(Capture_Node, Nonsense_Is_Refused)
+TEST(Capture_Node, InvalidArgumentsAreRefused)
 {
     Node node;
     EXPECT_EQ(ioctl(node.fd, VIDIOC_QUERYCAP, nullptr), -1);
@@ -216,7 +217,7 @@ TEST(Capture_Node, Nonsense_Is_Refused)
     EXPECT_GT(many.count, 2U);
 }
 
-TEST(Capture_Node, A_Mode_That_Is_Missing_Becomes_One_That_Exists)
+TEST(Capture_Node, AModeThatIsMissingBecomesOneThatExists)
 {
     Node node;
     std::vector<uint32_t> formats;
@@ -257,11 +258,12 @@ TEST(Capture_Node, A_Mode_That_Is_Missing_Becomes_One_That_Exists)
     parameters.parm.capture.timeperframe = {1000, 1};
     ASSERT_EQ(Ask(node.fd, VIDIOC_S_PARM, parameters), 0);
     const v4l2_fract slowest = parameters.parm.capture.timeperframe;
-    EXPECT_LE(double(fastest.numerator) / fastest.denominator, double(slowest.numerator) / slowest.denominator);
-    EXPECT_LT(double(slowest.numerator) / slowest.denominator, 1000.0);
+    EXPECT_LE(static_cast<double>(fastest.numerator) / fastest.denominator,
+              static_cast<double>(slowest.numerator) / slowest.denominator);
+    EXPECT_LT(static_cast<double>(slowest.numerator) / slowest.denominator, 1000.0);
 }
 
-TEST(Capture_Node, Controls_Are_Enumerated_And_Kept_In_Range)
+TEST(Capture_Node, ControlsAreEnumeratedAndKeptInRange)
 {
     Node node;
     uint32_t last = 0;
@@ -290,7 +292,7 @@ TEST(Capture_Node, Controls_Are_Enumerated_And_Kept_In_Range)
     EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), EINVAL);
 }
 
-TEST(Capture_Node, Capture_And_Metadata_Nodes_Differ_In_Device_Capabilities_Only)
+TEST(Capture_Node, CaptureAndMetadataNodesDifferInDeviceCapabilitiesOnly)
 {
     Node node;
     v4l2_capability capture{};

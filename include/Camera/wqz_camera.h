@@ -1,8 +1,7 @@
+// The camera interface for C (C99) and everything that calls C.
 #ifndef WQZ_CAMERA_H
 #define WQZ_CAMERA_H
 
-// The camera interface, for C (C99) and everything that calls C.
-//
 // Order      List, Open, Modes, Controls, Get_Control, Set_Controls, Start, Read and Release in a loop, Counters, Stop,
 //            Close. Only Open must come first and Close last. Start and Stop may follow each other any number of
 //            times. Cancel ends a wait. Recover brings an unplugged camera back.
@@ -171,8 +170,8 @@ typedef struct WQZ_Camera_Control {
     uint32_t flags;   ///< WQZ_CAMERA_CONTROL_FLAG_..., the bits of V4L2_CTRL_FLAG_...
     char name[32];    ///< the driver's: "White Balance Temperature"
     char key[32];     ///< the name in lower case with underscores: "white_balance_temperature"
-    int64_t minimum;  ///< of a string the least length
-    int64_t maximum;  ///< of a string the greatest length
+    int64_t minimum;  ///< for a string: its least length
+    int64_t maximum;  ///< for a string: its greatest length
     uint64_t step;
     int64_t default_value;
 } WQZ_Camera_Control;
@@ -202,7 +201,7 @@ typedef struct WQZ_Camera_Menu_Item {
     uint32_t size;
     uint32_t index;  ///< the value that chooses the item; indices may have gaps
     int64_t value;   ///< the number of an integer menu's item
-    char name[32];   ///< of an integer menu the number as text
+    char name[32];   ///< for an integer menu: the number as text
 } WQZ_Camera_Menu_Item;
 
 /// A control with a value, to get or to set.
@@ -288,8 +287,8 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Start(WQZ_Camera* camera, const WQZ_Camera_
 
 /// Takes the oldest frame, or the newest with WQZ_CAMERA_READ_NEWEST. Frames that `skip` of the request leaves out are
 /// part of the wait.
-/// @param frame  receives the frame, and is unchanged without one. Release the frame that it may hold before: it is
-///               overwritten, and its buffer would never come back
+/// @param frame  receives the frame; unchanged when there is none. Release a frame that the record still holds first:
+///               Read overwrites it, and its buffer would be lost
 /// @param flags  WQZ_CAMERA_READ_..., or 0
 /// @return 0, or without a frame:
 ///         -ETIMEDOUT none came in time
@@ -340,7 +339,7 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uin
 /// A descriptor to poll for POLLIN, the same from Open to Close. While a capture runs, it is readable when Read would
 /// not wait: a frame is there, Cancel was called, or the camera went away. It may also be readable without a cause:
 /// Read with a time of 0 then answers -ETIMEDOUT. After -ENOBUFS it may stay readable until a frame is released, and
-/// after -ENODEV until Recover, Stop or Close. Do not poll it without a capture: a Cancel keeps it readable then.
+/// after -ENODEV until Recover, Stop or Close. Do not poll it without a capture: after a Cancel it stays readable.
 /// @return the descriptor; do not read, change or close it
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Descriptor(WQZ_Camera* camera);
 

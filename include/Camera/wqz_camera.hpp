@@ -1,3 +1,4 @@
+// The camera interface for C++17.
 #ifndef WQZ_CAMERA_HPP
 #define WQZ_CAMERA_HPP
 
@@ -183,7 +184,10 @@ struct Request {
 struct Mode : WQZ_Camera_Mode {
     std::string Format() const { return format; }
     /// @return frames per second, 0 when the driver tells none
-    double Rate() const { return interval.numerator == 0 ? 0 : double(interval.denominator) / interval.numerator; }
+    double Rate() const
+    {
+        return interval.numerator == 0 ? 0 : static_cast<double>(interval.denominator) / interval.numerator;
+    }
 };
 
 /// Bytes that something else owns.

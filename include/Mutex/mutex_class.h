@@ -23,7 +23,7 @@ public:
 class WQZ_USBCAM_EXPORT Mutex_Lock_Class {
 public:
     /// Locks.
-    /// @param place  who guards, for a debugger
+    /// @param place  name of the guarding function, for a look with a debugger
     Mutex_Lock_Class(Mutex_Class& C_Mutex, std::string place);
     Mutex_Lock_Class(Mutex_Class* pC_Mutex_, std::string place);
     Mutex_Lock_Class(Mutex_Class& C_Mutex);

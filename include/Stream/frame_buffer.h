@@ -35,10 +35,8 @@ public:
     /// @param LC_Frame_Buffer  the mapped buffers in index order
     /// @param pBuffer  receives the V4L2 record and a copy of the bytes at pMem (array new; grown when needed, owned by
     ///                 the caller, bytesused plus 256 bytes); its other fields stay
-    /// @return 0; -1 with no mapped buffers, when a request failed, for a frame with bytes that the mapping does not
-    /// hold
-    ///         (a buffer that is not mapped, or a frame longer than its mapping; these bytes are zero in the copy), and
-    ///         for an impossible length (the record is empty then)
+    /// @return 0, or -1: no mapped buffers; a request failed; the mapping does not hold the whole frame (the missing
+    ///         bytes are zero in the copy); or an impossible length (the record is then empty)
     static int32_t read_buff(uint32_t fd, std::list<Frame_Buffer>& LC_Frame_Buffer, Frame_Buffer_Data* pBuffer);
 
     /// Dequeues a filled buffer and gives it back without a copy. Prints the name that a picture of it would have on

@@ -129,8 +129,8 @@ public:
     int32_t Video_Frame_Sizes(v4l2_fmtdesc& S_Fmt, Format_Info* pC_Format);
     int32_t Video_Frame_Sizes(v4l2_fmtdesc& S_Fmt);
 
-    /// Lists the frame intervals of a size into pC_Resolution, or only counts them. A stepwise or continuous answer is
-    /// the only one.
+    /// Lists the frame intervals of a size into pC_Resolution, or only counts them. A stepwise or continuous answer
+    /// ends the list.
     /// @return the number of intervals
     int32_t Video_Frame_Rate(v4l2_frmsizeenum& S_Fsize, Resolution_Info* pC_Resolution);
     int32_t Video_Frame_Rate(v4l2_frmsizeenum& fsize);

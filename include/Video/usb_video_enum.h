@@ -20,7 +20,8 @@ typedef struct _v4l2_device_list_t {
     uint32_t num_devices;               ///< records appended by the scan
 } v4l2_device_list_t;
 
-/// The result of a scan. Its end frees the records but not the strings that they point at, so that copies stay usable.
+/// The result of a scan. The destructor frees the records but not the strings that they point at, so that copies stay
+/// usable.
 class WQZ_USBCAM_EXPORT USBDev_Message {
 public:
     USBDev_Message();

@@ -1,4 +1,4 @@
-// What an open camera does at once. Waiting and recovery are in files of their own.
+// The calls on an open camera that do not wait. Reading and recovery have files of their own.
 #include "Camera/camera.h"
 
 #include <algorithm>

@@ -19,10 +19,10 @@
 /// States: open (no stream), capturing (a stream), away (no device, while Recover waits), closing.
 ///
 /// Locks: `order` lets one change of state happen at a time and may be held for long; `mutex` guards the members and is
-/// held for moments only; a stream has a lock of its own. They are taken in this order. Nothing is held while Read and
-/// Recover wait, nor while controls talk to the camera: those work on their own reference to stream and device.
+/// held for moments only; a stream has a lock of its own. They are taken in this order. Read and Recover hold no lock
+/// while they wait, nor do controls while they talk to the camera: they keep references to stream and device.
 ///
-/// Every flat function but Cancel and Close holds a Running_Call meanwhile, for which Close waits.
+/// Close waits for the Running_Call that every flat function except Cancel and Close holds.
 struct WQZ_Camera {
 public:
     class Running_Call;
@@ -70,7 +70,7 @@ private:
 
     wqz_camera::Wait_Point wait_point;
     std::atomic<bool> closing{false};
-    std::atomic<uint32_t> running_cancels{0};  // apart from the other calls: a signal handler may not lock
+    std::atomic<uint32_t> running_cancels{0};  // counted separately, because a signal handler may not lock
     std::mutex order;
 
     std::mutex mutex;  // guards all below

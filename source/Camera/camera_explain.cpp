@@ -18,7 +18,8 @@ namespace wqz_camera {
 
 namespace {
 
-std::atomic<uint64_t> Failures_Made = 0;  // objects that keep a failure; tells a new one at an old address apart
+std::atomic<uint64_t> Failures_Made =
+    0;  // numbers each Last_Failure, so that a new one at an old address is not taken for it
 
 struct Close_Folder {
     void operator()(DIR* folder) const { (void)closedir(folder); }

@@ -11,10 +11,10 @@
 
 namespace wqz_camera {
 
-/// A capture node, with what tells its camera from others.
+/// A capture node, and what distinguishes its camera from others.
 struct Camera_Record {
     WQZ_Camera_Info info{};
-    std::string device;    ///< sysfs path of the USB device, or of what the node hangs on; empty: unknown to udev
+    std::string device;    ///< sysfs path of the USB device or other parent; empty when udev does not know the node
     std::string port;      ///< where it is plugged in
     std::string arrival;   ///< differs each time the camera is plugged in, also at the same port and node
     uint32_t ordinal = 1;  ///< counts the capture nodes of one device

@@ -1,4 +1,4 @@
-// What modes a camera offers, and which of them come near to a wish.
+// The modes that a camera offers, and the ones nearest to a request.
 #ifndef WQZ_CAMERA_MODES_H
 #define WQZ_CAMERA_MODES_H
 

@@ -1,4 +1,4 @@
-// From the name that a user gives to the camera that is meant.
+// Finds the camera that a user's name means.
 #ifndef WQZ_CAMERA_NAME_H
 #define WQZ_CAMERA_NAME_H
 

@@ -1,4 +1,4 @@
-// Records that begin with their size: read and written no further than caller and library both know them.
+// Reads and writes only the part of a record that both the caller and this library know.
 #ifndef WQZ_CAMERA_RECORDS_H
 #define WQZ_CAMERA_RECORDS_H
 

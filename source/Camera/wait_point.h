@@ -1,4 +1,4 @@
-// Where calls wait for frames, for a cancel and for plugs being pulled, behind one descriptor.
+// One descriptor on which calls wait for frames, cancels and unplugging.
 #ifndef WQZ_CAMERA_WAIT_POINT_H
 #define WQZ_CAMERA_WAIT_POINT_H
 

@@ -12,8 +12,9 @@ namespace device_request {
 /// Issues a V4L2 request up to five times while it fails with EINTR, EAGAIN or ETIMEDOUT, without a pause.
 /// Reports the failure on standard error after five attempts, and also when the fourth fails with another error.
 ///
-/// This rule is for setting up, where a refusal is an answer and comes back to the caller. A running session waits for
-/// its frames by another rule (USBCam/frame_reader.cpp): that one repeats every refused request without end.
+/// Setting up a session uses this rule, because its callers must learn of a refusal. A running session repeats every
+/// refused request without end (USBCam/frame_reader.cpp). The camera interface repeats interrupted requests only
+/// (Camera/device_file.cpp).
 /// @return 0, or the result of the last attempt
 int32_t xioctl(int32_t fd, uint32_t request, void* arg);
 

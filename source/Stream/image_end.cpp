@@ -1,3 +1,4 @@
+// The end of an image in a buffer that zeros fill up.
 #include "Stream/image_end.h"
 
 #include <cstring>
@@ -10,8 +11,8 @@ constexpr uint32_t Marker_Bytes = 2;
 
 using Probe = bool (*)(const uint8_t*, uint32_t);
 
-// Narrows the end of the data down to where a byte scan is cheap. `index1` is known to have zeros only behind it.
-// A probe below 100 would read before the buffer: the scan then starts from what is known so far.
+// Narrows down where the data ends until a byte scan is cheap. Only zeros lie behind `index1`.
+// A probe below 100 would read before the buffer, so the scan then starts from what is known so far.
 uint32_t Scan_Start(const uint8_t* p_data, uint32_t length, Probe has_data)
 {
     uint32_t index1 = length;
@@ -23,15 +24,15 @@ uint32_t Scan_Start(const uint8_t* p_data, uint32_t length, Probe has_data)
     if (index0 < Probe_Bytes) {
         return index1;
     }
-    uint32_t dalte = (index1 - index0) / 2;
-    while (dalte > Probe_Bytes) {
-        const uint32_t mid = index0 + dalte;
+    uint32_t step = (index1 - index0) / 2;
+    while (step > Probe_Bytes) {
+        const uint32_t mid = index0 + step;
         if (has_data(p_data, mid)) {
             index0 = mid;
-            dalte = (index1 - index0) / 2;
+            step = (index1 - index0) / 2;
         } else {
             index1 = mid;
-            dalte /= 2;
+            step /= 2;
         }
     }
     return index1;

@@ -1,9 +1,8 @@
+// Finds where an image ends that zeros follow. Nothing here prints or traces.
 #ifndef WQZ_IMAGE_END_H
 #define WQZ_IMAGE_END_H
 
 #include <cstdint>
-
-// Where an image ends that zeros follow. Nothing here prints or traces.
 
 /// @return whether any of the 100 bytes before the word boundary at or below `shift`, which is 100 or more, is not zero
 bool Has_Data_Before(const uint8_t* p_data, uint32_t shift);

@@ -1,4 +1,4 @@
-// The ends of the interfaces, and the exported factory pair.
+// The destructors of the abstract classes, and the exported factory pair.
 #include "Video/video_device_base_class.h"
 
 #include "Video/Video_Device.h"

@@ -237,7 +237,7 @@ TEST_F(Camera_Unplug, TheMonitorReportsItAndTheReplug)
 }
 
 // vivid plays an unplug without its node going away, and comes back when the last program has let go of it.
-TEST_F(Camera_Unplug, AlsoWithoutAPlugEvent)
+TEST_F(Camera_Unplug, IsNoticedWithoutAPlugEvent)
 {
     Make_Vivid_Repeatable();
     Camera camera(Discovered_Camera("vivid").Node());

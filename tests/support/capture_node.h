@@ -35,7 +35,7 @@ inline double Seconds_Now()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 class Node {
@@ -111,7 +111,8 @@ public:
         fd_set set;
         FD_ZERO(&set);
         FD_SET(fd, &set);
-        timeval timeout{time_t(seconds), suseconds_t((seconds - double(time_t(seconds))) * 1e6)};
+        timeval timeout{static_cast<time_t>(seconds),
+                        static_cast<suseconds_t>((seconds - static_cast<double>(static_cast<time_t>(seconds))) * 1e6)};
         return select(fd + 1, &set, nullptr, nullptr, &timeout) == 1;
     }
 
@@ -139,7 +140,7 @@ public:
         parameters.type = Capture;
         EXPECT_EQ(Ask(fd, VIDIOC_G_PARM, parameters), 0);
         const v4l2_fract interval = parameters.parm.capture.timeperframe;
-        return double(interval.numerator) / interval.denominator;
+        return static_cast<double>(interval.numerator) / interval.denominator;
     }
 
     int fd;

@@ -1,5 +1,6 @@
-// umockdev makes the tree in a temporary folder, and its preloaded object lays it over /sys and /dev. Its own launcher
-// is not used: that takes arguments in the locale's encoding only, and closes the descriptors that a command inherits.
+// Runs a command on a device tree of its own. umockdev makes the tree in a temporary folder, and its preloaded object
+// lays it over /sys and /dev. Its own launcher is not used: that takes arguments in the locale's encoding only, and
+// closes the descriptors that a command inherits.
 #include "run_command.h"
 
 #include <dlfcn.h>

@@ -35,7 +35,7 @@ public:
     /// @param p_YUYV          the groups, at any alignment
     /// @param YUYV_Data_Size  bytes of input; the 1 to 3 bytes after the last whole group are ignored
     /// @param p_RGB           receives 6 bytes per whole group, at any alignment
-    /// @param RGB_Data_Size   not looked at
+    /// @param RGB_Data_Size   ignored
     /// @return true when at least one group was converted; callers need not look
     bool YUYV_Decode(uint8_t* p_YUYV, uint32_t YUYV_Data_Size, uint8_t* p_RGB, uint32_t RGB_Data_Size);
 
@@ -47,7 +47,7 @@ public:
     /// @param RAW_Data_Size  bytes of input
     /// @param Width          samples per row
     /// @param p_RGB          receives rows of Width * 3 bytes, rounded up to an even number of rows
-    /// @param RGB_Data_Size  not looked at
+    /// @param RGB_Data_Size  ignored
     /// @return true when at least one row was decoded, false for less than one whole row and for a Width of 0
     bool RAW0_Decode(uint8_t* p_RAW, uint32_t RAW_Data_Size, uint32_t Width, uint8_t* p_RGB, uint32_t RGB_Data_Size);
 

@@ -57,8 +57,8 @@ uint32_t Frame_Maker::Fill(uint8_t* target, size_t capacity, uint32_t sequence, 
         content.reset();
         return static_cast<uint32_t>(used);
     }
-    // At a camera's own pace the whole frame is written, as a device does. As fast as asked, only what moved is, so
-    // that a measurement shows the program and not the camera.
+    // A paced camera writes the whole frame, as a device does. At `rate max` it repaints only what changed, so that a
+    // measurement shows the program and not the camera.
     const uint32_t used = Paint(target, capacity, sequence, description.max_rate ? content : std::nullopt);
     content = sequence;
     return used;
