@@ -1,5 +1,6 @@
 // The camera interface: starting a capture and what can go wrong there, frames and their loans.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <time.h>
 
 #include <thread>
@@ -261,6 +262,13 @@ TEST_F(Capture, TheNewestFrameIsTakenAndTheOthersCountAsSkipped)
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
     EXPECT_EQ(Counts().skipped, 2U);
     EXPECT_EQ(Counts().delivered, 1U);
+    for (const uint32_t number : {5U, 6U, 9U}) {
+        Alter(Node, VIDIOC_DQBUF, [=](void* argument) { static_cast<v4l2_buffer*>(argument)->sequence = number; });
+    }
+    Deliver_Frames(Node, 3);
+    ASSERT_EQ(Read(frame, 1000, WQZ_CAMERA_READ_NEWEST), 0);
+    EXPECT_EQ(frame.lost_before, 4U) << "also those before frames that were skipped";
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
     Deliver_Frames(Node, 1000);
     ASSERT_EQ(Read(frame, 1000, WQZ_CAMERA_READ_NEWEST), 0) << "a camera that is always faster does not hold Read up";
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
@@ -327,11 +335,19 @@ TEST_F(Capture, ADriverThatFailsOrLiesIsAnError)
     Deliver_Frames(Node, 1);
     EXPECT_EQ(Read(frame), -EIO);
     EXPECT_EQ(frame.data, nullptr);
+    Start_Yuyv();
+    WQZ_Camera_Frame held = Next_Frame();
+    Alter(Node, VIDIOC_DQBUF, [](void* argument) { static_cast<v4l2_buffer*>(argument)->index = 0; });
+    Deliver_Frames(Node, 1);
+    EXPECT_EQ(Read(frame), -EIO) << "a buffer whose frame is still held";
+    EXPECT_EQ(Bytes(held), Frame_Bytes(Node, held.sequence));
+    EXPECT_EQ(WQZ_Camera_Release(&held), 0);
+    Start_Yuyv();
     frame = Next_Frame();
     Fail(Node, VIDIOC_QBUF, {EIO});
     EXPECT_EQ(WQZ_Camera_Release(&frame), -EIO);
     EXPECT_EQ(frame.data, nullptr) << "released all the same";
-    for (int left = 2; left > 0; --left) {
+    for (int left = 3; left > 0; --left) {
         frame = Next_Frame();
         Fail(Node, VIDIOC_QBUF, {EIO});
         EXPECT_EQ(WQZ_Camera_Release(&frame), -EIO);
@@ -399,6 +415,25 @@ TEST_F(Capture, ReadAndReleaseDoNotAllocate)
     const int read = allocation_watch::Allocations();
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
     EXPECT_EQ(read - before, 0);
+}
+
+TEST_F(Capture, ReadingABufferForTheFirstTimeCausesNoPageFaults)
+{
+    const auto faults = [] {
+        rusage usage{};
+        (void)getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_minflt;
+    };
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480)), 0);
+    WQZ_Camera_Frame frame = Next_Frame();
+    const long before = faults();
+    unsigned sum = 0;
+    for (uint64_t i = 0; i < frame.length; i += 512) {
+        sum += frame.data[i];
+    }
+    EXPECT_LT(faults() - before, 20) << "of 150 pages";
+    EXPECT_GT(sum, 0U);
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
 TEST_F(Capture, WrongCallsAreAnsweredWithASentence)

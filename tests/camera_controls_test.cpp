@@ -123,6 +123,32 @@ TEST_F(Controls, TakeWordsAsUsersWriteThem)
     EXPECT_EQ(Value("auto_exposure"), List().at("auto_exposure").default_value);
 }
 
+// The names of an integer menu's items are numbers, which are not their indices.
+TEST_F(Controls, ANumberForAnIntegerMenuIsTheItemThatShowsIt)
+{
+    Alter(
+        Node, VIDIOC_QUERY_EXT_CTRL,
+        [](void* argument) {
+            auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
+            query.type = query.id == V4L2_CID_EXPOSURE_AUTO ? uint32_t{V4L2_CTRL_TYPE_INTEGER_MENU} : query.type;
+        },
+        Always);
+    Alter(
+        Node, VIDIOC_QUERYMENU,
+        [](void* argument) {
+            auto& item = *static_cast<v4l2_querymenu*>(argument);
+            item.value = item.index == 1 ? 3 : 50;
+        },
+        Always);
+    std::string text;
+    EXPECT_EQ(Set(To_Text("auto_exposure", "50")), 0) << Explanation(camera);
+    EXPECT_EQ(Value("auto_exposure", &text), 3);
+    EXPECT_EQ(text, "50");
+    EXPECT_EQ(Set(To_Text("auto_exposure", "3")), 0) << Explanation(camera);
+    EXPECT_EQ(Value("auto_exposure", &text), 1) << "the item, not the index";
+    EXPECT_EQ(text, "3");
+}
+
 TEST_F(Controls, AreSetInOrderUpToTheFirstThatFails)
 {
     std::vector<WQZ_Camera_Setting> settings{To_Text("auto_exposure", "Manual Mode"),
@@ -211,6 +237,9 @@ TEST_F(Controls, WideAndTextValuesKeepTheirForm)
     Alter(Node, VIDIOC_G_EXT_CTRLS,
           [](void* argument) { static_cast<v4l2_ext_controls*>(argument)->controls[0].value64 = Wide; });
     EXPECT_EQ(Value("brightness"), Wide);
+    auto wide = To_Number("brightness", Wide);
+    EXPECT_EQ(WQZ_Camera_Set_Controls(camera, &wide, 1), 0) << Explanation(camera);
+    EXPECT_EQ(wide.value >> 32, Wide >> 32) << "the upper half reaches the driver and comes back";
 
     type = V4L2_CTRL_TYPE_STRING;
     Fail(Node, VIDIOC_S_EXT_CTRLS, {0, 0});

@@ -317,6 +317,57 @@ TEST_F(Waiting, RecoverBringsModeControlsAndCountsBack)
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
+TEST_F(Waiting, RecoverSetsTheAcceptedRateAndEachControlOnce)
+{
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, {1, 1000})), 0);
+    const auto set = [this](const char* name, int64_t value) {
+        auto setting = Sized<WQZ_Camera_Setting>();
+        setting.name = name;
+        setting.value = value;
+        return WQZ_Camera_Set_Controls(camera, &setting, 1);
+    };
+    EXPECT_EQ(set("brightness", 5), 0);
+    EXPECT_EQ(set("auto_exposure", 1), 0);
+    EXPECT_EQ(set("exposure_time_absolute", 77), 0);
+    EXPECT_EQ(set("brightness", 6), 0);
+    EXPECT_EQ(set("auto_exposure", 3), 0);
+    Unplug(Node);
+    Plug_In_Again();
+    Clear_Log();
+    ASSERT_EQ(WQZ_Camera_Recover(camera, 1000), 0) << "an automatic rules the exposure now: " << Explanation(camera);
+    EXPECT_EQ(Requests(VIDIOC_S_EXT_CTRLS), 3);
+    for (const Log_Entry& entry : Log()) {
+        if (entry.request == VIDIOC_S_PARM) {
+            EXPECT_EQ(entry.interval.denominator, 30U);
+        }
+    }
+    EXPECT_EQ(Requests(VIDIOC_S_PARM), 1);
+}
+
+TEST_F(Waiting, RecoverPressesNoButtonsAndFailsWhenAControlDoes)
+{
+    uint32_t type = V4L2_CTRL_TYPE_BUTTON;
+    const auto retype = [&](void* argument) {
+        auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
+        query.type = query.id == V4L2_CID_BRIGHTNESS ? type : query.type;
+    };
+    Alter(Node, VIDIOC_QUERY_EXT_CTRL, retype, Always);
+    auto setting = Sized<WQZ_Camera_Setting>();
+    setting.name = "brightness";
+    ASSERT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0) << Explanation(camera);
+    Unplug(Node);
+    Plug_In_Again();
+    Clear_Log();
+    ASSERT_EQ(WQZ_Camera_Recover(camera, 1000), 0) << Explanation(camera);
+    EXPECT_EQ(Requests(VIDIOC_S_EXT_CTRLS), 0);
+    setting.name = "contrast";
+    ASSERT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0) << Explanation(camera);
+    Unplug(Node);
+    Plug_In_Again();
+    Fail(Node, VIDIOC_S_EXT_CTRLS, {EIO, -1, Always});
+    EXPECT_EQ(WQZ_Camera_Recover(camera, 100), -EIO);
+}
+
 TEST_F(Waiting, RecoverIsCancelledAndWaitsForAStartThatWorks)
 {
     Unplug(Node);
