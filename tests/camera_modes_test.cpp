@@ -86,8 +86,25 @@ TEST_F(Modes, ARateThatTheDriverDoesNotConfirmIsUnknown)
     EXPECT_EQ(mode.interval.denominator, 0U);
     EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty, WQZ_CAMERA_START_EXACT)), -ENOTSUP);
     Fail(Node, VIDIOC_S_PARM, {ENOTTY});
+    Fail(Node, VIDIOC_G_PARM, {ENOTTY});
     ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0) << "some drivers have no rates at all";
     EXPECT_EQ(mode.interval.numerator, 0U);
+    Fail(Node, VIDIOC_S_PARM, {ENOTTY});
+    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0) << "others only tell theirs";
+    EXPECT_EQ(mode.interval.denominator, 30U);
+}
+
+TEST_F(Modes, AFailedEnumerationIsAnErrorAndNotTheEndOfAList)
+{
+    for (const auto code : {VIDIOC_ENUM_FMT, VIDIOC_ENUM_FRAMESIZES, VIDIOC_ENUM_FRAMEINTERVALS}) {
+        const auto request = static_cast<uint32_t>(code);
+        for (const int skip : {0, 1}) {
+            Fail(Node, request, {EPROTO, -1, 1, skip});
+            EXPECT_EQ(WQZ_Camera_Modes(camera, nullptr, 0), -EPROTO);
+        }
+        Fail(Node, request, {EINTR, -1, 100});
+        EXPECT_EQ(WQZ_Camera_Modes(camera, nullptr, 0), -EIO) << "interrupted without end";
+    }
 }
 
 TEST_F(Modes, TheModesAreListedOnePerInterval)

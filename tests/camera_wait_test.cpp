@@ -249,6 +249,30 @@ TEST_F(Waiting, AnErrorThatIsReportedWithoutEndIsAFailure)
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
+TEST_F(Waiting, SkippingFramesThatNeverEndStopsAtTheTimeLimit)
+{
+    auto request = Request_For(V4L2_PIX_FMT_YUYV, 320, 240);
+    request.skip = UINT32_MAX;
+    ASSERT_EQ(Start(request), 0);
+    Deliver_Frames(Node, 1'000'000'000);
+    const Stopwatch watch;
+    EXPECT_EQ(Read(frame, 100), -ETIMEDOUT);
+    EXPECT_LT(watch.Elapsed(), milliseconds(100) + Slack);
+    EXPECT_GT(Counts().skipped, 4U);
+}
+
+TEST_F(Waiting, EachThreadGetsTheSentenceOfItsOwnFailure)
+{
+    EXPECT_EQ(Read(frame, 0), -ETIMEDOUT);
+    std::thread([this] {
+        auto setting = Sized<WQZ_Camera_Setting>();
+        setting.name = "no such control";
+        EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), -EINVAL);
+        EXPECT_NE(Explanation(camera).find("no such control"), std::string::npos);
+    }).join();
+    EXPECT_NE(Explanation(camera).find("silent"), std::string::npos);
+}
+
 // Unplugging ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Waiting, AnUnplugBeforeAReadShows)
@@ -263,6 +287,18 @@ TEST_F(Waiting, AnUnplugBeforeAReadShows)
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0) << "a held frame can be given back";
     EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240)), -ENODEV);
     EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
+}
+
+TEST_F(Waiting, AnUnplugShowsWhileAllButOneBufferAreHeld)
+{
+    WQZ_Camera_Frame held[] = {Next_Frame(), Next_Frame(), Next_Frame()};
+    EXPECT_EQ(Read(frame, 0), -ENOBUFS);
+    Unplug(Node);
+    EXPECT_EQ(Read(frame, 0), -ENODEV);
+    for (WQZ_Camera_Frame& each : held) {
+        EXPECT_EQ(WQZ_Camera_Release(&each), 0);
+        EXPECT_EQ(Read(frame, 0), -ENODEV);
+    }
 }
 
 TEST_F(Waiting, AnUnplugEndsARunningRead)

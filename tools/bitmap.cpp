@@ -33,7 +33,7 @@ void Put_Header(std::vector<uint8_t>& file, uint32_t width, uint32_t height)
 
 }  // namespace
 
-bool Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file)
+Rendering Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file)
 {
     const uint32_t row = (frame.width * Pixel_Bytes + 3) / 4 * 4;  // rows are padded to 4 bytes
     file.assign(Header_Bytes + size_t{row} * frame.height, 0);
@@ -41,7 +41,7 @@ bool Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file)
     uint8_t* pixels = file.data() + Header_Bytes;
     const int32_t result = WQZ_Camera_Convert(&frame, WQZ_CAMERA_PIXELS_BGR, pixels, file.size() - Header_Bytes, row);
     if (result == -ENOTSUP) {
-        return false;
+        return Rendering::Impossible;
     }
     if (result != -EBADMSG) {
         (void)wqz::detail::Check(result);
@@ -49,5 +49,5 @@ bool Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file)
     for (uint32_t top = 0, bottom = frame.height - 1; top < bottom; ++top, --bottom) {
         std::swap_ranges(pixels + size_t{row} * top, pixels + size_t{row} * (top + 1), pixels + size_t{row} * bottom);
     }
-    return true;
+    return result == -EBADMSG ? Rendering::Broken : Rendering::Whole;
 }

@@ -7,9 +7,11 @@
 
 #include "Camera/wqz_camera.h"
 
+enum class Rendering { Whole, Broken, Impossible };
+
 /// Turns a frame into a BMP file that viewers show upright. What a damaged frame lacks comes out black.
 /// @param file  receives the file; its memory is reused
-/// @return whether the frame's format can be converted
-bool Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file);
+/// @return Impossible for a format that cannot be converted, Broken when a part could not be decoded
+Rendering Render_Bitmap(const WQZ_Camera_Frame& frame, std::vector<uint8_t>& file);
 
 #endif  // WQZ_TOOL_BITMAP_H

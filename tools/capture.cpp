@@ -13,6 +13,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <utility>
 
 #include "Camera/wqz_camera.hpp"
 #include "frame_output.h"
@@ -48,6 +49,7 @@ private:
     static wqz::Mode Start(wqz::Camera& camera, const Capture_Options& options, Content content);
     std::optional<std::chrono::milliseconds> Time_Left() const;
     void Read();
+    bool Has_Skipped();
     void Take(const WQZ_Camera_Frame& frame);
     void Note_Return();
     [[noreturn]] void Report_Silence() const;
@@ -63,6 +65,7 @@ private:
     bool is_away = false;
     bool was_away = false;  // since the last frame
     Clock::time_point last_save = Clock::now();
+    uint64_t skipped = 0;
     Clock::time_point next_progress;
 };
 
@@ -123,9 +126,18 @@ void Capture::Read()
     const wqz::Frame frame = camera.Read(wait);
     if (frame) {
         Take(frame.Record());
+    } else if (Has_Skipped()) {
+        last_save = Clock::now();
     } else if (wait == Longest_Silence && Caught_Signal() == 0) {
         Report_Silence();
     }
+}
+
+/// @return whether frames were skipped since the last call; the camera is not silent then
+bool Capture::Has_Skipped()
+{
+    const uint64_t before = std::exchange(skipped, camera.Counters().skipped);
+    return skipped > before;
 }
 
 void Capture::Take(const WQZ_Camera_Frame& frame)
@@ -146,6 +158,9 @@ void Capture::Take(const WQZ_Camera_Frame& frame)
     if (Is_Damaged(frame)) {
         counts.Count_Damaged();
         Say(name + (is_empty ? " is empty" : " is damaged: a part of it is missing"));
+    } else if (output.Last_Is_Broken()) {
+        counts.Count_Damaged();
+        Say(name + " is damaged: it could not be decoded whole");
     }
     if (options.output != "-" && Clock::now() >= next_progress) {
         Show_Progress(counts.Progress());
@@ -189,6 +204,7 @@ void Capture::Wait_For_Camera()
     if (limit ? camera.Recover(*limit) : camera.Recover(wqz::Forever)) {
         node = camera.Info().node;
         is_away = false;
+        last_save = Clock::now();
     } else if (Caught_Signal() == 0) {
         throw Tool_Error(node + ": the camera did not come back");
     }

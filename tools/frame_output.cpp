@@ -213,8 +213,11 @@ std::string Frame_Output::Save(const WQZ_Camera_Frame& frame)
 
 std::span<const uint8_t> Frame_Output::Rendered(const WQZ_Camera_Frame& frame)
 {
+    last_is_broken = false;
     if (choice.content == Content::Bitmap) {
-        if (Render_Bitmap(frame, rendering)) {
+        const Rendering result = Render_Bitmap(frame, rendering);
+        if (result != Rendering::Impossible) {
+            last_is_broken = result == Rendering::Broken;
             return rendering;
         }
         if (choice.target == Target::File) {

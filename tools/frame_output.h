@@ -44,6 +44,8 @@ public:
     /// @throws Tool_Error  when it cannot be written completely; Closed_Pipe
     std::string Save(const WQZ_Camera_Frame& frame);
 
+    /// @return whether the last frame could be decoded only in part
+    bool Last_Is_Broken() const { return last_is_broken; }
     uint64_t Saved() const { return saved; }
     uint64_t Bytes() const { return bytes_written; }
     const std::string& First_File() const { return first_file; }
@@ -61,6 +63,7 @@ private:
     uint32_t next_number = 0;        // 0 until the first picture
     int64_t wall_clock_ns = 0;       // what to add to a frame's time for the time of day
     int64_t last_stamp = 0;          // microseconds of the last name
+    bool last_is_broken = false;
     uint64_t saved = 0;
     uint64_t bytes_written = 0;
     std::string first_file;

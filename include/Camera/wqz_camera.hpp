@@ -51,8 +51,11 @@ inline std::string Explanation(WQZ_Camera* camera)
 {
     std::string text(256, '\0');
     for (;;) {
-        const auto length =
-            static_cast<std::size_t>(WQZ_Camera_Explain(camera, text.data(), static_cast<uint32_t>(text.size())));
+        const int32_t result = WQZ_Camera_Explain(camera, text.data(), static_cast<uint32_t>(text.size()));
+        if (result < 0) {
+            return {};
+        }
+        const auto length = static_cast<std::size_t>(result);
         if (length < text.size()) {
             text.resize(length);
             return text;
@@ -155,7 +158,7 @@ public:
     }
     Rate(double frames_per_second) : interval{0, 0}
     {
-        if (frames_per_second > 0) {
+        if (frames_per_second > 1e-6 && frames_per_second < 4e6) {  // the fraction holds no others
             const bool slow = frames_per_second < 1;
             interval.numerator = slow ? static_cast<uint32_t>(std::lround(1000 / frames_per_second)) : 1000;
             interval.denominator = slow ? 1000 : static_cast<uint32_t>(std::lround(frames_per_second * 1000));

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 
 #include "Camera/camera_explain.h"
@@ -36,9 +37,12 @@ bool Is_Menu(const WQZ_Camera_Control& control)
     return control.type == WQZ_CAMERA_CONTROL_MENU || control.type == WQZ_CAMERA_CONTROL_INTEGER_MENU;
 }
 
-bool Has_Single_Value(uint32_t type)
+// Arrays of numbers have the type of their elements, and a flag.
+bool Has_Single_Value(const WQZ_Camera_Control& control)
 {
-    return type >= V4L2_CTRL_TYPE_INTEGER && type <= V4L2_CTRL_TYPE_INTEGER_MENU && type != V4L2_CTRL_TYPE_CTRL_CLASS;
+    const bool is_array = control.type != V4L2_CTRL_TYPE_STRING && (control.flags & V4L2_CTRL_FLAG_HAS_PAYLOAD) != 0;
+    return control.type >= V4L2_CTRL_TYPE_INTEGER && control.type <= V4L2_CTRL_TYPE_INTEGER_MENU &&
+           control.type != V4L2_CTRL_TYPE_CTRL_CLASS && !is_array;
 }
 
 WQZ_Camera_Control Find_Control(const Device_File& device, const WQZ_Camera_Setting& setting)
@@ -57,7 +61,7 @@ WQZ_Camera_Control Find_Control(const Device_File& device, const WQZ_Camera_Sett
         throw Failure(EINVAL,
                       "The camera has no control \"" + std::string(setting.id == 0 ? setting.name : id) + "\".");
     }
-    if (!Has_Single_Value(found->type)) {
+    if (!Has_Single_Value(*found)) {
         throw Failure(ENOTSUP, std::string(found->key) + " is a compound control, which can only be listed.");
     }
     return *found;
@@ -128,6 +132,9 @@ void Put_Number(const WQZ_Camera_Control& control, int64_t number, v4l2_ext_cont
     const int64_t least = is_mask ? 0 : std::numeric_limits<int32_t>::min();
     const int64_t greatest =
         is_mask ? int64_t{std::numeric_limits<uint32_t>::max()} : std::numeric_limits<int32_t>::max();
+    if (control.type == WQZ_CAMERA_CONTROL_INTEGER) {
+        number = std::clamp(number, least, greatest);  // the driver takes the nearest value of its range
+    }
     if (number < least || number > greatest) {
         throw Refusal(control.key, "set", ERANGE);
     }
@@ -172,7 +179,7 @@ void Read_Value(const Device_File& device, const WQZ_Camera_Control& control, ui
         throw Refusal(control.key, "read", -result);
     }
     if (control.type == WQZ_CAMERA_CONTROL_STRING) {
-        value.text = exchange.text.data();
+        value.text.assign(exchange.text.data(), strnlen(exchange.text.data(), exchange.text.size()));
     } else {
         value.value = Number_In(control, exchange.entry);
     }
@@ -181,8 +188,9 @@ void Read_Value(const Device_File& device, const WQZ_Camera_Control& control, ui
 std::vector<WQZ_Camera_Menu_Item> Items_Of(const Device_File& device, const WQZ_Camera_Control& control)
 {
     std::vector<WQZ_Camera_Menu_Item> items;
-    const int64_t last = std::min<int64_t>(control.maximum, control.minimum + Most_Menu_Items);
-    for (int64_t index = control.minimum; Is_Menu(control) && index <= last; ++index) {
+    const int64_t first = std::max<int64_t>(control.minimum, 0);
+    const int64_t last = std::min<int64_t>(control.maximum, Most_Menu_Items);
+    for (int64_t index = first; Is_Menu(control) && index <= last; ++index) {
         v4l2_querymenu query{};
         query.id = control.id;
         query.index = static_cast<uint32_t>(index);
@@ -245,13 +253,17 @@ std::vector<WQZ_Camera_Control> List_Controls(const Device_File& device)
     v4l2_query_ext_ctrl query{};
     query.id = Next;
     int result = 0;
+    uint32_t previous = 0;
     while ((result = device.Request(VIDIOC_QUERY_EXT_CTRL, &query)) == 0) {
+        if (query.id <= previous) {
+            return controls;  // a driver whose enumeration does not end must not hang the caller
+        }
+        previous = query.id;
         if (query.type != V4L2_CTRL_TYPE_CTRL_CLASS) {
             controls.push_back(Describe(query));
         }
-        const uint32_t id = query.id;
         query = v4l2_query_ext_ctrl{};
-        query.id = id | Next;
+        query.id = previous | Next;
     }
     if (result != -EINVAL && result != -ENOTTY) {
         throw Failure(-result, "The controls of " + device.Node() + " cannot be listed: " + strerror(-result) + ".");

@@ -68,7 +68,7 @@ std::string Busy_Sentence(const std::string& node)
 
 }  // namespace
 
-Last_Failure::Last_Failure() : number(++Failures_Made)
+Last_Failure::Last_Failure(bool per_thread) : number(per_thread ? ++Failures_Made : 0)
 {
 }
 
@@ -80,7 +80,9 @@ Last_Failure::Sentence& Last_Failure::Of_This_Thread()
 
 void Last_Failure::Set(std::string sentence)
 {
-    Of_This_Thread() = {sentence, nullptr, number};
+    if (number != 0) {
+        Of_This_Thread() = {sentence, nullptr, number};
+    }
     const std::lock_guard lock(mutex);
     last.text = std::move(sentence);
     last.fixed = nullptr;
@@ -88,8 +90,10 @@ void Last_Failure::Set(std::string sentence)
 
 void Last_Failure::Set_Fixed(const char* sentence)
 {
-    Of_This_Thread().fixed = sentence;
-    Of_This_Thread().owner = number;
+    if (number != 0) {
+        Of_This_Thread().fixed = sentence;
+        Of_This_Thread().owner = number;
+    }
     const std::lock_guard lock(mutex);
     last.fixed = sentence;
 }
@@ -97,7 +101,7 @@ void Last_Failure::Set_Fixed(const char* sentence)
 std::string Last_Failure::Text() const
 {
     const Sentence& own = Of_This_Thread();
-    if (own.owner == number) {
+    if (number != 0 && own.owner == number) {
         return own.fixed == nullptr ? own.text : own.fixed;
     }
     const std::lock_guard lock(mutex);

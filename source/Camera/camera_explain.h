@@ -16,7 +16,8 @@ namespace wqz_camera {
 /// and that of another thread where it set none.
 class Last_Failure {
 public:
-    Last_Failure();
+    /// @param per_thread  false for an object that only one thread uses
+    explicit Last_Failure(bool per_thread = true);
     void Set(std::string sentence);
     /// As above for a sentence with static lifetime; does not allocate.
     void Set_Fixed(const char* sentence);
@@ -30,7 +31,7 @@ private:
     };
     static Sentence& Of_This_Thread();
 
-    const uint64_t number;
+    const uint64_t number;  ///< 0 for an object that only one thread uses
     mutable std::mutex mutex;
     Sentence last;
 };

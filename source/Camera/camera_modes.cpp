@@ -10,7 +10,9 @@ namespace wqz_camera {
 
 namespace {
 
-constexpr uint32_t Most_Entries = 4096;  // a driver whose enumeration does not end must not hang the caller
+// A driver whose enumeration does not end must not hang the caller or fill the memory. No camera offers so much.
+constexpr uint32_t Most_Entries = 4096;  // of one list
+constexpr size_t Most_Offers = 16384;    // in all
 
 WQZ_Camera_Fraction Fraction(const v4l2_fract& value)
 {
@@ -82,7 +84,7 @@ bool Is_End(const Device_File& device, const char* step, int result)
 // For a range of sizes this asks for the intervals of the largest size, which every smaller one has too.
 void Add_Intervals(const Device_File& device, const WQZ_Camera_Offer& sizes, std::vector<WQZ_Camera_Offer>& offers)
 {
-    for (uint32_t index = 0; index < Most_Entries; ++index) {
+    for (uint32_t index = 0; index < Most_Entries && offers.size() < Most_Offers; ++index) {
         v4l2_frmivalenum interval{};
         interval.index = index;
         interval.pixel_format = sizes.fourcc;
@@ -120,7 +122,7 @@ void Add_Present_Size(const Device_File& device, WQZ_Camera_Offer offer, std::ve
 
 void Add_Sizes(const Device_File& device, const v4l2_fmtdesc& format, std::vector<WQZ_Camera_Offer>& offers)
 {
-    for (uint32_t index = 0; index < Most_Entries; ++index) {
+    for (uint32_t index = 0; index < Most_Entries && offers.size() < Most_Offers; ++index) {
         v4l2_frmsizeenum size{};
         size.index = index;
         size.pixel_format = format.pixelformat;
@@ -144,7 +146,7 @@ void Add_Sizes(const Device_File& device, const v4l2_fmtdesc& format, std::vecto
 std::vector<WQZ_Camera_Offer> List_Offers(const Device_File& device)
 {
     std::vector<WQZ_Camera_Offer> offers;
-    for (uint32_t index = 0; index < Most_Entries; ++index) {
+    for (uint32_t index = 0; index < Most_Entries && offers.size() < Most_Offers; ++index) {
         v4l2_fmtdesc format{};
         format.index = index;
         format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;

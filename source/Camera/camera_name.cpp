@@ -47,7 +47,8 @@ const Camera_Record* Find_By_Path(const Records& list, const std::string& path)
     const std::string target = Last_Component(Link_Target(path));
     const auto found = std::find_if(list.begin(), list.end(), [&](const Camera_Record& record) {
         return path == record.info.node || Same_Device_Number(path, record.info.node) ||
-               (target != Last_Component(path) && target == Last_Component(record.info.node));
+               (path.find("/dev/") == 0 && target != Last_Component(path) &&
+                target == Last_Component(record.info.node));
     });
     return found == list.end() ? nullptr : &*found;
 }

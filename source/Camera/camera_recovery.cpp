@@ -28,6 +28,9 @@ void WQZ_Camera::Recover(int32_t timeout_ms)
                 return;
             }
         } catch (const Failure& failure) {
+            if (failure.error == ENOTSUP) {
+                throw;  // the camera is back without the mode, so waiting does not help
+            }
             last.emplace(failure);
         }
         if (deadline.Has_Passed()) {

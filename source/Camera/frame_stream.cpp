@@ -144,7 +144,7 @@ int Frame_Stream::Take(WQZ_Camera_Frame& frame, bool newest)
         return -ECANCELED;
     }
     if (queued <= 1 && on_loan > 0) {
-        return -ENOBUFS;
+        return device->Is_Gone() ? -ENODEV : -ENOBUFS;
     }
     v4l2_buffer buffer{};
     int result = Dequeue(buffer);
@@ -163,8 +163,8 @@ int Frame_Stream::Take(WQZ_Camera_Frame& frame, bool newest)
 
 int Frame_Stream::Dequeue(v4l2_buffer& buffer)
 {
-    if (queued == 0) {
-        return -EIO;  // the driver has refused to take the buffers back: no frame can come
+    if (queued == 0) {  // the driver has refused to take the buffers back: no frame can come
+        return device->Is_Gone() ? -ENODEV : -EIO;
     }
     buffer = Capture_Buffer(0);
     const int result = device->Request(VIDIOC_DQBUF, &buffer);
@@ -179,15 +179,19 @@ int Frame_Stream::Dequeue(v4l2_buffer& buffer)
     return 0;
 }
 
-// Gives the first frames back while the exposure settles.
+// Gives the first frames back while the exposure settles. Skips no more at a time than there are buffers: a camera may
+// fill them as fast as they are given back, and the caller's time and a cancel must count meanwhile.
 int Frame_Stream::Skip_First(v4l2_buffer& buffer)
 {
     int result = 0;
-    while (result == 0 && to_skip > 0) {
+    for (size_t left = slots.size(); result == 0 && to_skip > 0; --left) {
         --to_skip;
         ++counts.skipped;
         result = Requeue(buffer.index);
-        result = result == 0 ? Dequeue(buffer) : Read_Result(result);
+        if (result != 0) {
+            return Read_Result(result);
+        }
+        result = left > 1 ? Dequeue(buffer) : -EAGAIN;
     }
     return result;
 }

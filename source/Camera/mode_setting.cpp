@@ -71,7 +71,7 @@ void Set_Format(const Device_File& device, const WQZ_Camera_Request& request, WQ
     Store_Text(mode.format, Fourcc_Text(mode.fourcc));
 }
 
-// Some drivers have no rate to set. The mode then has no interval.
+// Some drivers have no rate to set but tell theirs. The mode of a driver without either has no interval.
 void Set_Interval(const Device_File& device, const WQZ_Camera_Fraction& interval, WQZ_Camera_Mode& mode)
 {
     v4l2_streamparm parameters{};
@@ -80,7 +80,10 @@ void Set_Interval(const Device_File& device, const WQZ_Camera_Fraction& interval
     if (Is_Known(interval)) {
         parameters.parm.capture.timeperframe = {interval.numerator, interval.denominator};
         result = device.Request(VIDIOC_S_PARM, &parameters);
-    } else {
+    }
+    if (!Is_Known(interval) || result == -ENOTTY) {
+        parameters = v4l2_streamparm{};
+        parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         result = device.Request(VIDIOC_G_PARM, &parameters);
     }
     if (result == -ENOTTY) {

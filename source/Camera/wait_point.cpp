@@ -59,10 +59,7 @@ Udev_Owner<udev_monitor> Watch_Video_Nodes(udev* context, const char* source)
 }
 
 Wait_Point::Wait_Point()
-    : poll_descriptor(epoll_create1(EPOLL_CLOEXEC)),
-      wake_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      context(udev_new()),
-      plugs(Watch_Video_Nodes(context.get(), "kernel"))
+    : poll_descriptor(epoll_create1(EPOLL_CLOEXEC)), wake_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (poll_descriptor < 0 || wake_descriptor < 0 || !Add(poll_descriptor, wake_descriptor, Woken)) {
         const int error = errno;
@@ -70,6 +67,8 @@ Wait_Point::Wait_Point()
         (void)close(wake_descriptor);
         throw Failure(error, "The process has no descriptor left for a camera: close files, or raise ulimit -n.");
     }
+    context.reset(udev_new());
+    plugs = Watch_Video_Nodes(context.get(), "kernel");
     if (plugs && !Add(poll_descriptor, udev_monitor_get_fd(plugs.get()), Plugging)) {
         plugs.reset();
     }

@@ -20,7 +20,7 @@ using namespace wqz_camera;
 namespace {
 
 // The last failure of calls without a camera.
-thread_local Last_Failure thread_failure;
+thread_local Last_Failure thread_failure(false);
 
 constexpr char Kept_By_Frames[] = "The driver keeps the camera until the frames that are still held are released.";
 

@@ -86,8 +86,12 @@ int Run_Child(char** command, const sigset_t& passed_on, const sigset_t& before)
                   << (missing ? "command not found" : std::strerror(error)) << "\n";
         _exit(error == ENOENT ? Not_Found : Cannot_Run);
     }
+    if (child < 0) {
+        std::cerr << "with-virtual-camera: cannot start " << command[0] << ": " << std::strerror(errno) << "\n";
+        return Cannot_Run;
+    }
     int status = 0;
-    while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
+    while (waitpid(child, &status, WNOHANG) == 0) {
         siginfo_t info{};
         const int signal = sigwaitinfo(&passed_on, &info);
         if (signal > 0 && signal != SIGCHLD && info.si_code <= 0) {  // those of a terminal reach the command anyway
