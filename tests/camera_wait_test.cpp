@@ -233,7 +233,7 @@ TEST_F(Waiting, AnErrorThatIsReportedWithoutEndIsAFailure)
     EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
     int pipe_ends[2] = {-1, -1};
     ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC | O_NONBLOCK), 0);
-    ASSERT_GE(syscall(SYS_dup2, pipe_ends[1], Log().front().fd), 0) << "behind the virtual camera's back";
+    ASSERT_GE(syscall(SYS_dup3, pipe_ends[1], Log().front().fd, 0), 0) << "behind the virtual camera's back";
     (void)close(pipe_ends[0]);
     (void)close(pipe_ends[1]);
     Start_Yuyv();
