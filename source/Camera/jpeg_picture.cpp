@@ -67,8 +67,9 @@ void Decode_Jpeg(const uint8_t* data, uint64_t length, const Pixel_Rows& target)
 {
     thread_local const Decoder decoder;
     tjhandle handle = decoder.Handle();
-    Check_Size(handle, data, length, target);
-    const int result = tjDecompress2(handle, data, length, target.pixels, static_cast<int>(target.width),
+    const auto bytes = static_cast<unsigned long>(length);  // as wide as addresses are
+    Check_Size(handle, data, bytes, target);
+    const int result = tjDecompress2(handle, data, bytes, target.pixels, static_cast<int>(target.width),
                                      static_cast<int>(target.stride), static_cast<int>(target.height),
                                      target.red_first ? TJPF_RGB : TJPF_BGR, 0);
     if (result != 0 && tjGetErrorCode(handle) == TJERR_FATAL) {

@@ -1,6 +1,7 @@
 // The conversion tables, and the decoding of YUYV and raw Bayer frames.
 #include "Stream/YUV/yuv_decode.h"
 
+#include <bit>
 #include <cstdio>
 #include <cstring>
 
@@ -9,6 +10,8 @@
 #include "Stream/YUV/yuyv_coefficients.h"
 
 using yuyv_bgr::Fraction_Bits;
+
+static_assert(std::endian::native == std::endian::little, "pixels and file headers are written as little-endian words");
 
 namespace {
 
