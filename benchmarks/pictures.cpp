@@ -5,6 +5,9 @@
 #include <cmath>
 #include <random>
 
+#include "memory_pass.h"
+#include "Stream/YUV/yuyv_bgr.h"
+
 void Fill_Noise(uint8_t* bytes, size_t size)
 {
     std::mt19937 random(1);
@@ -38,59 +41,15 @@ void Fill_Natural(uint8_t* yuyv, Picture_Size size)
     }
 }
 
-namespace {
-
-template <size_t Width>
-struct Vector {
-    typedef uint8_t Type __attribute__((vector_size(Width), aligned(1), may_alias));
-};
-
-/// Writes as many bytes as it reads, or three for every two.
-template <size_t Width>
-__attribute__((always_inline)) inline void Pass(const uint8_t* in, size_t read_bytes, uint8_t* out, size_t write_bytes)
-{
-    using Bytes = typename Vector<Width>::Type;
-    const size_t read_vectors = read_bytes / Width;
-    const size_t write_vectors = write_bytes / Width;
-    const auto* source = reinterpret_cast<const Bytes*>(in);
-    auto* target = reinterpret_cast<Bytes*>(out);
-    if (read_vectors == write_vectors) {
-        for (size_t i = 0; i + 2 <= read_vectors; i += 2) {
-            const Bytes a = source[i];
-            const Bytes b = source[i + 1];
-            target[i] = ~a;
-            target[i + 1] = ~b;
-        }
-        return;
-    }
-    for (size_t i = 0; i + 2 <= read_vectors; i += 2, target += 3) {
-        const Bytes a = source[i];
-        const Bytes b = source[i + 1];
-        target[0] = a;
-        target[1] = a ^ b;
-        target[2] = b;
-    }
-}
-
-__attribute__((target("avx512f,avx512bw"))) void Pass_512(const uint8_t* in, size_t read, uint8_t* out, size_t write)
-{
-    Pass<64>(in, read, out, write);
-}
-
-__attribute__((target("avx2"))) void Pass_256(const uint8_t* in, size_t read, uint8_t* out, size_t write)
-{
-    Pass<32>(in, read, out, write);
-}
-
-}  // namespace
-
 void Read_And_Write(const uint8_t* in, size_t read_bytes, uint8_t* out, size_t write_bytes)
 {
-    if (__builtin_cpu_supports("avx512bw")) {
-        Pass_512(in, read_bytes, out, write_bytes);
-    } else if (__builtin_cpu_supports("avx2")) {
-        Pass_256(in, read_bytes, out, write_bytes);
-    } else {
-        Pass<16>(in, read_bytes, out, write_bytes);
+#if defined(WQZ_YUYV_BGR_X86)
+    if (yuyv_bgr::Path_Available(yuyv_bgr::Path::Avx512_Vbmi)) {
+        return Memory_Pass<64>(in, read_bytes, out, write_bytes);
     }
+    if (yuyv_bgr::Path_Available(yuyv_bgr::Path::Avx2)) {
+        return Memory_Pass<32>(in, read_bytes, out, write_bytes);
+    }
+#endif
+    Memory_Pass<16>(in, read_bytes, out, write_bytes);
 }

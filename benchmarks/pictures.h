@@ -36,8 +36,8 @@ void Fill_Noise(uint8_t* bytes, size_t size);
 /// Fills a YUYV picture like a camera would: soft shading, a few edges, weak colours and a little sensor noise.
 void Fill_Natural(uint8_t* yuyv, Picture_Size size);
 
-/// Reads read_bytes and writes write_bytes in the widest steps of the processor, and does nothing else. No conversion
-/// that reads and writes as much can be faster.
+/// Reads read_bytes and writes write_bytes in the widest steps that a conversion takes, and does nothing else. No
+/// conversion that reads and writes as much can be faster.
 /// @param read_bytes   a multiple of 128
 /// @param write_bytes  either read_bytes, and then `out` may be `in`, or three bytes for every two that are read
 void Read_And_Write(const uint8_t* in, size_t read_bytes, uint8_t* out, size_t write_bytes);

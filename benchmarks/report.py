@@ -27,7 +27,7 @@ class Table:
 
 
 TABLES = {
-    "yuyv": Table("YUYV to 24-bit pixels", ("tables", "ssse3", "avx2", "vbmi", *PEERS, "opencv-threads", "limit")),
+    "yuyv": Table("YUYV to 24-bit pixels", ("tables", "ssse3", "avx2", "vbmi", "neon", *PEERS, "opencv-threads", "limit")),
     "bmp": Table("YUYV frame to picture in its record", ("in-place", "conversion")),
     "tables": Table("Conversion tables"),
     "raw-split": Table("Raw Bayer frame to 24-bit pixels", ("raw0", "raw1", "raw2", "raw3", "limit")),

@@ -29,20 +29,27 @@ YUV_Decode& Tables()
     return *tables;
 }
 
-void By_Library(benchmark::State& state, Conversion& picture, yuyv_bgr::Path path)
+void Convert(benchmark::State& state, Conversion& picture)
+{
+    const auto bytes = static_cast<uint32_t>(picture.size.Pixels() * 2);
+    for (auto _ : state) {
+        Tables().YUYV_Decode(picture.yuyv.Data(), bytes, picture.bgr.Data(), bytes / 2 * 3);
+        benchmark::ClobberMemory();
+    }
+}
+
+#if defined(WQZ_YUYV_BGR_CHOICE)
+void By_Path(benchmark::State& state, Conversion& picture, yuyv_bgr::Path path)
 {
     const yuyv_bgr::Path before = yuyv_bgr::Chosen_Path();
     if (!yuyv_bgr::Force_Path(path)) {
         state.SkipWithError("not available on this processor");
         return;
     }
-    const auto bytes = static_cast<uint32_t>(picture.size.Pixels() * 2);
-    for (auto _ : state) {
-        Tables().YUYV_Decode(picture.yuyv.Data(), bytes, picture.bgr.Data(), bytes / 2 * 3);
-        benchmark::ClobberMemory();
-    }
+    Convert(state, picture);
     yuyv_bgr::Force_Path(before);
 }
+#endif
 
 /// Converts by way of 32-bit pixels, row by row, so that these stay in the first-level cache.
 void By_Libyuv(benchmark::State& state, Conversion& picture)
@@ -105,13 +112,19 @@ void By_Memory_Alone(benchmark::State& state, Conversion& picture)
 
 void Register(const std::shared_ptr<Conversion>& picture, const std::string& content)
 {
-    using yuyv_bgr::Path;
     using Measurement = std::function<void(benchmark::State&, Conversion&)>;
     const std::pair<const char*, Measurement> subjects[] = {
-        {"tables", [](auto& state, auto& p) { By_Library(state, p, Path::Tables); }},
-        {"ssse3", [](auto& state, auto& p) { By_Library(state, p, Path::Ssse3); }},
-        {"avx2", [](auto& state, auto& p) { By_Library(state, p, Path::Avx2); }},
-        {"vbmi", [](auto& state, auto& p) { By_Library(state, p, Path::Avx512_Vbmi); }},
+#if defined(WQZ_YUYV_BGR_CHOICE)
+        {"tables", [](auto& state, auto& p) { By_Path(state, p, yuyv_bgr::Path::Tables); }},
+        {"ssse3", [](auto& state, auto& p) { By_Path(state, p, yuyv_bgr::Path::Ssse3); }},
+        {"avx2", [](auto& state, auto& p) { By_Path(state, p, yuyv_bgr::Path::Avx2); }},
+        {"vbmi", [](auto& state, auto& p) { By_Path(state, p, yuyv_bgr::Path::Avx512_Vbmi); }},
+        {"neon", [](auto& state, auto& p) { By_Path(state, p, yuyv_bgr::Path::Neon); }},
+#elif defined(WQZ_YUYV_BGR_NEON)
+        {"neon", Convert},
+#else
+        {"tables", Convert},
+#endif
         {"libyuv", By_Libyuv},
         {"opencv", [](auto& state, auto& p) { By_Opencv(state, p, 1); }},
         {"opencv-threads", [](auto& state, auto& p) { By_Opencv(state, p, -1); }},
