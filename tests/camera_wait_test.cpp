@@ -187,7 +187,8 @@ TEST_F(Waiting, ManyThreadsReadReleaseAndSetControlsAtOnce)
                 auto own = Sized<WQZ_Camera_Frame>();
                 const int32_t result = WQZ_Camera_Read(camera, &own, 100, 0);
                 if (result == 0) {
-                    EXPECT_EQ(Sequence_In_Frame(own.fourcc, own.data, own.length), own.sequence);
+                    EXPECT_EQ(Sequence_In_Frame(own.fourcc, own.data, static_cast<std::size_t>(own.length)),
+                              own.sequence);
                     EXPECT_EQ(WQZ_Camera_Release(&own), 0);
                     ++taken;
                 }

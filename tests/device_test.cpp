@@ -1,8 +1,13 @@
 // The device layer on a virtual camera: opening, set-up, retries, controls, catalogue.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "Device/device_wait.h"
 #include "support/allocation_watch.h"
@@ -35,8 +40,18 @@ TEST_F(Device, OpensForReadingAndWritingAndClosesOnce)
     EXPECT_EQ(device.C_V4L2_VC_Pu.VC_fd, static_cast<uint32_t>(fd)) << "the controls keep the old number";
 }
 
+// Linux says EBADF; an emulator that knows no V4L2 requests may say something else.
+int Error_Of_A_Request_Without_A_Device()
+{
+    v4l2_control control{};
+    return ioctl(-1, VIDIOC_G_CTRL, &control) == 0 ? 0 : errno;
+}
+
 TEST_F(Device, AFailedOpenIsReportedAndMakesControlsFail)
 {
+    const int error = Error_Of_A_Request_Without_A_Device();
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%x", static_cast<unsigned>(error));
     Fail_With(Call_Open, {EACCES});
     Captured_Stderr printed;
     EXPECT_EQ(device.Video_Open(), -1);
@@ -45,9 +60,8 @@ TEST_F(Device, AFailedOpenIsReportedAndMakesControlsFail)
     int32_t value = 7;
     EXPECT_EQ(device.C_V4L2_VC_Pu.V4L2_Static_Pu_Get_Control(V4L2_CID_BRIGHTNESS, &value), -1);
     EXPECT_EQ(value, 0);
-    EXPECT_EQ(printed.Text(),
-              "Open false:: Permission denied\n"
-              "ioctl get control error , errno = 0x9, str = Bad file descriptor\n");
+    EXPECT_EQ(printed.Text(), "Open false:: Permission denied\nioctl get control error , errno = " +
+                                  std::string(number) + ", str = " + std::strerror(error) + "\n");
 }
 
 struct Retry_Case {

@@ -1,6 +1,7 @@
 /* The flat header in a C99 program: layout of the records, the task type, linkage of every function. */
 #include <stddef.h>
 #include <stdio.h>
+#include <time.h>
 
 #include "USBCam_API/USBCam_API.h"
 
@@ -19,9 +20,13 @@ static void check(int holds, const char* what)
 /* records_test checks every member; here C must agree with it. */
 static void check_records(void)
 {
-    CHECK(sizeof(v4l2_dev_sys_data_t) == 1096 && offsetof(v4l2_dev_sys_data_t, Device_Path) == 838);
+    const bool pointers_64 = sizeof(void*) == 8;
+    const bool times_32 = sizeof(time_t) == 4;
+    CHECK(sizeof(v4l2_dev_sys_data_t) == (pointers_64 ? 1096 : 1080));
+    CHECK(offsetof(v4l2_dev_sys_data_t, Device_Path) == (pointers_64 ? 838 : 822));
     CHECK(sizeof(Pix_Format) == 16 && offsetof(Pix_Format, u_Fps) == 12);
-    CHECK(sizeof(Frame_Buffer_Data) == 408 && offsetof(Frame_Buffer_Data, index) == 400);
+    CHECK(sizeof(Frame_Buffer_Data) == (pointers_64 ? 408 : times_32 ? 368 : 392));
+    CHECK(offsetof(Frame_Buffer_Data, index) == (pointers_64 ? 400 : times_32 ? 364 : 384));
     CHECK(sizeof GLOG == 4097);
 }
 

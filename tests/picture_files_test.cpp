@@ -275,6 +275,20 @@ TEST_F(Fixed_Directory, ReceivesYuyvPicturesAndDumpsSavedWithoutADirectory)
     EXPECT_EQ(directory.Read("1700000000_5.raw"), yuyv);
 }
 
+#if __SIZEOF_POINTER__ == 4
+// The header could name these bytes, but no object is as large. Sizes computed in 32 bits would come out small.
+TEST_F(Fixed_Directory, APictureLargerThanMemoryIsNotWritten)
+{
+    Frame frame(Bytes(64, 1), 0x40000000, 1);
+    EXPECT_EQ(YUV_Stream::Save_Frame_buffer(directory.Name(), &frame.buffer), 0);
+    frame.buffer.sBuf.PixFormat = {1, 0x20000000, 2, 0};
+    EXPECT_EQ(YUV_Stream::Save_Frame_buffer(directory.Name(), &frame.buffer), 0);
+    uint8_t none[4] = {};
+    EXPECT_EQ(YUV_Stream::Save_Frame_buffer(none, 0x20000000, 2), 0);
+    EXPECT_TRUE(directory.Files().empty());
+}
+#endif
+
 TEST_F(Fixed_Directory, AYuyvPictureWithoutWidthOrHeightIsItsHeader)
 {
     uint8_t none[4] = {};

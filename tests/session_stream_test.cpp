@@ -361,7 +361,6 @@ TEST_F(Stream, FailedReadsLeaveNothingToConvert)
 TEST_F(Stream, ARefusedStreamOnKeepsTheLoopInItsReadDespiteAStop)
 {
     session.Video_DEAL_WITH_UNINIT();
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             USBCam lonely(&record);

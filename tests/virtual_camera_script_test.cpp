@@ -290,6 +290,7 @@ TEST_F(Scripted_Camera, TheLogTellsWhatWasCalled)
 
 TEST_F(Scripted_Camera, ThreadsShareACamera)
 {
+    vc::Hold_Frames(Node);
     Start();
     std::atomic<int> requests{0};
     std::atomic<bool> over{false};
@@ -303,6 +304,7 @@ TEST_F(Scripted_Camera, ThreadsShareACamera)
     });
     uint32_t expected = 0;
     for (int i = 0; i < 15; i++) {
+        vc::Deliver_Frames(Node, 1);
         v4l2_buffer buffer = Buffer();
         ASSERT_EQ(Request(VIDIOC_DQBUF, &buffer), 0);
         EXPECT_EQ(buffer.sequence, expected++);

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -15,6 +16,7 @@
 
 #include "Stream/YUV/yuyv_bgr.h"
 
+#if defined(WQZ_YUYV_BGR_X86)
 // The AVX-512 kernel a second time, on emulated instructions: this checks it on processors that lack them.
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
@@ -22,10 +24,10 @@
 #define _mm512_madd_epi16(a, b) simde_mm512_madd_epi16(a, b)
 #define WQZ_TARGET_VBMI
 #include "Stream/YUV/yuyv_bgr_vbmi.h"
+#endif
 
 namespace {
 
-using yuyv_bgr::Path;
 using Bytes = std::vector<uint8_t>;
 
 #if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -52,35 +54,72 @@ struct Way {
     std::function<void(uint8_t* yuyv, size_t size, uint8_t* bgr)> convert;
 };
 
-constexpr std::pair<Path, const char*> Paths[] = {
-    {Path::Tables, "tables"}, {Path::Ssse3, "ssse3"}, {Path::Avx2, "avx2"}, {Path::Avx512_Vbmi, "vbmi"}};
+void Convert_By_Library(uint8_t* yuyv, size_t size, uint8_t* bgr)
+{
+    Tables().YUYV_Decode(yuyv, static_cast<uint32_t>(size), bgr, 0);
+}
+
+#if defined(WQZ_YUYV_BGR_CHOICE)
+
+using yuyv_bgr::Path;
+
+struct Named_Path {
+    Path path;
+    const char* name;
+    size_t groups_of_56;  ///< how many groups of 56 fill whole vectors; tells which kernel ran
+};
+
+constexpr Named_Path Paths[] = {{Path::Tables, "tables", 0},
+                                {Path::Ssse3, "ssse3", 56},
+                                {Path::Avx2, "avx2", 48},
+                                {Path::Avx512_Vbmi, "vbmi", 32},
+                                {Path::Neon, "neon", 56}};
 
 void Convert_By_Path(Path path, uint8_t* yuyv, size_t size, uint8_t* bgr)
 {
     ASSERT_TRUE(yuyv_bgr::Force_Path(path));
-    Tables().YUYV_Decode(yuyv, static_cast<uint32_t>(size), bgr, 0);
-}
-
-void Convert_By_Emulation(uint8_t* yuyv, size_t size, uint8_t* bgr)
-{
-    const size_t done = yuyv_bgr::Convert_Vbmi(yuyv, size / 4, bgr);
-    ASSERT_EQ(done, size / 4 / 32 * 32);
-    Convert_By_Path(Path::Tables, yuyv + done * 4, size - done * 4, bgr + done * 6);
+    Convert_By_Library(yuyv, size, bgr);
 }
 
 std::vector<Way> Ways()
 {
     std::vector<Way> ways;
-    for (const auto& [path, name] : Paths) {
+    for (const auto& [path, name, groups] : Paths) {
         if (yuyv_bgr::Path_Available(path)) {
             ways.push_back({name, 1, [path = path](uint8_t* yuyv, size_t size, uint8_t* bgr) {
                                 Convert_By_Path(path, yuyv, size, bgr);
                             }});
         }
     }
-    ways.push_back({"emulated vbmi", Slow_Build ? 15U : 1U, Convert_By_Emulation});
+#if defined(WQZ_YUYV_BGR_X86)
+    ways.push_back({"emulated vbmi", Slow_Build ? 15U : 1U, [](uint8_t* yuyv, size_t size, uint8_t* bgr) {
+                        const size_t done = yuyv_bgr::Convert_Vbmi(yuyv, size / 4, bgr);
+                        ASSERT_EQ(done, size / 4 / 32 * 32);
+                        Convert_By_Path(Path::Tables, yuyv + done * 4, size - done * 4, bgr + done * 6);
+                    }});
+#endif
     return ways;
 }
+
+/// Restores the chosen path.
+class Yuyv : public testing::Test {
+protected:
+    ~Yuyv() override { yuyv_bgr::Force_Path(before); }
+
+private:
+    Path before = yuyv_bgr::Chosen_Path();
+};
+
+#else
+
+std::vector<Way> Ways()
+{
+    return {{"the only way", 1, Convert_By_Library}};
+}
+
+class Yuyv : public testing::Test {};
+
+#endif
 
 /// The pixels by the formulas, without tables.
 Bytes Expected_Pixels(const Bytes& yuyv)
@@ -129,15 +168,6 @@ private:
     uint8_t* base;
 };
 
-/// Restores the chosen path.
-class Yuyv : public testing::Test {
-protected:
-    ~Yuyv() override { yuyv_bgr::Force_Path(before); }
-
-private:
-    Path before = yuyv_bgr::Chosen_Path();
-};
-
 TEST(Tables, MatchTheFormulas)
 {
     const YUV_Decode& tables = Tables();
@@ -167,6 +197,7 @@ TEST(Tables, MatrixDebugPrintsRedInRowsOfSixteen)
               "0x0000FFF0:\nFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\tFF\t");
 }
 
+#if defined(WQZ_YUYV_BGR_X86)
 TEST_F(Yuyv, TheWidestPathOfTheProcessorIsChosen)
 {
     std::ifstream cpuinfo("/proc/cpuinfo");
@@ -187,26 +218,47 @@ TEST_F(Yuyv, TheWidestPathOfTheProcessorIsChosen)
                                                              : Path::Tables;
     EXPECT_EQ(yuyv_bgr::Chosen_Path(), widest);
 }
+#endif
 
-// Every kernel converts whole vectors only, of 0, 8, 16 or 32 groups: the count tells which one ran.
+#if defined(__arm__)
+// Nearly every processor with 32-bit ARM has NEON. A test run on one without it sets the variable.
+TEST_F(Yuyv, NeonIsChosenWhereTheProcessorHasIt)
+{
+    const bool has_neon = std::getenv("WQZ_WITHOUT_NEON") == nullptr;
+    EXPECT_EQ(yuyv_bgr::Path_Available(Path::Neon), has_neon);
+    EXPECT_EQ(yuyv_bgr::Chosen_Path(), has_neon ? Path::Neon : Path::Tables);
+}
+#endif
+
+#if defined(WQZ_YUYV_BGR_CHOICE)
+// Every kernel converts whole vectors only, so the count tells which one ran.
 TEST_F(Yuyv, AForcedPathIsChosenAndItsOwnKernelRuns)
 {
-    constexpr size_t groups = 56;
-    Bytes in(groups * 4);
-    Bytes out(groups * 6);
-    const size_t converted[] = {0, 56, 48, 32};
-    for (const auto& [path, name] : Paths) {
+    Bytes in(56 * 4);
+    Bytes out(56 * 6);
+    for (const auto& [path, name, groups] : Paths) {
         const Path last = yuyv_bgr::Chosen_Path();
         const bool available = yuyv_bgr::Path_Available(path);
         EXPECT_EQ(yuyv_bgr::Force_Path(path), available) << name;
         EXPECT_EQ(yuyv_bgr::Chosen_Path(), available ? path : last) << name;
         if (available) {
-            EXPECT_EQ(yuyv_bgr::Convert_Whole_Vectors(in.data(), groups, out.data()),
-                      converted[static_cast<size_t>(path)])
-                << name;
+            EXPECT_EQ(yuyv_bgr::Convert_Whole_Vectors(in.data(), 56, out.data()), groups) << name;
         }
     }
 }
+#else
+// The kernel converts whole vectors of 16 groups, where there is one; the tables convert the rest.
+TEST_F(Yuyv, TheOnlyKernelRuns)
+{
+    Bytes in(56 * 4);
+    Bytes out(56 * 6);
+#if defined(WQZ_YUYV_BGR_NEON)
+    EXPECT_EQ(yuyv_bgr::Convert_Whole_Vectors(in.data(), 56, out.data()), 48U);
+#else
+    EXPECT_EQ(yuyv_bgr::Convert_Whole_Vectors(in.data(), 56, out.data()), 0U);
+#endif
+}
+#endif
 
 // The second luma is 255 minus the first, so that both pixels see every (Y, U, V) in 2^24 groups.
 TEST_F(Yuyv, EveryInputGivesTheDefinedPixel)
@@ -322,7 +374,9 @@ TEST(Raw, LessThanARowIsRefused)
     for (const Mosaic& mosaic : Mosaics) {
         EXPECT_FALSE((Tables().*mosaic.decode)(raw, 31, 16, bgr, 48));
         EXPECT_FALSE((Tables().*mosaic.decode)(raw, 32, 0, bgr, 48));
-        EXPECT_FALSE((Tables().*mosaic.decode)(raw, 32, 0x80000000, bgr, 48));
+        for (const uint32_t nonsense : {0x80000000U, 0x80000001U, 0xFFFFFFFFU}) {
+            EXPECT_FALSE((Tables().*mosaic.decode)(raw, 32, nonsense, bgr, 48)) << "a row has more than 32 bits hold";
+        }
         EXPECT_FALSE((Tables().*mosaic.decode)(nullptr, 0, 16, nullptr, 0));
     }
     EXPECT_EQ(std::count(bgr, bgr + sizeof bgr, 0x55), 48);

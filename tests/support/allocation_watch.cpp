@@ -3,15 +3,20 @@
 
 #include <cstddef>
 
+// The linker's name of operator new, which has the type of its argument in it.
+#if defined(__LP64__)
+#define WQZ_NEW(prefix) prefix##__Znwm
+#else
+#define WQZ_NEW(prefix) prefix##__Znwj
+#endif
+
 extern "C" {
 void* __real_malloc(std::size_t bytes);
 void* __wrap_malloc(std::size_t bytes);
 void* __real_calloc(std::size_t count, std::size_t bytes);
 void* __wrap_calloc(std::size_t count, std::size_t bytes);
-#if defined(__LP64__)
-void* __real__Znwm(std::size_t bytes);  // operator new
-void* __wrap__Znwm(std::size_t bytes);
-#endif
+void* WQZ_NEW(__real)(std::size_t bytes);
+void* WQZ_NEW(__wrap)(std::size_t bytes);
 void __real__ZdaPv(void* block);  // operator delete[]
 void __wrap__ZdaPv(void* block);
 }
@@ -36,13 +41,11 @@ void* __wrap_calloc(std::size_t count, std::size_t bytes)
     return __real_calloc(count, bytes);
 }
 
-#if defined(__LP64__)
-void* __wrap__Znwm(std::size_t bytes)
+void* WQZ_NEW(__wrap)(std::size_t bytes)
 {
     ++allocations;
-    return __real__Znwm(bytes);
+    return WQZ_NEW(__real)(bytes);
 }
-#endif
 
 void __wrap__ZdaPv(void* block)
 {
