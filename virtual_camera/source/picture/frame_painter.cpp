@@ -27,7 +27,7 @@ struct Raw_Picture {
 
 uint8_t To_Byte(double value)
 {
-    return static_cast<uint8_t>(value + 0.5);  // never out of range here, and faster than lround
+    return static_cast<uint8_t>(value + 0.5);  // in range, faster than lround NOLINT(bugprone-incorrect-roundings)
 }
 
 double Luma(const uint8_t* p)
@@ -96,8 +96,9 @@ private:
     {
         const size_t width = static_cast<size_t>(layout.digit_width) * pixel_bytes;
         for (int i = layout.digits - 1; i >= 0; i--, sequence /= 10) {
-            const auto left = static_cast<size_t>(layout.digit_x + i * layout.digit_width);
-            uint8_t* row = target + static_cast<size_t>(layout.digit_y) * card.stride + left * pixel_bytes;
+            const int left = layout.digit_x + i * layout.digit_width;
+            uint8_t* row =
+                target + static_cast<size_t>(layout.digit_y) * card.stride + static_cast<size_t>(left) * pixel_bytes;
             for (size_t y = 0; y < digits.rows; y++, row += card.stride) {
                 std::memcpy(row, &digits.bytes[y * digits.stride + sequence % 10 * width], width);
             }

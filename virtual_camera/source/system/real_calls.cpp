@@ -25,6 +25,7 @@ constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nu
 #endif
 
 // Defines Wrapper, which calls `preferred` if that is not null, or else libc's function `name`.
+// NOLINTBEGIN(bugprone-macro-parentheses): types and lists take no further parentheses
 #define DEFINE_REAL(Result, Wrapper, name, preferred, parameters, arguments) \
     Result Wrapper parameters                                                \
     {                                                                        \
@@ -36,6 +37,7 @@ constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nu
         }                                                                    \
         return function arguments;                                           \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 DEFINE_REAL(void*, Mmap, mmap, __interceptor_mmap,
             (void* address, size_t length, int protection, int flags, int fd, off_t offset),
