@@ -271,7 +271,10 @@ TEST_F(Waiting, EachThreadGetsTheSentenceOfItsOwnFailure)
         EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), -EINVAL);
         EXPECT_NE(Explanation(camera).find("no such control"), std::string::npos);
     }).join();
-    EXPECT_NE(Explanation(camera).find("silent"), std::string::npos);
+    char own[256] = "";
+    EXPECT_GT(WQZ_Camera_Explain_Call(camera, own, sizeof own), 0);
+    EXPECT_NE(std::string(own).find("silent"), std::string::npos);
+    EXPECT_NE(Explanation(camera).find("no such control"), std::string::npos) << "the camera's last failure";
 }
 
 // Unplugging ----------------------------------------------------------------------------------------------------------

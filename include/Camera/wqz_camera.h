@@ -327,14 +327,17 @@ WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Recover(WQZ_Camera* camera, int32_t timeout
 /// @return 0; -EBUSY when the driver keeps the camera until the held frames are released; the handle is gone then too
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Close(WQZ_Camera* camera);
 
-/// Says what failed last with this camera, and what to do about it. A success leaves the sentence as it is. A
-/// thread gets the sentence of its own last failure, and that of another thread when it had none with this camera.
+/// Says what failed last with this camera, and what to do about it. A success leaves the sentence as it is. When
+/// several threads use the camera, the sentence may be about another thread's call.
 /// @param camera  null for this thread's last failure without a camera: Open, List, Release, Convert, Close, Monitor_*,
 ///                and every call with a null handle
 /// @param text  receives the sentence, cut to `capacity` bytes with the final zero; empty when nothing failed; may be
 ///              null when `capacity` is 0
 /// @return the length of the whole sentence without the zero
 WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uint32_t capacity);
+
+/// As WQZ_Camera_Explain, for the last failure of the calling thread. Call it right after the call that failed.
+WQZ_USBCAM_EXPORT int32_t WQZ_Camera_Explain_Call(WQZ_Camera* camera, char* text, uint32_t capacity);
 
 /// A descriptor to poll for POLLIN, the same from Open to Close. While a capture runs, it is readable when Read would
 /// not wait: a frame is there, Cancel was called, or the camera went away. It may also be readable without a cause:

@@ -11,8 +11,8 @@
 //     }
 //
 // A wqz::Frame lends the driver's memory and gives it back when it goes out of scope; it may outlive its camera. What
-// fails throws wqz::Camera_Error with the errno value and the sentence of WQZ_Camera_Explain. Threads, lifetimes and
-// the meaning of every field are those of Camera/wqz_camera.h, whose functions this header calls.
+// fails throws wqz::Camera_Error with the errno value and the sentence of WQZ_Camera_Explain_Call. Threads, lifetimes
+// and the meaning of every field are those of Camera/wqz_camera.h, whose functions this header calls.
 
 #include <algorithm>
 #include <cerrno>
@@ -51,7 +51,7 @@ inline std::string Explanation(WQZ_Camera* camera)
 {
     std::string text(256, '\0');
     for (;;) {
-        const int32_t result = WQZ_Camera_Explain(camera, text.data(), static_cast<uint32_t>(text.size()));
+        const int32_t result = WQZ_Camera_Explain_Call(camera, text.data(), static_cast<uint32_t>(text.size()));
         if (result < 0) {
             return {};
         }

@@ -100,12 +100,17 @@ void Last_Failure::Set_Fixed(const char* sentence)
 
 std::string Last_Failure::Text() const
 {
+    const std::lock_guard lock(mutex);
+    return last.fixed == nullptr ? last.text : last.fixed;
+}
+
+std::string Last_Failure::Text_Of_This_Thread() const
+{
     const Sentence& own = Of_This_Thread();
     if (number != 0 && own.owner == number) {
         return own.fixed == nullptr ? own.text : own.fixed;
     }
-    const std::lock_guard lock(mutex);
-    return last.fixed == nullptr ? last.text : last.fixed;
+    return Text();
 }
 
 std::vector<std::string> Holders_Of(const std::string& node)

@@ -12,8 +12,7 @@
 
 namespace wqz_camera {
 
-/// The last failure, kept for Explain. Any thread may set and read it. A thread reads the sentence that it set itself,
-/// and that of another thread where it set none.
+/// The last failure, kept for Explain, and besides it the last one of each thread. Any thread may set and read it.
 class Last_Failure {
 public:
     /// @param per_thread  false for an object that only one thread uses
@@ -22,6 +21,8 @@ public:
     /// As above for a sentence with static lifetime; does not allocate.
     void Set_Fixed(const char* sentence);
     std::string Text() const;
+    /// @return the last failure of the calling thread, or the last of all when this thread had none here
+    std::string Text_Of_This_Thread() const;
 
 private:
     struct Sentence {

@@ -87,6 +87,19 @@ void Mark_Not_Tried(uint8_t* caller)
     std::memcpy(caller + offsetof(WQZ_Camera_Setting, result), &result, sizeof result);
 }
 
+int32_t Store_Sentence(const std::string& sentence, char* text, uint32_t capacity)
+{
+    if (text == nullptr && capacity > 0) {
+        return -EINVAL;
+    }
+    if (capacity > 0) {
+        const size_t length = std::min<size_t>(sentence.size(), capacity - 1);
+        std::memcpy(text, sentence.data(), length);
+        text[length] = '\0';
+    }
+    return static_cast<int32_t>(sentence.size());
+}
+
 void Check_Request(const WQZ_Camera_Request& request)
 {
     if (request.fourcc == 0 || request.width == 0 || request.height == 0) {
@@ -283,16 +296,19 @@ int32_t WQZ_Camera_Explain(WQZ_Camera* camera, char* text, uint32_t capacity)
         call.emplace(*camera);
     }
     return Answer(thread_failure, [=] {
-        const std::string sentence = (camera == nullptr ? thread_failure : camera->last_failure).Text();
-        if (text == nullptr && capacity > 0) {
-            return -EINVAL;
-        }
-        if (capacity > 0) {
-            const size_t length = std::min<size_t>(sentence.size(), capacity - 1);
-            std::memcpy(text, sentence.data(), length);
-            text[length] = '\0';
-        }
-        return static_cast<int>(sentence.size());
+        return Store_Sentence((camera == nullptr ? thread_failure : camera->last_failure).Text(), text, capacity);
+    });
+}
+
+int32_t WQZ_Camera_Explain_Call(WQZ_Camera* camera, char* text, uint32_t capacity)
+{
+    std::optional<WQZ_Camera::Running_Call> call;
+    if (camera != nullptr) {
+        call.emplace(*camera);
+    }
+    return Answer(thread_failure, [=] {
+        const Last_Failure& failure = camera == nullptr ? thread_failure : camera->last_failure;
+        return Store_Sentence(failure.Text_Of_This_Thread(), text, capacity);
     });
 }
 
