@@ -1,6 +1,5 @@
 // The camera interface: starting a capture and what can go wrong there, frames and their loans.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <time.h>
 
 #include <thread>
@@ -415,25 +414,6 @@ TEST_F(Capture, ReadAndReleaseDoNotAllocate)
     const int read = allocation_watch::Allocations();
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
     EXPECT_EQ(read - before, 0);
-}
-
-TEST_F(Capture, ReadingABufferForTheFirstTimeCausesNoPageFaults)
-{
-    const auto faults = [] {
-        rusage usage{};
-        (void)getrusage(RUSAGE_THREAD, &usage);
-        return usage.ru_minflt;
-    };
-    ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480)), 0);
-    WQZ_Camera_Frame frame = Next_Frame();
-    const long before = faults();
-    unsigned sum = 0;
-    for (uint64_t i = 0; i < frame.length; i += 512) {
-        sum += frame.data[i];
-    }
-    EXPECT_LT(faults() - before, 20) << "of 150 pages";
-    EXPECT_GT(sum, 0U);
-    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
 TEST_F(Capture, WrongCallsAreAnsweredWithASentence)
