@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <new>
 
+#include "support/allocation_watch.h"
 #include "support/camera_fixture.h"
 #include "Video/Video_Device.h"
 
@@ -18,29 +18,6 @@ namespace {
 using namespace virtual_camera;
 
 constexpr uint32_t Payload = 320 * 240 * 2;
-constexpr uint32_t Refused_Bytes = 0xF0000000;  // arrays as large as this are not to be had
-
-}  // namespace
-
-void* operator new[](std::size_t size)
-{
-    if (size >= Refused_Bytes) {
-        throw std::bad_alloc();
-    }
-    return ::operator new(size);
-}
-
-void operator delete[](void* memory) noexcept
-{
-    ::operator delete(memory);
-}
-
-void operator delete[](void* memory, std::size_t /*size*/) noexcept
-{
-    ::operator delete(memory);
-}
-
-namespace {
 
 class Reading : public Camera_Fixture {
 protected:
@@ -275,8 +252,10 @@ TEST_F(Reading, AnAllocationFailureStillRequeuesTheBuffer)
 {
     ASSERT_EQ(Read(), 0);
     Clear_Log();
-    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.bytesused = Refused_Bytes; });
+    Alter_Dequeued([](v4l2_buffer& buffer) { buffer.bytesused = 2 * Payload; });
+    allocation_watch::Refuse_Arrays_From(2 * Payload);
     EXPECT_THROW(Read(), std::bad_alloc);
+    allocation_watch::Refuse_Arrays_From(SIZE_MAX);
     EXPECT_EQ(frame.pMem, nullptr) << "the old block is freed";
     EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
 }
