@@ -48,6 +48,8 @@ protected:
         Alter(Node, VIDIOC_DQBUF, [change](void* argument) { change(*static_cast<v4l2_buffer*>(argument)); });
     }
 
+    bool Marked_Damaged() const { return (frame.buffer.flags & V4L2_BUF_FLAG_ERROR) != 0; }
+
     const uint8_t* Bytes() const { return static_cast<const uint8_t*>(frame.pMem); }
 
     // The bytes of the mapped buffer with that index.
@@ -68,6 +70,7 @@ TEST_F(Reading, CopiesTheFrameAndGivesTheBufferBack)
     EXPECT_EQ(Read(), 0);
     EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
     EXPECT_EQ(frame.buffer.bytesused, Payload);
+    EXPECT_FALSE(Marked_Damaged());
     EXPECT_EQ(frame.buff_Length, Payload + 256);
     EXPECT_EQ(frame.buff_Offset, 0U);
     EXPECT_EQ(frame.index, 77U) << "the reader does not set it";
@@ -108,6 +111,7 @@ TEST_F(Reading, AFrameLongerThanItsMappingIsAFailedRead)
     const uint32_t mapped = device.LC_Buffer_List.front().sBuf.buff_Length;
     Alter(Node, VIDIOC_DQBUF, [=](void* buffer) { static_cast<v4l2_buffer*>(buffer)->bytesused = mapped + 5000; });
     EXPECT_EQ(Read(), -1);
+    EXPECT_TRUE(Marked_Damaged());
     EXPECT_EQ(frame.buff_Length, mapped + 5256);
     EXPECT_EQ(std::memcmp(Bytes(), Mapped(frame.buffer.index), mapped), 0);
     EXPECT_TRUE(std::all_of(Bytes() + mapped, Bytes() + mapped + 5000, [](uint8_t byte) { return byte == 0; }));
@@ -131,6 +135,7 @@ TEST_F(Reading, ALengthThatOverflowsIsRefusedAfterTheRequeue)
         EXPECT_EQ(Read(), -1);
         EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
         EXPECT_EQ(frame.pMem, nullptr);
+        EXPECT_TRUE(Marked_Damaged());
         EXPECT_EQ(frame.buffer.bytesused, 0U) << "a reader of the record would run past the block";
     }
 }
@@ -143,6 +148,7 @@ TEST_F(Reading, AnUnmappedBufferIsAFailedReadOfZeros)
         std::swap(next.sBuf.pMem, no_mapping);
         EXPECT_EQ(Read(), -1);
         std::swap(next.sBuf.pMem, no_mapping);
+        EXPECT_TRUE(Marked_Damaged());
         EXPECT_EQ(frame.buffer.bytesused, Payload);
         EXPECT_EQ(frame.buff_Length, Payload + 256);
         EXPECT_TRUE(std::all_of(Bytes(), Bytes() + Payload, [](uint8_t byte) { return byte == 0; }));

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "Stream/YUV/yuv_stream.h"
+#include "support/allocation_watch.h"
 #include "support/session_fixture.h"
 #include "support/waiting.h"
 #include "support/watched_device.h"
@@ -355,6 +356,41 @@ TEST_F(Stream, FailedReadsLeaveNothingToConvert)
     Captured_Stderr printed;
     EXPECT_EQ(Capture_Counted(Yuyv, 3), 0);
     EXPECT_EQ(printed.Text(), "NULL \nRaw Not Vail!\nRaw Not Vail!\n" + Quitting);
+}
+
+TEST_F(Stream, FramesOfABufferWithoutAMappingAreMarkedInBothFormats)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    for (const Pix_Format& mode : {Mjpeg, Yuyv}) {
+        Keeping keeping(&record);
+        keeping.Video_DEAL_WITH_INIT(0);
+        Fail(Node, Call_Mmap, {ENOMEM});
+        Deliver_Frames(Node, 5);
+        keeping.EVENT_LoopMode(5);
+        Captured_Stderr printed;
+        Pix_Format request = mode;
+        keeping.Video_DEAL_WITH(&request);
+        ASSERT_EQ(keeping.kept.size(), 5U);
+        for (Frame_Buffer_Data* frame : keeping.kept) {
+            EXPECT_EQ((frame->buffer.flags & V4L2_BUF_FLAG_ERROR) != 0, frame->buffer.index == 0) << frame->index;
+            keeping.SAVE_FRAME_RES(frame);
+        }
+        keeping.CLEAR_FRAME_BUFF();
+        keeping.Video_Exe_End();
+    }
+}
+
+TEST_F(Stream, ACaptureThatRunsOutOfMemoryStopsAndClearsBeforeItThrows)
+{
+    Deliver_Frames(Node, 1);
+    Captured_Stderr printed;
+    allocation_watch::Refuse_Arrays_From(320 * 240 * 2);
+    EXPECT_THROW(Capture_Counted(Yuyv, 1), std::bad_alloc);
+    allocation_watch::Refuse_Arrays_From(SIZE_MAX);
+    EXPECT_EQ(Log().back().request, VIDIOC_STREAMOFF);
+    EXPECT_TRUE(session.cFrame_RES.empty());
+    EXPECT_TRUE(session.cFrame_Buffer.empty());
+    EXPECT_EQ(printed.Text(), Quitting);
 }
 
 // This capture never returns, so it runs in a child process that ends itself.

@@ -36,7 +36,8 @@ public:
     /// @param pBuffer  receives the V4L2 record and a copy of the bytes at pMem (array new; grown when needed, owned by
     ///                 the caller, bytesused plus 256 bytes); its other fields stay
     /// @return 0, or -1: no mapped buffers; a request failed; the mapping does not hold the whole frame (the missing
-    ///         bytes are zero in the copy); or an impossible length (the record is then empty)
+    ///         bytes are zero in the copy); or an impossible length (the record is then empty). The last two set
+    ///         V4L2_BUF_FLAG_ERROR in the record.
     static int32_t read_buff(uint32_t fd, std::list<Frame_Buffer>& LC_Frame_Buffer, Frame_Buffer_Data* pBuffer);
 
     /// Dequeues a filled buffer and gives it back without a copy. Prints the name that a picture of it would have on

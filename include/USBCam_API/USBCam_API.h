@@ -73,7 +73,8 @@ typedef struct Pix_Format {
 
 /// One captured frame.
 typedef struct Frame_Buffer_Data {
-    struct v4l2_buffer buffer;  ///< as dequeued; bytesused is the payload length in bytes
+    struct v4l2_buffer buffer;  ///< as dequeued; bytesused is the payload length in bytes. V4L2_BUF_FLAG_ERROR in its
+                                ///< flags: the frame is damaged, or its bytes could not all be copied
     Pix_Format PixFormat;       ///< the mode of the frame
     struct timeval Frame_Time;  ///< time of day of the capture
     int32_t fd;                 ///< descriptor of the device

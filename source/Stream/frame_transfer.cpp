@@ -38,21 +38,29 @@ void Size_Memory(Frame_Buffer_Data& frame, uint32_t length)
     frame.buff_Offset = 0;
 }
 
+bool Is_Mapped(const Frame_Buffer_Data& source)
+{
+    return source.pMem != nullptr && source.pMem != MAP_FAILED;
+}
+
 // How many of the frame's bytes the mapping holds. A mapping of unknown length (recorded as 0) holds all of them.
 uint32_t Readable_Bytes(const Frame_Buffer_Data& source, uint32_t used)
 {
-    if (source.pMem == nullptr || source.pMem == MAP_FAILED) {
+    if (!Is_Mapped(source)) {
         return 0;
     }
     return source.buff_Length == 0 ? used : std::min(used, source.buff_Length);
 }
 
-// @return 0, or -1 when the frame has bytes that the mapping does not hold; these are zero in the copy
+// Copies what the mapping holds of the frame. The missing bytes are zero in the copy, and the record is marked as the
+// kernel marks a damaged frame, because the session delivers it whatever this returns.
+// @return 0, or -1 when bytes are missing
 int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
 {
     const uint32_t used = frame.buffer.bytesused;
     if (used > std::numeric_limits<uint32_t>::max() - Frame_Slack_Bytes) {
         frame.buffer.bytesused = 0;  // the record must not name bytes that it does not have
+        frame.buffer.flags |= V4L2_BUF_FLAG_ERROR;
         return -1;
     }
     Size_Memory(frame, used + Frame_Slack_Bytes);
@@ -62,8 +70,11 @@ int32_t Copy_Frame(const Frame_Buffer_Data& source, Frame_Buffer_Data& frame)
         std::memcpy(bytes, source.pMem, readable);
     }
     std::memset(bytes + readable, 0, used - readable);
-    const bool unmapped = source.pMem == nullptr || source.pMem == MAP_FAILED;
-    return unmapped || readable < used ? -1 : 0;
+    if (Is_Mapped(source) && readable == used) {
+        return 0;
+    }
+    frame.buffer.flags |= V4L2_BUF_FLAG_ERROR;
+    return -1;
 }
 
 }  // namespace

@@ -183,6 +183,17 @@ void Capture_Frames(USBCam& session, int32_t device, const Pix_Format& mode)
     }
 }
 
+void End_Capture(USBCam& session)
+{
+    fprintf(stderr, "QUIT SELECT EVENT!\r\n");
+    Trace(mark::Quitting);
+    (void)session.Video_Stream_Stop_Stream();
+    Trace(mark::Stopped);
+    fprintf(stderr, "QUIT SELECT EVENT! Video_Stream_Stop_Stream\r\n");
+    session.CLEAR_FRAME_BUFF();
+    fprintf(stderr, "QUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n");
+}
+
 }  // namespace
 
 int32_t USBCam::Video_DEAL_WITH(Pix_Format* arg)
@@ -195,18 +206,16 @@ int32_t USBCam::Video_DEAL_WITH(Pix_Format* arg)
         return -1;
     }
     Trace(mark::Open);
-    Set_Up_Stream(*this, *arg);
-    Trace(mark::Streaming);
-
-    Capture_Frames(*this, iDev_FD, *arg);
-
-    fprintf(stderr, "QUIT SELECT EVENT!\r\n");
-    Trace(mark::Quitting);
-    (void)Video_Stream_Stop_Stream();
-    Trace(mark::Stopped);
-    fprintf(stderr, "QUIT SELECT EVENT! Video_Stream_Stop_Stream\r\n");
-    CLEAR_FRAME_BUFF();
-    fprintf(stderr, "QUIT SELECT EVENT! CLEAR_FRAME_BUFF\r\n");
+    try {
+        Set_Up_Stream(*this, *arg);
+        Trace(mark::Streaming);
+        Capture_Frames(*this, iDev_FD, *arg);
+    } catch (...) {
+        // Memory has run out. Users of the flat functions could neither stop the stream nor free the records.
+        End_Capture(*this);
+        throw;
+    }
+    End_Capture(*this);
     Trace(mark::Capture_Done);
     return 0;
 }
