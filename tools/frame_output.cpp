@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
+#include <cstdio>  // renameat2
 #include <cstring>
 #include <filesystem>
 
@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* Name_Start = "frame-";
+constexpr uint64_t Highest_Continued = 1000000000000;  // a file with a larger number was not written by this tool
 
 [[noreturn]] void Throw_Write_Failure(const std::string& path, int error)
 {
@@ -49,25 +50,40 @@ bool Write_All(int descriptor, std::span<const uint8_t> bytes, bool until_signal
     return true;
 }
 
+/// Moves a file to a name that no file has. File systems without such a move (EINVAL) replace the other file.
+int Rename_To_New_Name(const std::string& from, const std::string& to)
+{
+    const int result = renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    return result != 0 && errno == EINVAL ? std::rename(from.c_str(), to.c_str()) : result;
+}
+
 /// Writes a file under a temporary name and renames it, so that a file with its final name is always complete.
-void Write_File(const std::string& path, std::span<const uint8_t> bytes)
+/// @return false when replaces is false and another program has taken the name
+bool Write_File(const std::string& path, std::span<const uint8_t> bytes, bool replaces)
 {
     const std::string part = path + ".part";
-    const int descriptor = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int descriptor = open(part.c_str(), O_WRONLY | O_CREAT | (replaces ? O_TRUNC : O_EXCL) | O_CLOEXEC, 0666);
     if (descriptor < 0) {
+        if (errno == EEXIST) {
+            return false;
+        }
         Throw_Write_Failure(path, errno);
     }
     int error = Write_All(descriptor, bytes, false) ? 0 : errno;
     if (close(descriptor) != 0 && error == 0) {
         error = errno;
     }
-    if (error == 0 && std::rename(part.c_str(), path.c_str()) != 0) {
+    if (error == 0 && (replaces ? std::rename(part.c_str(), path.c_str()) : Rename_To_New_Name(part, path)) != 0) {
         error = errno;
     }
-    if (error != 0) {
-        (void)unlink(part.c_str());
+    if (error == 0) {
+        return true;
+    }
+    (void)unlink(part.c_str());
+    if (error != EEXIST) {
         Throw_Write_Failure(path, error);
     }
+    return false;
 }
 
 /// @return whether all was written; a signal ends a wait for a reader that has stopped reading
@@ -85,25 +101,25 @@ bool Write_Stream(std::span<const uint8_t> bytes)
     return false;
 }
 
-uint32_t Highest_Number(const std::string& folder, const std::string& ending)
+uint64_t Highest_Number(const std::string& folder, const std::string& ending)
 {
-    uint32_t highest = 0;
+    uint64_t highest = 0;
     for (const auto& entry : fs::directory_iterator(folder)) {
         const std::string name = entry.path().filename().string();
         if (!name.starts_with(Name_Start) || !name.ends_with(ending)) {
             continue;
         }
-        uint32_t number = 0;
+        uint64_t number = 0;
         (void)std::from_chars(name.data() + std::strlen(Name_Start), name.data() + name.size(), number);
-        highest = std::max(highest, number);
+        highest = std::max(highest, number <= Highest_Continued ? number : 0);
     }
     return highest;
 }
 
-std::string Numbered_Name(uint32_t number, const std::string& ending)
+std::string Numbered_Name(uint64_t number, const std::string& ending)
 {
-    std::array<char, 16> digits{};
-    (void)std::snprintf(digits.data(), digits.size(), "%06u", number);
+    std::array<char, 24> digits{};
+    (void)std::snprintf(digits.data(), digits.size(), "%06llu", static_cast<unsigned long long>(number));
     return Name_Start + std::string(digits.data()) + ending;
 }
 
@@ -201,8 +217,10 @@ std::string Frame_Output::Save(const WQZ_Camera_Frame& frame)
             return name;
         }
     } else {
-        name = Next_Path(frame);
-        Write_File(name, bytes);
+        const bool replaces = choice.target == Target::File;
+        do {
+            name = Next_Path(frame);
+        } while (!Write_File(name, bytes, replaces));
         first_file = saved == 0 ? name : first_file;
         last_file = name;
     }

@@ -60,7 +60,7 @@ private:
 
     Output_Choice choice;
     std::vector<uint8_t> rendering;  // reused from frame to frame
-    uint32_t next_number = 0;        // 0 until the first picture
+    uint64_t next_number = 0;        // 0 until the first picture
     int64_t wall_clock_ns = 0;       // what to add to a frame's time for the time of day
     int64_t last_stamp = 0;          // microseconds of the last name
     bool last_is_broken = false;
