@@ -49,6 +49,14 @@ if grep -q '^WQZ_USBCAM_BUILD_VIRTUAL_CAMERA:BOOL=ON' "$build_dir/CMakeCache.txt
   grep -q '^| `camera \[CARD\]` |' "$work/moved/share/doc/WQZ_USBCam/virtual-camera.md"
 fi
 
+if grep -q '^WQZ_USBCAM_BUILD_PYTHON:BOOL=ON' "$build_dir/CMakeCache.txt"; then
+  echo "-- the Python package, likewise moved"
+  packages=$(dirname "$(find "$work/moved" -type d -name wqz_camera)")
+  python=$(sed -n 's/^Python3_EXECUTABLE:[A-Z]*=//p' "$build_dir/CMakeCache.txt")
+  (cd "$source_dir/python/wqz_camera" && ls ./*.py*) | diff - <(cd "$packages/wqz_camera" && ls ./*.py*)
+  PYTHONPATH=$packages LD_LIBRARY_PATH=$libdir "$python" -c "import wqz_camera; wqz_camera.cameras()"
+fi
+
 echo "-- a CMake project over the sources"
 cmake -S "$source_dir/tests/consumer" -B "$work/subdirectory" -G Ninja -DWQZ_SOURCE_DIR="$source_dir" \
   "${subdirectory_options[@]}" > "$work/log"

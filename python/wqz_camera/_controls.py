@@ -102,12 +102,12 @@ class Controls(Mapping[str, Value]):
         """Set the named controls to their defaults; without a name, all that can be set."""
         for key in keys:
             self._handle.reset_control(self._record(key)["id"])
-        # The second time sets those that became active by the defaults of others.
-        for _ in range(0 if keys else 2):
+        # Each default may change which controls are active, so the state is asked for each, and all are tried twice.
+        for key in () if keys else [*self, *self]:
             self._records = {}
-            for record in self._all().values():
-                if _has_default(record):
-                    self._handle.reset_control(record["id"])
+            record = self._record(key)
+            if _has_default(record):
+                self._handle.reset_control(record["id"])
 
     def _all(self) -> dict[str, dict[str, Any]]:
         records = self._records
