@@ -1,7 +1,9 @@
 // Discovery through the real libudev on mocked device trees, with virtual cameras behind the nodes.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libudev.h>
 #include <umockdev.h>
+#include <unistd.h>
 #include <virtual_camera/virtual_camera.h>
 
 #include <cstring>
@@ -15,6 +17,8 @@
 namespace {
 
 using namespace virtual_camera;
+
+std::vector<std::string> released_types;  // the types of the udev devices that were released
 
 class Device_Tree {
 public:
@@ -229,7 +233,37 @@ TEST_F(Discovery, NodesThatDoNotAnswerAreSkippedAndEveryDescriptorIsClosed)
     EXPECT_EQ(Log()[1].value, O_RDWR | O_NONBLOCK);
 }
 
+TEST_F(Discovery, ANodeThatIsOpenedAsDescriptor0Answers)
+{
+    Plug_In({Described(0, "/dev/video0", "usb-0")});
+    const int standard_input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_EQ(Nodes(Find()), "/dev/video0 ");
+    EXPECT_EQ(Log()[1].fd, STDIN_FILENO);
+    dup2(standard_input, STDIN_FILENO);
+    close(standard_input);
+}
+
+TEST_F(Discovery, ReleasesTheUsbDeviceOfEachNodeAndNothingElse)
+{
+    Plug_In({Described(0, "/dev/video0", "usb-0"), On_Platform("/dev/video10", "platform:cam-000"),
+             Described(1, "/dev/video2", "usb-1")});
+    released_types.clear();
+    (void)Find();
+    EXPECT_EQ(released_types, (std::vector<std::string>{"usb_device", "usb_device"}));
+}
+
 }  // namespace
+
+// The linker presents this to discovery instead of libudev's.
+extern "C" udev_device* __real_udev_device_unref(udev_device* device);
+extern "C" udev_device* __wrap_udev_device_unref(udev_device* device);
+extern "C" udev_device* __wrap_udev_device_unref(udev_device* device)
+{
+    const char* type = udev_device_get_devtype(device);
+    released_types.emplace_back(type == nullptr ? "" : type);
+    return __real_udev_device_unref(device);
+}
 
 // Leak suppressions match callers inside libudev, which only the slow unwinder finds.
 extern "C" const char* __asan_default_options();

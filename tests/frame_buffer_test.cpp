@@ -1,6 +1,7 @@
 // One kernel buffer on a streaming virtual camera whose answers are altered: mapping, reading, queueing, unmapping.
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "Device/capture_buffer.h"
 #include "support/allocation_watch.h"
 #include "support/camera_fixture.h"
 #include "Video/Video_Device.h"
@@ -227,6 +229,28 @@ TEST_F(Reading, AFailedQueryMapsNothing)
     EXPECT_EQ(buffer.sBuf.pMem, nullptr);
     EXPECT_EQ(buffer.queue_buff(static_cast<uint32_t>(device.Video_Device_FD)), -1);
     EXPECT_EQ(Log_Names(), "VIDIOC_QUERYBUF VIDIOC_QBUF");
+}
+
+TEST_F(Reading, EachStepOfABufferSaysWhetherItWorked)
+{
+    const auto fd = static_cast<uint32_t>(device.Video_Device_FD);
+    Frame_Buffer& first = device.LC_Buffer_List.front();
+    ASSERT_EQ(first.unmap_buff(), 0);
+    EXPECT_EQ(first.query_buff(fd), 0);
+    Frame_Buffer again = first;
+    EXPECT_EQ(again.map_buff(fd), 0);
+    EXPECT_NE(again.sBuf.pMem, MAP_FAILED);
+    EXPECT_EQ(again.unmap_buff(), 0);
+    EXPECT_EQ(again.map_buff(static_cast<uint32_t>(-1)), -1);
+
+    ASSERT_EQ(Read(), 0);
+    Deliver_Frames(Node, 1);
+    v4l2_buffer taken = Capture_Buffer(0);
+    ASSERT_EQ(ioctl(device.Video_Device_FD, VIDIOC_DQBUF, &taken), 0);
+    Frame_Buffer returned;
+    returned.sBuf.index = taken.index;
+    EXPECT_EQ(returned.queue_buff(fd), 0);
+    EXPECT_EQ(returned.queue_buff(fd), -1) << "the driver has it already";
 }
 
 TEST_F(Reading, MapsOffsetsBeyondTwoGigabytes)

@@ -3,8 +3,10 @@
 
 #include <cerrno>
 #include <thread>
+#include <vector>
 
 #include "Mutex/mutex_class.h"
+#include "support/waiting.h"
 
 namespace {
 
@@ -74,6 +76,38 @@ TEST(Mutex, AWaitReleasesTheMutexAndHoldsItAgain)
     EXPECT_EQ(Try_From_Another_Thread(pair), EBUSY);
     guard.unlock();
     sender.join();
+}
+
+TEST(Mutex, ASignalWakesOneWaiter)
+{
+    constexpr int waiters = 4;
+    Mutex_Class pair;
+    int waiting = 0;
+    int woken = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < waiters; ++i) {
+        threads.emplace_back([&] {
+            Mutex_Lock_Class guard(pair);
+            ++waiting;
+            (void)guard.Wait_Cond();
+            ++woken;
+        });
+    }
+    // A waiter releases the mutex by its wait, so who sees the count sees the waits.
+    const auto reached = [&](const int& count, int expected) {
+        const Mutex_Lock_Class guard(pair);
+        return count == expected;
+    };
+    ASSERT_TRUE(Eventually([&] { return reached(waiting, waiters); }));
+    for (int sent = 1; sent <= waiters; ++sent) {
+        EXPECT_EQ(Mutex_Lock_Class(pair).Send_Cond(), 0);
+        EXPECT_TRUE(Eventually([&] { return reached(woken, sent); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_TRUE(reached(woken, sent)) << "a signal woke several";
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Pictures in memory and on disk: in-place conversion, BMP files, raw dumps.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -112,6 +113,14 @@ public:
 
     std::string path;
 };
+
+// The number that the next file to be opened gets.
+int Lowest_Descriptor()
+{
+    const int descriptor = dup(STDERR_FILENO);
+    close(descriptor);
+    return descriptor;
+}
 
 const std::vector<std::string> One_Bmp = {"1700000000_5.bmp"};
 
@@ -240,6 +249,19 @@ TEST(Raw_Dump, WritesTheBytesToAFileNamedByTheFramesTime)
     EXPECT_EQ(Video_Stream::Frame_buffer_Deal_With(directory.Name(), &frame.buffer), 0);
     EXPECT_EQ(directory.Files(), std::vector<std::string>{"1700000000_5.raw"});
     EXPECT_EQ(directory.Read("1700000000_5.raw"), bytes);
+}
+
+TEST(Raw_Dump, ReplacesAnEarlierFileAndClosesIt)
+{
+    Directory directory;
+    const int next_descriptor = Lowest_Descriptor();
+    for (const std::size_t length : {5000U, 20U}) {
+        const Bytes bytes = Random_Bytes(length);
+        Frame frame(bytes, 1, 1);
+        EXPECT_EQ(Video_Stream::Save_Frame_buffer(directory.Name(), &frame.buffer), 0);
+        EXPECT_EQ(directory.Read("1700000000_5.raw"), bytes);
+    }
+    EXPECT_EQ(Lowest_Descriptor(), next_descriptor) << "a file stayed open";
 }
 
 TEST(Raw_Dump, ReportsAFileThatDoesNotOpenAndAnEmptyFrame)

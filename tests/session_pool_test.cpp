@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -53,6 +54,36 @@ TEST_F(Pools, InitAddsZeroedRecordsAtTheFront)
     EXPECT_EQ(frame->pMem, nullptr);
     EXPECT_EQ(frame->buff_Length, 0U);
     EXPECT_EQ(frame->device_path[255], 0);
+}
+
+TEST_F(Pools, EveryCallWaitsForTheLock)
+{
+    Queue(2);
+    session.INIT_FRAME_RES(2);
+    const std::function<void()> calls[] = {
+        [&] { session.INIT_FRAME_RES(1); },
+        [&] { session.SAVE_FRAME_RES(session.GET_FRAME_RES()); },
+        [&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF(false)); },
+        [&] { session.SAVE_FRAME_RES(session.GET_FRAME_BUFF_NEWEST(false)); },
+        [&] { session.SAVE_FRAME_RES(nullptr); },
+        [&] { (void)session.Video_STREAM_STATUS(false); },
+        [&] { session.CLEAR_FRAME_BUFF(); },
+    };
+    for (const std::function<void()>& call : calls) {
+        std::atomic<bool> begun{false};
+        std::atomic<bool> ended{false};
+        Mutex_Lock_Class lock(session.cMutex);
+        std::thread caller([&] {
+            begun = true;
+            call();
+            ended = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return begun.load(); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_FALSE(ended) << "call " << &call - calls;
+        lock.unlock();
+        caller.join();
+    }
 }
 
 TEST_F(Pools, FramesComeOutInTheOrderTheyWentIn)

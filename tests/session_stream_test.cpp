@@ -270,6 +270,16 @@ public:
     Frame_Buffer_Data* held[8] = {};
 };
 
+// What the processor has spent on a running thread.
+std::chrono::nanoseconds Processor_Time(std::thread& thread)
+{
+    clockid_t clock{};
+    timespec time{};
+    EXPECT_EQ(pthread_getcpuclockid(thread.native_handle(), &clock), 0);
+    EXPECT_EQ(clock_gettime(clock, &time), 0);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
 {
     session.Video_DEAL_WITH_UNINIT();
@@ -284,8 +294,10 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
         greedy.Video_DEAL_WITH(&mode);
     });
     ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 1; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    const auto before = Processor_Time(capture);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(Requests(Call_Select), 0);
+    EXPECT_LT(Processor_Time(capture) - before, std::chrono::milliseconds(20)) << "the loop does not rest";
     greedy.SAVE_FRAME_RES(greedy.held[0]);
     capture.join();
     EXPECT_EQ(Requests(VIDIOC_DQBUF), 2) << "the two waits of the budget came after the record";

@@ -382,7 +382,8 @@ TEST(Raw, LessThanARowIsRefused)
     EXPECT_EQ(std::count(bgr, bgr + sizeof bgr, 0x55), 48);
 }
 
-TEST(Raw, TenAndTwelveBitsAreRepackedAlike)
+// Every sample value, repacked from its own memory.
+void Expect_Samples_Repacked()
 {
     // Every sample value, from an odd address on, then a single byte.
     Bytes ten(1 + 65536 * 2 + 1, 0x77);
@@ -399,6 +400,29 @@ TEST(Raw, TenAndTwelveBitsAreRepackedAlike)
     for (size_t sample = 0; sample < 65536; ++sample) {
         const size_t repacked = ten[1 + sample * 2] + ten[2 + sample * 2] * size_t{256};
         ASSERT_EQ(repacked, (sample & 0xFF) * 4 + (sample >> 8) % 4) << sample;
+    }
+}
+
+TEST_F(Yuyv, RawSamplesOfTenAndTwelveBitsAreRepackedAlikeByEveryPath)
+{
+#if defined(WQZ_YUYV_BGR_CHOICE)
+    for (const auto& [path, name, groups] : Paths) {
+        if (yuyv_bgr::Force_Path(path)) {
+            SCOPED_TRACE(name);
+            Expect_Samples_Repacked();
+        }
+    }
+#else
+    Expect_Samples_Repacked();
+#endif
+}
+
+TEST_F(Yuyv, AConversionSaysWhetherThereWasAGroup)
+{
+    Bytes in(12);
+    Bytes out(18);
+    for (uint32_t size = 0; size <= in.size(); ++size) {
+        EXPECT_EQ(Tables().YUYV_Decode(in.data(), size, out.data(), 18), size >= 4) << size;
     }
 }
 

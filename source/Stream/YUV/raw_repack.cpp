@@ -18,12 +18,13 @@ __attribute__((target("avx2"))) static void Repack_Avx2(uint8_t* samples, size_t
 void Repack_Raw_Samples(uint8_t* samples, size_t count)
 {
 #if defined(__x86_64__) || defined(__i386__)
-    if (yuyv_bgr::Path_Available(yuyv_bgr::Path::Avx2)) {
+    const yuyv_bgr::Path path = yuyv_bgr::Chosen_Path();
+    if (path == yuyv_bgr::Path::Avx2 || path == yuyv_bgr::Path::Avx512_Vbmi) {
         Repack_Avx2(samples, count);
         return;
     }
 #elif defined(__arm__)
-    if (yuyv_bgr::Path_Available(yuyv_bgr::Path::Neon)) {
+    if (yuyv_bgr::Chosen_Path() == yuyv_bgr::Path::Neon) {
         Repack_Raw_Samples_Neon(samples, count);
         return;
     }
