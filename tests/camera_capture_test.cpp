@@ -137,6 +137,19 @@ TEST_F(Capture, ExplanationsAreWordsForUsersWithoutFunctionNames)
     EXPECT_NE(Explanation(camera).find("Plug it in again"), std::string::npos) << Explanation(camera);
 }
 
+TEST_F(Capture, AReleaseThatTheDriverRefusesReleasesTheFrameAllTheSame)
+{
+    Start_Yuyv();
+    for (const int error : {EIO, EINVAL}) {
+        WQZ_Camera_Frame frame = Next_Frame();
+        Fail(Node, VIDIOC_QBUF, {error});
+        EXPECT_EQ(WQZ_Camera_Release(&frame), -error);
+        EXPECT_NE(Explanation(nullptr).find("did not take the buffer back"), std::string::npos) << Explanation(nullptr);
+        EXPECT_EQ(frame.data, nullptr);
+        EXPECT_EQ(WQZ_Camera_Release(&frame), -EINVAL) << "once";
+    }
+}
+
 TEST_F(Capture, StartEndsARunningCaptureAndBeginsInAnyMode)
 {
     Start_Yuyv();

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <new>
 
 #include "Camera/camera_modes.h"
 
@@ -78,17 +79,26 @@ Last_Failure::Sentence& Last_Failure::Of_This_Thread()
     return sentence;
 }
 
-void Last_Failure::Set(std::string sentence)
+void Last_Failure::Set(const char* sentence) noexcept
+{
+    try {
+        Set_Copy(sentence);
+    } catch (const std::bad_alloc&) {
+        Set_Fixed("A call failed, and the process has no memory left to say why.");
+    }
+}
+
+void Last_Failure::Set_Copy(const char* sentence)
 {
     if (number != 0) {
         Of_This_Thread() = {sentence, nullptr, number};
     }
     const std::lock_guard lock(mutex);
-    last.text = std::move(sentence);
+    last.text = sentence;
     last.fixed = nullptr;
 }
 
-void Last_Failure::Set_Fixed(const char* sentence)
+void Last_Failure::Set_Fixed(const char* sentence) noexcept
 {
     if (number != 0) {
         Of_This_Thread().fixed = sentence;

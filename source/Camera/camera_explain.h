@@ -17,9 +17,10 @@ class Last_Failure {
 public:
     /// @param per_thread  false for an object that only one thread uses
     explicit Last_Failure(bool per_thread = true);
-    void Set(std::string sentence);
+    /// Keeps a copy. Without memory for it, Explain says that memory is missing.
+    void Set(const char* sentence) noexcept;
     /// As above for a sentence with static lifetime; does not allocate.
-    void Set_Fixed(const char* sentence);
+    void Set_Fixed(const char* sentence) noexcept;
     std::string Text() const;
     /// @return the last failure of the calling thread, or the last of all when this thread had none here
     std::string Text_Of_This_Thread() const;
@@ -31,6 +32,7 @@ private:
         uint64_t owner = 0;  ///< number of the Last_Failure that it belongs to
     };
     static Sentence& Of_This_Thread();
+    void Set_Copy(const char* sentence);
 
     const uint64_t number;  ///< 0 for an object that only one thread uses
     mutable std::mutex mutex;

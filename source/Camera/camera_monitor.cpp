@@ -23,9 +23,19 @@ bool Udev_Service_Runs()
     return access("/run/udev/control", F_OK) == 0;
 }
 
+// @throws Failure  for the result of a call that opened no descriptor
+int Opened(int descriptor)
+{
+    if (descriptor < 0) {
+        const int error = errno;
+        throw Failure(error, "The process has no descriptor left for a monitor: close files, or raise ulimit -n.");
+    }
+    return descriptor;
+}
+
 int Make_Timer()
 {
-    const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    const int timer = Opened(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
     itimerspec setting{};
     setting.it_interval.tv_nsec = Compare_Ms * 1'000'000;
     setting.it_value = setting.it_interval;
@@ -33,12 +43,12 @@ int Make_Timer()
     return timer;
 }
 
-bool Add(int poll_descriptor, int descriptor)
+void Add(int poll_descriptor, int descriptor)
 {
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = descriptor;
-    return epoll_ctl(poll_descriptor, EPOLL_CTL_ADD, descriptor, &event) == 0;
+    (void)Opened(epoll_ctl(poll_descriptor, EPOLL_CTL_ADD, descriptor, &event));
 }
 
 bool Holds(const std::vector<Camera_Record>& list, const Camera_Record& wanted)
@@ -52,26 +62,18 @@ bool Holds(const std::vector<Camera_Record>& list, const Camera_Record& wanted)
 }  // namespace
 
 WQZ_Camera_Monitor::WQZ_Camera_Monitor()
-    : poll_descriptor(epoll_create1(EPOLL_CLOEXEC)),
+    : poll_descriptor(Opened(epoll_create1(EPOLL_CLOEXEC))),
       context(udev_new()),
-      plugs(Watch_Video_Nodes(context.get(), "udev"))
+      plugs(Watch_Video_Nodes(context.get(), "udev")),
+      timer(plugs && Udev_Service_Runs() ? -1 : Make_Timer())
 {
-    const bool reported = plugs && Udev_Service_Runs();
-    timer = reported ? -1 : Make_Timer();
-    if (poll_descriptor < 0 || (plugs && !Add(poll_descriptor, udev_monitor_get_fd(plugs.get()))) ||
-        (!reported && !Add(poll_descriptor, timer))) {
-        const int error = errno;
-        (void)close(poll_descriptor);
-        (void)close(timer);
-        throw Failure(error, "The process has no descriptor left for a monitor: close files, or raise ulimit -n.");
+    if (plugs) {
+        Add(poll_descriptor, udev_monitor_get_fd(plugs.get()));
+    }
+    if (timer >= 0) {
+        Add(poll_descriptor, timer);
     }
     known = List_Cameras();
-}
-
-WQZ_Camera_Monitor::~WQZ_Camera_Monitor()
-{
-    (void)close(poll_descriptor);
-    (void)close(timer);
 }
 
 bool WQZ_Camera_Monitor::Read(WQZ_Camera_Event& event, int32_t timeout_ms)

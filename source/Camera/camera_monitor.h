@@ -14,9 +14,6 @@ struct WQZ_Camera_Monitor {
 public:
     /// @throws wqz_camera::Failure
     WQZ_Camera_Monitor();
-    ~WQZ_Camera_Monitor();
-    WQZ_Camera_Monitor(const WQZ_Camera_Monitor&) = delete;
-    WQZ_Camera_Monitor& operator=(const WQZ_Camera_Monitor&) = delete;
 
     int Descriptor() const { return poll_descriptor; }
 
@@ -27,10 +24,10 @@ private:
     bool Wait(int milliseconds);
     void Compare();
 
-    int poll_descriptor;
-    int timer = -1;
+    wqz_camera::Owned_Descriptor poll_descriptor;
     wqz_camera::Udev_Owner<udev> context;
     wqz_camera::Udev_Owner<udev_monitor> plugs;
+    wqz_camera::Owned_Descriptor timer;  // where the system reports no plug events
     std::vector<wqz_camera::Camera_Record> known;
     std::deque<WQZ_Camera_Event> events;
 };

@@ -252,17 +252,17 @@ int Frame_Stream::Requeue(uint32_t index)
     return result;
 }
 
-int Frame_Stream::Give_Back(WQZ_Camera_Frame& frame)
+std::optional<int> Frame_Stream::Give_Back(WQZ_Camera_Frame& frame)
 {
     auto* slot = static_cast<Frame_Slot*>(frame.loan);
     if (slot == nullptr || frame.ticket == 0) {
-        return -EINVAL;
+        return std::nullopt;
     }
     std::shared_ptr<Frame_Stream> keeper;  // destroyed after the lock, which is part of the stream
     Frame_Stream& stream = *slot->owner;
     const std::lock_guard lock(stream.mutex);
     if (slot->ticket != frame.ticket) {
-        return -EINVAL;
+        return std::nullopt;
     }
     keeper.swap(slot->keeper);
     return stream.Accept(*slot);

@@ -46,7 +46,8 @@ public:
     int Take(WQZ_Camera_Frame& frame, bool newest);
 
     /// Gives a frame back. The stream may be gone afterwards.
-    static int Give_Back(WQZ_Camera_Frame& frame);
+    /// @return 0, or the driver's error, negative; nothing when the record holds no frame
+    static std::optional<int> Give_Back(WQZ_Camera_Frame& frame);
 
     /// Stops the camera and gives its buffers back.
     /// @return 0, or -EBUSY when the driver keeps the camera until the last frame is given back

@@ -63,8 +63,6 @@ Wait_Point::Wait_Point()
 {
     if (poll_descriptor < 0 || wake_descriptor < 0 || !Add(poll_descriptor, wake_descriptor, Woken)) {
         const int error = errno;
-        (void)close(poll_descriptor);
-        (void)close(wake_descriptor);
         throw Failure(error, "The process has no descriptor left for a camera: close files, or raise ulimit -n.");
     }
     context.reset(udev_new());
@@ -72,12 +70,6 @@ Wait_Point::Wait_Point()
     if (plugs && !Add(poll_descriptor, udev_monitor_get_fd(plugs.get()), Plugging)) {
         plugs.reset();
     }
-}
-
-Wait_Point::~Wait_Point()
-{
-    (void)close(poll_descriptor);
-    (void)close(wake_descriptor);
 }
 
 void Wait_Point::Watch(int device)

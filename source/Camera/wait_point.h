@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "Camera/owned_descriptor.h"
+
 namespace wqz_camera {
 
 /// The end of a wait. Negative milliseconds: never.
@@ -47,9 +49,6 @@ public:
 
     /// @throws Failure
     Wait_Point();
-    ~Wait_Point();
-    Wait_Point(const Wait_Point&) = delete;
-    Wait_Point& operator=(const Wait_Point&) = delete;
 
     int Descriptor() const { return poll_descriptor; }
 
@@ -78,8 +77,8 @@ private:
     void Drain_Wake_Ups();
     void Drain_Plug_Events();
 
-    int poll_descriptor;
-    int wake_descriptor;
+    Owned_Descriptor poll_descriptor;
+    Owned_Descriptor wake_descriptor;
     std::atomic<bool> cancelled{false};
     Udev_Owner<udev> context;
     Udev_Owner<udev_monitor> plugs;

@@ -76,6 +76,10 @@ int32_t With_Setting(uint8_t* caller, uint32_t size, Body body)
         setting.result = -failure.error;
         Store(caller, size, setting);
         throw;
+    } catch (const std::bad_alloc&) {
+        setting.result = -ENOMEM;
+        Store(caller, size, setting);
+        throw;
     }
     Store(caller, size, setting);
     return 0;
@@ -224,16 +228,16 @@ int32_t WQZ_Camera_Release(WQZ_Camera_Frame* frame)
 {
     return Answer(thread_failure, [=] {
         Check_Record(frame, "frame");
-        const int result = Frame_Stream::Give_Back(*frame);
-        if (result == -EINVAL) {
+        const std::optional<int> result = Frame_Stream::Give_Back(*frame);
+        if (!result) {
             throw Failure(EINVAL, "The record holds no frame, or one that was released already.");
         }
         frame->data = nullptr;
         frame->length = 0;
         frame->loan = nullptr;
         frame->ticket = 0;
-        if (result != 0) {
-            throw Failure(-result, "The driver did not take the buffer back.");
+        if (*result != 0) {
+            throw Failure(-*result, "The driver did not take the buffer back.");
         }
         return 0;
     });
