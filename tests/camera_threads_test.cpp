@@ -88,6 +88,7 @@ bool Is_Among(int32_t result, std::initializer_list<int32_t> allowed)
 // Each camera is stopped, started, unplugged, recovered and at last closed while frames are read, held and released.
 TEST_F(Threads, EveryCallRunsBesideTheOthers)
 {
+    accounts_for_frames = false;  // captures begin without Start
     constexpr milliseconds Round{500};
     Held_Frames held;
     std::atomic<int> taken{0};

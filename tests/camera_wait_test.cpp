@@ -187,6 +187,7 @@ TEST_F(Waiting, ManyThreadsReadReleaseAndSetControlsAtOnce)
                 auto own = Sized<WQZ_Camera_Frame>();
                 const int32_t result = WQZ_Camera_Read(camera, &own, 100, 0);
                 if (result == 0) {
+                    tally.Add(own);
                     EXPECT_EQ(Sequence_In_Frame(own.fourcc, own.data, static_cast<std::size_t>(own.length)),
                               own.sequence);
                     EXPECT_EQ(WQZ_Camera_Release(&own), 0);
