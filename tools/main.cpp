@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "capture.h"
+#include "completion.h"
 #include "controls.h"
 #include "listing.h"
 #include "modes.h"
@@ -190,6 +191,11 @@ int Parse_And_Run(int argc, char** argv)
     });
     Arguments arguments;
     Add_Verbs(app, arguments);
+    if (argc > 1 && argv[1] == std::string(Completion_Word)) {
+        Print_Completions(app, std::vector<std::string>(argv + 2, argv + argc));
+        Flush_Output();
+        return EXIT_SUCCESS;
+    }
     try {
         const std::string wrong_verb = Wrong_Verb(app, argc, argv);
         if (!wrong_verb.empty()) {
