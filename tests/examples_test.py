@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs the example programs on virtual cameras.
 
-usage: examples_test.py LAUNCHER CAMERA CAMERA_C EVENT_LOOP CAPTURE LIST_CAMERAS SESSION_DEMO [unittest arguments]
+usage: examples_test.py LAUNCHER CAMERA CAMERA_C EVENT_LOOP FOUR_CAMERAS RECOVERY CAPTURE CAPTURE_C LIST_CAMERAS
+                        NEWEST_FRAME SESSION_DEMO [OPENCV_FRAME] [unittest arguments]
 """
 
 import os
@@ -12,7 +13,8 @@ import sys
 import tempfile
 import unittest
 
-LAUNCHER = CAMERA = CAMERA_C = EVENT_LOOP = CAPTURE = LIST_CAMERAS = SESSION_DEMO = ""
+LAUNCHER = CAMERA = CAMERA_C = EVENT_LOOP = FOUR_CAMERAS = RECOVERY = CAPTURE = CAPTURE_C = LIST_CAMERAS = ""
+NEWEST_FRAME = SESSION_DEMO = OPENCV_FRAME = ""
 TIME_LIMIT = 60  # seconds for one run of an example, also under a sanitizer
 
 THREE = """
@@ -74,9 +76,41 @@ class Examples(unittest.TestCase):
         listing = self.run_example(EVENT_LOOP, "camera\n  unplug-after 20\n  replug-after 1s\n").stdout
         self.assertRegex(listing, r"^unplugged\nback\n60 frames, \d+ lost\n$")
 
+    def test_four_cameras_share_a_thread_and_the_others_go_on_without_one(self):
+        four = "camera\ncamera\ncamera\n  unplug-after 10\ncamera\ncamera\n"
+        result = self.run_example(FOUR_CAMERAS, four)
+        counts = [int(count) for count in re.findall(r"^/dev/video\d: (\d+) frames$", result.stdout, re.M)]
+        self.assertEqual([len(counts), counts[0], counts[1], counts[3]], [4, 30, 30, 30])
+        self.assertLess(counts[2], 30)
+        self.assertIn("was unplugged", result.stderr)
+
+    def test_recovery_goes_on_after_each_unplug(self):
+        listing = self.run_example(RECOVERY, "camera\n  unplug-after 25\n  replug-after 1s\n").stdout
+        self.assertRegex(listing, r"^unplugged\nback at /dev/video0\n(unplugged\nback at /dev/video0\n)?60 frames, ")
+        bytes_of_60 = int(re.search(r"(\d+) bytes", listing)[1])
+        self.assertGreater(bytes_of_60, 60 * 1000)
+
+    def test_opencv_sees_the_card(self):
+        if not OPENCV_FRAME:
+            return  # not built without OpenCV
+        lines = self.run_example(OPENCV_FRAME, "camera\n").stdout.splitlines()
+        self.assertEqual(len(lines), 10)
+        for line in lines:
+            brightness, sharpness = map(float, re.fullmatch(r"brightness (\S+), sharpness (\S+)", line).groups())
+            self.assertTrue(60 < brightness < 200 and sharpness > 5, line)
+
+    def test_newest_frame_passes_over_older_ones(self):
+        listing = self.run_example(NEWEST_FRAME, "camera\n").stdout
+        indices = [int(index) for index in re.findall(r"frame (\d+), \d{4,} bytes", listing)]
+        self.assertEqual(len(indices), 5)
+        # In 200 milliseconds come six frames. A slow machine misses some of them.
+        self.assertTrue(all(later - earlier > 1 for earlier, later in zip(indices, indices[1:])), indices)
+
     def test_capture_saves_ten_whole_pictures(self):
-        self.run_example(CAPTURE, "camera\nusb none\n")
-        self.assert_ten_whole_pictures()
+        for program in (CAPTURE, CAPTURE_C):
+            with self.subTest(program):
+                self.run_example(program, "camera\nusb none\n")
+                self.assert_ten_whole_pictures()
 
     def test_capture_ends_with_a_reason(self):
         for more, message in (("format MJPG\n  size 320x240 30\n", "does not deliver Motion-JPEG at 640x480"),
@@ -112,5 +146,8 @@ class Examples(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    LAUNCHER, CAMERA, CAMERA_C, EVENT_LOOP, CAPTURE, LIST_CAMERAS, SESSION_DEMO = map(os.path.abspath, sys.argv[1:8])
-    unittest.main(argv=sys.argv[:1] + sys.argv[8:], verbosity=2)
+    programs = list(map(os.path.abspath, sys.argv[1:13]))
+    (LAUNCHER, CAMERA, CAMERA_C, EVENT_LOOP, FOUR_CAMERAS, RECOVERY, CAPTURE, CAPTURE_C, LIST_CAMERAS, NEWEST_FRAME,
+     SESSION_DEMO) = programs[:11]
+    OPENCV_FRAME = "".join(programs[11:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[13:], verbosity=2)

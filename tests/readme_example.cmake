@@ -1,7 +1,11 @@
 # Fails unless DOCUMENT quotes EXAMPLE to the letter.
 file(READ ${DOCUMENT} text)
 file(READ ${EXAMPLE} example)
-string(FIND "${text}" "```cpp\n${example}```" position)
+set(language cpp)
+if(EXAMPLE MATCHES "\\.c$")
+  set(language c)
+endif()
+string(FIND "${text}" "```${language}\n${example}```" position)
 if(position EQUAL -1)
   message(FATAL_ERROR "${DOCUMENT} shows another program than ${EXAMPLE}")
 endif()
