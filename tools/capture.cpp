@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "Camera/wqz_camera.hpp"
+#include "diagnosis.h"
 #include "frame_output.h"
 #include "interrupt.h"
 #include "output.h"
@@ -75,7 +76,7 @@ wqz::Mode Capture::Start(wqz::Camera& camera, const Capture_Options& options, Co
         content == Content::Bitmap ? std::vector{Yuyv, Motion_Jpeg} : std::vector{Motion_Jpeg, Yuyv};
     wqz::Request request = Choose_Mode(camera.Modes(), options.mode, preferred);
     request.skip = options.skip;
-    return camera.Start(request);
+    return Start_Camera(camera, request);
 }
 
 Capture::Capture(wqz::Camera& opened_camera, const Capture_Options& capture_options, const Output_Choice& output_choice)
@@ -181,9 +182,7 @@ void Capture::Note_Return()
 void Capture::Report_Silence() const
 {
     if (output.Saved() == 0) {
-        throw Tool_Error(node +
-                         ": no frame came: the camera did not start. Its USB bus may have no room left for this "
-                         "mode: try a smaller size, a lower rate, --format mjpeg or another port");
+        throw Tool_Error(No_Frames(node, "").Text());
     }
     throw Tool_Error(node + ": the camera has stopped sending frames; plug it in again");
 }
@@ -249,9 +248,8 @@ void Report(const std::string& text, const Capture_Options& options)
     }
 }
 
-void Report_End(const Capture& capture, const Capture_Options& options, const std::string& failure)
+void Report_Summary(const Capture& capture, const Capture_Options& options, const std::string& failure)
 {
-    Clear_Progress();
     if (options.json) {
         nlohmann::ordered_json json = capture.Json();
         json["error"] = failure.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(failure);
@@ -259,8 +257,22 @@ void Report_End(const Capture& capture, const Capture_Options& options, const st
     } else {
         Report(capture.Summary(), options);
     }
+}
+
+void Report_End(const Capture& capture, const Capture_Options& options, const std::string& failure)
+{
+    Clear_Progress();
+    std::string unprinted;
+    try {
+        Report_Summary(capture, options, failure);
+    } catch (const Tool_Error& error) {
+        unprinted = error.what();
+    }
     if (!failure.empty()) {
         Say(failure);
+    }
+    if (!unprinted.empty()) {
+        throw Tool_Error(unprinted);
     }
 }
 
@@ -285,7 +297,7 @@ int Run_Capture(const std::string& camera_name, const Capture_Options& wished)
     if (choice.target == Target::File) {
         options.frames = 1;
     }
-    wqz::Camera camera(camera_name);
+    wqz::Camera camera = Open_Camera(camera_name);
     const Interrupt_Guard guard(camera.Handle());
     Capture capture(camera, options, choice);
     if (!options.json) {

@@ -122,7 +122,9 @@ wqz::Setting Parse_Setting(const Control& control, const std::string& text)
 {
     const std::string key = Key(text);
     if (control.Is_String()) {
-        return {control.about.id, text};
+        wqz::Setting setting(control.about.id, text);
+        setting.to_default = key == "default";
+        return setting;
     }
     // Items of an integer menu are numbers themselves, so names go before indices.
     auto number = key == "default" ? control.about.default_value : Item_Named(control, key);

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "control_set.h"
+#include "diagnosis.h"
 #include "output.h"
 #include "text.h"
 #include "tool_error.h"
@@ -244,10 +245,10 @@ std::vector<Step> Parse_Steps(const std::vector<Control>& controls, const std::v
 wqz::Camera Open_Named(std::vector<std::string>& words)
 {
     if (words.empty() || words.front() == Reset_Word || Is_Setting(words.front())) {
-        return wqz::Camera();
+        return Open_Camera("");
     }
     try {
-        wqz::Camera camera(words.front());
+        wqz::Camera camera = Open_Camera(words.front());
         words.erase(words.begin());
         return camera;
     } catch (const wqz::Camera_Error& error) {
@@ -257,7 +258,7 @@ wqz::Camera Open_Named(std::vector<std::string>& words)
             throw;
         }
     }
-    return wqz::Camera();
+    return Open_Camera("");
 }
 
 }  // namespace

@@ -13,15 +13,13 @@
 #include <vector>
 
 #include "Camera/wqz_camera.hpp"
+#include "diagnosis.h"
 #include "output.h"
 #include "text.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr const char* Permission_Remedy =
-    "cameras are open to the group video: 'sudo usermod -aG video $USER', then log in again";
 
 /// @return a USB release number, which is binary-coded decimal, as text: "1.10" for 0x0110
 std::string Release_Text(uint16_t bcd)
@@ -42,13 +40,6 @@ bool Is_Wanted(const WQZ_Camera_Info& camera, const List_Options& options)
            camera.product == options.pid.value_or(camera.product);
 }
 
-std::string Error_Text(int32_t error)
-{
-    const bool forbidden = error == -EACCES || error == -EPERM;
-    return forbidden ? std::string("this user may not open it; ") + Permission_Remedy
-                     : std::string("cannot be opened: ") + std::strerror(-error);
-}
-
 void Print_Line(const char* label, const std::string& text)
 {
     if (!text.empty()) {
@@ -60,7 +51,7 @@ void Print_Text(const WQZ_Camera_Info& camera)
 {
     std::cout << camera.index << ": " << camera.node << "  " << Printable(camera.card) << '\n';
     if (camera.error != 0) {
-        Print_Line("", Error_Text(camera.error));
+        Print_Line("", Refusal_Text(camera));
     }
     Print_Line("identity      ", camera.identity);
     Print_Line("driver        ", camera.driver);
@@ -92,7 +83,7 @@ Json Camera_Json(const WQZ_Camera_Info& camera)
               {"manufacturer", camera.manufacturer},
               {"product", camera.product_name},
               {"serial", camera.serial}};
-    json["error"] = camera.error == 0 ? Json(nullptr) : Json(Error_Text(camera.error));
+    json["error"] = camera.error == 0 ? Json(nullptr) : Json(Refusal_Text(camera));
     return json;
 }
 
@@ -138,6 +129,7 @@ int Run_List(const List_Options& options)
         monitor.emplace();  // before the list is read, so that no camera is missed in between
     }
     std::vector<WQZ_Camera_Info> cameras = wqz::List_Cameras();
+    const bool none_is_there = cameras.empty();
     std::erase_if(cameras, [&](const auto& camera) { return !Is_Wanted(camera, options); });
     if (monitor) {
         for (const auto& camera : cameras) {
@@ -148,8 +140,10 @@ int Run_List(const List_Options& options)
     Print_List(cameras, options.json);
     const bool some_can_be_opened = std::ranges::any_of(cameras, [](const auto& camera) { return camera.error == 0; });
     const bool asked_in_vain = (options.vid || options.pid) && !some_can_be_opened;
-    if (cameras.empty()) {
-        Say("no camera found");
+    if (none_is_there) {
+        Say(Check_Computer(Look_At_System(), {}).front().Text());
+    } else if (cameras.empty()) {
+        Say("no camera found with these ids");
     } else if (asked_in_vain) {
         Say("no camera with these ids can be opened");
     }

@@ -12,6 +12,8 @@
 #include "capture.h"
 #include "completion.h"
 #include "controls.h"
+#include "diagnosis.h"
+#include "doctor.h"
 #include "listing.h"
 #include "modes.h"
 #include "output.h"
@@ -30,6 +32,7 @@ struct Arguments {
     std::string camera;
     std::vector<std::string> control_words;
     Capture_Options capture;
+    Doctor_Options doctor;
 };
 
 std::pair<uint32_t, uint32_t> Parse_Size(const std::string& text)
@@ -122,6 +125,16 @@ void Add_Capture(CLI::App& app, Arguments& arguments)
         "Without --frames and --seconds, a capture into a directory or a stream goes on until Ctrl-C.");
 }
 
+void Add_Doctor(CLI::App& app, Doctor_Options& options)
+{
+    CLI::App& verb = *app.add_subcommand("doctor", "find out why a camera does not work, and what to do about it");
+    verb.add_option("camera", options.camera, "only this camera; otherwise all are looked at")->type_name("CAMERA");
+    verb.add_flag("--capture", options.capture,
+                  "capture a few frames in each format; reports rate, jitter, lost and damaged frames");
+    verb.add_flag("--json", options.json, "print JSON");
+    verb.footer("Starts each camera for a moment. The exit status is 0 when nothing is wrong, and 1 with findings.");
+}
+
 void Add_Verbs(CLI::App& app, Arguments& arguments)
 {
     app.require_subcommand(1);
@@ -151,6 +164,7 @@ void Add_Verbs(CLI::App& app, Arguments& arguments)
     controls.add_flag("--json", arguments.json, "print JSON");
 
     Add_Capture(app, arguments);
+    Add_Doctor(app, arguments.doctor);
 }
 
 /// @return what is wrong with the first word that is no option, or an empty text
@@ -178,7 +192,10 @@ int Run(const CLI::App& app, const Arguments& arguments)
     if (app.got_subcommand("capture")) {
         return Run_Capture(arguments.camera, arguments.capture);
     }
-    Print_Modes(wqz::Camera(arguments.camera).Modes(), arguments.json);
+    if (app.got_subcommand("doctor")) {
+        return Run_Doctor(arguments.doctor);
+    }
+    Print_Modes(Open_Camera(arguments.camera).Modes(), arguments.json);
     return EXIT_SUCCESS;
 }
 

@@ -229,6 +229,7 @@ void Read_Line(Reader& reader, const std::string& line)
         {"port", [](Reader& r, const Words& w) { Usb(r).port = Parse_Number<uint32_t>(Only(w)); }},
         {"bus", [](Reader& r, const Words& w) { Usb(r).bus = Parse_Number<uint32_t>(Only(w)); }},
         {"device", [](Reader& r, const Words& w) { Usb(r).device = Parse_Number<uint32_t>(Only(w)); }},
+        {"speed", [](Reader& r, const Words& w) { Usb(r).speed = Parse_Number<uint32_t>(Only(w)); }},
         {"capture", [](Reader& r, const Words& w) { r.Current().capture_node = Needed_Node(w); }},
         {"metadata", Read_Metadata},
         {"format", Read_Format},

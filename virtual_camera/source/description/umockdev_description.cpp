@@ -111,18 +111,16 @@ std::string Usb_Properties(const Usb_Identity& usb)
 
 std::string Usb_Device(const Usb_Identity& usb)
 {
-    const std::string node = Format_Number("bus/usb/%03u/", usb.bus) + Format_Number("%03u", usb.device);
-    std::string text = "P: " + Usb_Path(usb) + "\nN: " + node + "\nE: DEVNAME=/dev/" + node +
-                       "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: BUSNUM=" + Format_Number("%03u", usb.bus) +
-                       "\nE: DEVNUM=" + Format_Number("%03u", usb.device) + "\n";
-    text += Attribute("idVendor", Format_Number("%04x", usb.vendor));
-    text += Attribute("idProduct", Format_Number("%04x", usb.product_id));
-    text += Attribute("bcdDevice", Format_Number("%04x", usb.bcd_device));
-    text += Attribute("busnum", std::to_string(usb.bus)) + Attribute("devnum", std::to_string(usb.device));
-    text += Attribute("manufacturer", usb.manufacturer) + Attribute("product", usb.product);
-    text += Attribute("serial", usb.serial) + "\n";
-    return text + "P: " + Usb_Interface_Path(usb) + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n" +
-           Attribute("bInterfaceNumber", "00") + "\n";
+    const std::string bus = Format_Number("%03u", usb.bus), device = Format_Number("%03u", usb.device);
+    return "P: " + Usb_Path(usb) + "\nN: bus/usb/" + bus + "/" + device + "\nE: DEVNAME=/dev/bus/usb/" + bus + "/" +
+           device + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: BUSNUM=" + bus + "\nE: DEVNUM=" + device + "\n" +
+           Attribute("idVendor", Name_Or_Id("", usb.vendor)) + Attribute("idProduct", Name_Or_Id("", usb.product_id)) +
+           Attribute("bcdDevice", Name_Or_Id("", usb.bcd_device)) + Attribute("speed", std::to_string(usb.speed)) +
+           Attribute("version", usb.speed < 5000 ? " 2.00" : " 3.20") + Attribute("busnum", std::to_string(usb.bus)) +
+           Attribute("devnum", std::to_string(usb.device)) + Attribute("manufacturer", usb.manufacturer) +
+           Attribute("product", usb.product) + Attribute("serial", usb.serial) + "\nP: " + Usb_Interface_Path(usb) +
+           "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n" + Attribute("bInterfaceNumber", "00") +
+           Attribute("bInterfaceClass", "0e") + "\n";
 }
 
 /// Cameras that cannot be told apart share a link, which leads to the first of them.

@@ -1,0 +1,129 @@
+// Runs a short capture and judges it.
+#include "trial_capture.h"
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+#include "frame_output.h"
+#include "modes.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint64_t Most_Frames = 30;
+constexpr auto First_Frame_Time = 5s;   // cameras take up to three seconds to start
+constexpr auto Trial_Time = 2s;         // from the first frame on; ten frames at the usual lowest rate of 5
+constexpr uint32_t Skipped_Frames = 2;  // the first frames of many cameras are damaged or late
+constexpr double Short_Rate = 0.85;     // of the rate asked for; less is a finding
+
+/// Adds up the times between frames.
+class Intervals {
+public:
+    void Add(double seconds)
+    {
+        ++count;
+        sum += seconds;
+        squares += seconds * seconds;
+    }
+    double Rate() const { return sum > 0 ? count / sum : 0; }
+    double Deviation() const
+    {
+        const double mean = count > 0 ? sum / count : 0;
+        return count > 0 ? std::sqrt(std::max(0.0, squares / count - mean * mean)) : 0;
+    }
+
+private:
+    double count = 0;
+    double sum = 0;
+    double squares = 0;
+};
+
+void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
+{
+    int64_t last_ns = 0;
+    Clock::time_point end = Clock::now() + First_Frame_Time;
+    while (trial.frames < Most_Frames && Clock::now() < end) {
+        const wqz::Frame frame = camera.Read(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+        if (!frame) {
+            continue;
+        }
+        const WQZ_Camera_Frame& record = frame.Record();
+        trial.damaged += Is_Damaged(record) ? 1 : 0;
+        if (trial.frames == 0) {
+            end = Clock::now() + Trial_Time;
+        } else {
+            trial.lost += record.lost_before;
+            intervals.Add(static_cast<double>(record.time_ns - last_ns) / 1e9);
+        }
+        last_ns = record.time_ns;
+        ++trial.frames;
+    }
+}
+
+/// @return the key of the control that lowers the rate in dim light, if it is on
+std::string Exposure_Control(const wqz::Camera& camera)
+{
+    constexpr std::array Names = {"exposure_dynamic_framerate", "exposure_auto_priority",
+                                  "exposure_auto_priority_dynamic"};
+    for (const char* name : Names) {
+        try {
+            if (camera.Get(name).number != 0) {
+                return name;
+            }
+        } catch (const wqz::Camera_Error&) {
+            continue;  // the camera has no such control
+        }
+    }
+    return "";
+}
+
+}  // namespace
+
+Trial Try_Capture(wqz::Camera& camera, const wqz::Request& request)
+{
+    wqz::Request trial_request = request;
+    trial_request.skip = Skipped_Frames;
+    Trial trial;
+    trial.node = camera.Info().node;
+    trial.mode = camera.Start(trial_request);
+    Intervals intervals;
+    Read_Frames(camera, trial, intervals);
+    (void)camera.Stop();  // no frame is held
+    trial.rate = intervals.Rate();
+    trial.jitter_ms = intervals.Deviation() * 1e3;
+    return trial;
+}
+
+std::vector<Finding> Check_Trial(const Trial& trial, const wqz::Camera& camera)
+{
+    const std::string mode = Mode_Text(trial.mode);
+    std::vector<Finding> findings;
+    if (trial.frames == 0) {
+        return {No_Frames(trial.node, mode)};
+    }
+    if (trial.damaged > 0) {
+        findings.push_back(Damaged_Frames(trial.node, mode, trial.damaged, trial.frames));
+    }
+    if (trial.lost > 0) {
+        findings.push_back(Lost_Frames(trial.node, mode, trial.lost, trial.frames));
+    }
+    // Lost frames make the rate fall, too, but more light would not help then.
+    const double came = trial.rate * static_cast<double>(trial.frames + trial.lost) / static_cast<double>(trial.frames);
+    if (came < trial.mode.Rate() * Short_Rate) {
+        findings.push_back(Slow_Rate(trial.node, mode, trial.rate, Exposure_Control(camera)));
+    }
+    return findings;
+}
+
+std::string Trial_Text(const Trial& trial)
+{
+    std::array<char, 128> text{};
+    (void)std::snprintf(text.data(), text.size(), ": %.1f came, jitter %.1f ms, %llu lost and %llu damaged of %llu",
+                        trial.rate, trial.jitter_ms, static_cast<unsigned long long>(trial.lost),
+                        static_cast<unsigned long long>(trial.damaged), static_cast<unsigned long long>(trial.frames));
+    return Mode_Text(trial.mode) + text.data();
+}
