@@ -13,6 +13,7 @@ namespace {
 
 constexpr const char* Kernel_Log = "'sudo dmesg' shows what the kernel says about it.";
 constexpr uint32_t Least_Usb_3 = 5000;  // Mbit/s
+constexpr uint32_t Owner_May_Use = 0600;
 constexpr uint32_t Group_May_Use = 0060;
 constexpr uint32_t Others_May_Use = 0006;
 
@@ -136,7 +137,8 @@ Finding No_Permission(const Node_Access& access, bool in_container)
 {
     const std::string start = "This user (" + access.user + ") may not open " + access.node + ": ";
     const bool group_helps = (access.mode & Group_May_Use) == Group_May_Use && access.group != "root";
-    const bool mode_allows = access.is_root || (access.in_group && (access.mode & Group_May_Use) == Group_May_Use) ||
+    const bool mode_allows = access.is_root || (access.is_owner && (access.mode & Owner_May_Use) == Owner_May_Use) ||
+                             (access.in_group && (access.mode & Group_May_Use) == Group_May_Use) ||
                              (access.mode & Others_May_Use) == Others_May_Use;
     const std::string allowed = access.is_root ? "root may open any node" : Rights(access) + ", which would allow it";
     if (mode_allows && in_container) {
@@ -176,7 +178,7 @@ Finding Held(const std::string& node, const Holders& holders)
                 start + "another user's process has it. This user may not look at the processes of others.",
                 "Run 'sudo fuser -v " + node + "', which names the process, and end the capture there."};
     }
-    return {"held", node, start + "something captures from it, but no process here has it open.",
+    return {"held", node, start + "another program captures from it, but no process here has it open.",
             "Run 'sudo fuser -v " + node +
                 "', on the host if this is a container. If it names no process, plug the camera in again."};
 }

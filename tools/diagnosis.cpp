@@ -3,14 +3,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <limits>
+#include <iterator>
 #include <set>
 
 #include "bandwidth.h"
+#include "modes.h"
 #include "text.h"
 
 namespace {
+
+constexpr double Short_Rate = 0.85;  // of the rate asked for; less is a finding
 
 /// @return a node of each camera that the kernel knows and /dev lacks
 std::vector<Video_Node> Missing_Nodes(const System_Facts& facts, const std::vector<WQZ_Camera_Info>& cameras)
@@ -125,6 +129,27 @@ std::vector<Finding> Check_Buses(const System_Facts& facts, const std::vector<Ca
         if (needs.size() > 1 && limit > 0 && sum > limit) {
             findings.push_back(Shared_Bus(bus, needs, sum, limit));
         }
+    }
+    return findings;
+}
+
+std::vector<Finding> Check_Trial(const Trial& trial)
+{
+    const std::string mode = Mode_Text(trial.mode);
+    std::vector<Finding> findings;
+    if (trial.frames == 0) {
+        return {No_Frames(trial.node, mode)};
+    }
+    if (trial.damaged > 0) {
+        findings.push_back(Damaged_Frames(trial.node, mode, trial.damaged, trial.frames));
+    }
+    if (trial.lost > 0) {
+        findings.push_back(Lost_Frames(trial.node, mode, trial.lost, trial.frames));
+    }
+    // Lost frames make the rate fall, too, but more light would not help then.
+    const double came = trial.rate * static_cast<double>(trial.frames + trial.lost) / static_cast<double>(trial.frames);
+    if (came < trial.mode.Rate() * Short_Rate) {
+        findings.push_back(Slow_Rate(trial.node, mode, trial.rate, trial.exposure_control));
     }
     return findings;
 }

@@ -2,6 +2,7 @@
 #ifndef WQZ_TOOL_DIAGNOSIS_H
 #define WQZ_TOOL_DIAGNOSIS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,20 @@ struct Camera_Offers {
 
 /// @return the buses that cannot carry the widest modes of all their cameras at once
 std::vector<Finding> Check_Buses(const System_Facts& facts, const std::vector<Camera_Offers>& cameras);
+
+/// What a short capture gave.
+struct Trial {
+    std::string node;
+    wqz::Mode mode;
+    uint64_t frames = 0;
+    uint64_t lost = 0;
+    uint64_t damaged = 0;
+    double rate = 0;               ///< frames per second; 0 with fewer than two frames
+    double jitter_ms = 0;          ///< standard deviation of the time between frames
+    std::string exposure_control;  ///< the control that lowers the rate in dim light, if it is on
+};
+
+std::vector<Finding> Check_Trial(const Trial& trial);
 
 /// @return why a listed camera cannot be opened, as one message
 std::string Refusal_Text(const WQZ_Camera_Info& camera);

@@ -91,14 +91,20 @@ std::string Port_Note(const Usb_Camera* port, const std::vector<WQZ_Camera_Offer
 }
 
 /// Starts the camera for a moment.
-void Examine_Start(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& offers, Section& section)
+void Examine_Start(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& offers, const Usb_Camera* port,
+                   Section& section)
 {
-    const wqz::Mode mode = camera.Start(Choose_Mode(offers, {}, {Motion_Jpeg, Yuyv}));
-    (void)camera.Stop();  // no frame is held
-    section.notes.push_back("It starts, in " + Mode_Text(mode) + ". No other program captures from it.");
+    try {
+        const wqz::Mode mode = camera.Start(Choose_Mode(offers, {}, {Motion_Jpeg, Yuyv}));
+        (void)camera.Stop();  // no frame is held
+        section.notes.push_back("It starts, in " + Mode_Text(mode) + ". No other program captures from it.");
+    } catch (const wqz::Camera_Error& error) {
+        section.findings.push_back(Cannot_Start(section.camera, error, port));
+    }
 }
 
-void Examine_Frames(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& offers, Section& section)
+void Examine_Frames(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& offers, const Usb_Camera* port,
+                    Section& section)
 {
     std::vector<uint32_t> tried;
     for (const WQZ_Camera_Offer& offer : offers) {
@@ -108,10 +114,17 @@ void Examine_Frames(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& of
         tried.push_back(offer.fourcc);
         Mode_Wish wish;
         wish.format = offer.format;
-        const Trial trial = Try_Capture(camera, Choose_Mode(offers, wish, {}));
-        section.notes.push_back(Trial_Text(trial) + ".");
-        section.Add(Check_Trial(trial, camera));
-        section.trials.push_back(trial);
+        try {
+            const Trial trial = Try_Capture(camera, Choose_Mode(offers, wish, {}));
+            section.notes.push_back(Trial_Text(trial) + ".");
+            section.Add(Check_Trial(trial));
+            section.trials.push_back(trial);
+        } catch (const wqz::Camera_Error& error) {
+            section.findings.push_back(Cannot_Start(section.camera, error, port));
+            if (error.Code() == EBUSY || error.Code() == ENODEV) {
+                return;  // so would all other formats
+            }
+        }
     }
 }
 
@@ -120,16 +133,10 @@ void Examine_Capture(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& o
 {
     if (offers.empty()) {
         section.findings.push_back(No_Modes(section.camera));
-        return;
-    }
-    try {
-        if (with_frames) {
-            Examine_Frames(camera, offers, section);
-        } else {
-            Examine_Start(camera, offers, section);
-        }
-    } catch (const wqz::Camera_Error& error) {
-        section.findings.push_back(Cannot_Start(section.camera, error, port));
+    } else if (with_frames) {
+        Examine_Frames(camera, offers, port, section);
+    } else {
+        Examine_Start(camera, offers, port, section);
     }
 }
 

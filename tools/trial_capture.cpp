@@ -1,6 +1,7 @@
 // Runs a short capture and judges it.
 #include "trial_capture.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
@@ -17,8 +18,8 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t Most_Frames = 30;
 constexpr auto First_Frame_Time = 5s;   // cameras take up to three seconds to start
 constexpr auto Trial_Time = 2s;         // from the first frame on; ten frames at the usual lowest rate of 5
+constexpr auto Longest_Trial = 10s;     // where frames come more rarely
 constexpr uint32_t Skipped_Frames = 2;  // the first frames of many cameras are damaged or late
-constexpr double Short_Rate = 0.85;     // of the rate asked for; less is a finding
 
 /// Adds up the times between frames.
 class Intervals {
@@ -42,6 +43,15 @@ private:
     double squares = 0;
 };
 
+/// @return how long to wait for frames after the first, enough for a few at any rate
+Clock::duration Time_For(const wqz::Mode& mode)
+{
+    constexpr double Least_Frames = 4;
+    const std::chrono::duration<double> few(mode.Rate() > 0 ? Least_Frames / mode.Rate() : 0);
+    return std::clamp(std::chrono::duration_cast<Clock::duration>(few), Clock::duration(Trial_Time),
+                      Clock::duration(Longest_Trial));
+}
+
 void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
 {
     int64_t last_ns = 0;
@@ -54,7 +64,7 @@ void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
         const WQZ_Camera_Frame& record = frame.Record();
         trial.damaged += Is_Damaged(record) ? 1 : 0;
         if (trial.frames == 0) {
-            end = Clock::now() + Trial_Time;
+            end = Clock::now() + Time_For(trial.mode);
         } else {
             trial.lost += record.lost_before;
             intervals.Add(static_cast<double>(record.time_ns - last_ns) / 1e9);
@@ -67,8 +77,8 @@ void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
 /// @return the key of the control that lowers the rate in dim light, if it is on
 std::string Exposure_Control(const wqz::Camera& camera)
 {
-    constexpr std::array Names = {"exposure_dynamic_framerate", "exposure_auto_priority",
-                                  "exposure_auto_priority_dynamic"};
+    constexpr std::array Names = {"exposure_dynamic_framerate",
+                                  "exposure_auto_priority"};  // now, and before Linux 5.15
     for (const char* name : Names) {
         try {
             if (camera.Get(name).number != 0) {
@@ -93,30 +103,10 @@ Trial Try_Capture(wqz::Camera& camera, const wqz::Request& request)
     Intervals intervals;
     Read_Frames(camera, trial, intervals);
     (void)camera.Stop();  // no frame is held
+    trial.exposure_control = Exposure_Control(camera);
     trial.rate = intervals.Rate();
     trial.jitter_ms = intervals.Deviation() * 1e3;
     return trial;
-}
-
-std::vector<Finding> Check_Trial(const Trial& trial, const wqz::Camera& camera)
-{
-    const std::string mode = Mode_Text(trial.mode);
-    std::vector<Finding> findings;
-    if (trial.frames == 0) {
-        return {No_Frames(trial.node, mode)};
-    }
-    if (trial.damaged > 0) {
-        findings.push_back(Damaged_Frames(trial.node, mode, trial.damaged, trial.frames));
-    }
-    if (trial.lost > 0) {
-        findings.push_back(Lost_Frames(trial.node, mode, trial.lost, trial.frames));
-    }
-    // Lost frames make the rate fall, too, but more light would not help then.
-    const double came = trial.rate * static_cast<double>(trial.frames + trial.lost) / static_cast<double>(trial.frames);
-    if (came < trial.mode.Rate() * Short_Rate) {
-        findings.push_back(Slow_Rate(trial.node, mode, trial.rate, Exposure_Control(camera)));
-    }
-    return findings;
 }
 
 std::string Trial_Text(const Trial& trial)

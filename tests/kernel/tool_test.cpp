@@ -67,6 +67,9 @@ TEST_F(Tool, ListsCamerasModesAndControls)
     EXPECT_EQ(Run_Command(std::string("wqz-usbcam controls ") + Usb_Camera_Id + " brightness=33").status, 0);
     const std::string node = Discovered_Camera("uvcvideo").Node();
     EXPECT_EQ(Run_Command("v4l2-ctl -d " + node + " -C brightness").output, "brightness: 33\n");
+    const std::string strings =
+        "wqz-usbcam controls " + Discovered_Camera("vivid").Node() + " string=abc string=default";
+    EXPECT_EQ(Run_Command(strings).output, "string: \"abc\"\nstring: \"  \"\n");
     const Command_Result reset = Run_Command(std::string("wqz-usbcam controls ") + Usb_Camera_Id + " reset brightness");
     EXPECT_EQ(reset.status, 0) << reset.output;
     EXPECT_EQ(Run_Command("v4l2-ctl -d " + node + " -C brightness").output.find("brightness: 33"), std::string::npos);
@@ -90,13 +93,18 @@ TEST_F(Tool, CapturesPicturesFromBothCameras)
     }
 }
 
-/// Captures with the tool while v4l2-ctl does.
-Command_Result Capture_Beside_Another(const std::string& node, const std::string& size_and_rate)
+/// Runs a command while v4l2-ctl captures.
+Command_Result Run_Beside_A_Capture(const std::string& node, const std::string& command)
 {
     return Run_Command("v4l2-ctl -d " + node +
-                       " --stream-mmap --stream-count=1000 >/dev/null 2>&1 & user=$!; sleep 1; " +
-                       "timeout 30 wqz-usbcam capture " + node + " --format yuyv --frames 5 -o /tmp/busy --size " +
-                       size_and_rate + "; status=$?; kill $user; exit $status");
+                       " --stream-mmap --stream-count=1000 >/dev/null 2>&1 & user=$!; sleep 1; " + command +
+                       "; status=$?; kill $user; exit $status");
+}
+
+Command_Result Capture_Beside_Another(const std::string& node, const std::string& size_and_rate)
+{
+    return Run_Beside_A_Capture(node, "timeout 30 wqz-usbcam capture " + node +
+                                          " --format yuyv --frames 5 -o /tmp/busy --size " + size_and_rate);
 }
 
 TEST_F(Tool, ReportsACameraInUse)
@@ -105,6 +113,29 @@ TEST_F(Tool, ReportsACameraInUse)
                                Capture_Beside_Another(Discovered_Camera("vivid").Node(), "320x180 --fps 25")}) {
         EXPECT_EQ(result.status, 1) << result.output;
         EXPECT_NE(result.output.find("is busy: v4l2-ctl"), std::string::npos) << result.output;
+    }
+}
+
+TEST_F(Tool, ExaminesTheCameraAndWhatKeepsOthersFromIt)
+{
+    const std::string node = Discovered_Camera("uvcvideo").Node();
+    const std::string doctor = "wqz-usbcam doctor --json " + node;
+    const std::string as_nobody = "start-stop-daemon -S -c 65534:65534 -x /bin/wqz-usbcam -- doctor --json " + node;
+    const std::string in_use = doctor + "; chmod 666 " + node + "; " + as_nobody;
+    const struct {
+        Command_Result result;
+        int status;
+        std::vector<const char*> texts;
+    } cases[] = {
+        {Run_Command(doctor + " --capture"), 0, {"uvcvideo is loaded", "\"findings\": []", "\"format\": \"MJPG\""}},
+        {Run_Command("chmod 600 " + node + "; " + as_nobody), 1, {"no-permission", "belongs to root", "mode is 0600"}},
+        {Run_Beside_A_Capture(node, in_use), 1, {"\"held\"", "is busy: v4l2-ctl (process ", "another user's process"}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.result.status, c.status) << c.result.output;
+        for (const char* text : c.texts) {
+            EXPECT_NE(c.result.output.find(text), std::string::npos) << text << " is missing in\n" << c.result.output;
+        }
     }
 }
 

@@ -81,9 +81,9 @@ class Tool_Test(unittest.TestCase):
         self.assertTrue(status == 0 or result.stderr.startswith("wqz-usbcam: "), result.stderr)
         return result
 
-    def run_to(self, output, *words):
+    def run_to(self, output, *words, description=SMALL):
         """Runs the tool with a standard output of its own; returns its status and messages."""
-        result = subprocess.run(self.command(SMALL, *words), cwd=self.folder, text=True, stdout=output,
+        result = subprocess.run(self.command(description, *words), cwd=self.folder, text=True, stdout=output,
                                 stderr=subprocess.PIPE, timeout=TIME_LIMIT, check=False)
         return result.returncode, result.stderr
 
