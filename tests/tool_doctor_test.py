@@ -84,6 +84,10 @@ CASES = [
      [("shared-bus", None, r"USB bus 1: /dev/video0 up to 18\.4 MB/s.*55\.3 MB/s, and 48\.0", "Motion-JPEG")]),
     ("nothing with a bus more", YUYV * 3 + "bus 2\n", "", [], []),
     ("only the camera that was named", TWINS + "refuse open EACCES\n", "", ["1234:abcd"], []),
+    ("the named camera beside one that /dev lacks", TWINS + "refuse open ENOENT\n", "rm $UMOCKDEV_DIR/dev/video[23]; ",
+     ["0"], []),
+    ("one of two cameras that /dev lacks", TWINS + "refuse open ENOENT\n", "rm $UMOCKDEV_DIR/dev/video[23]; ", [],
+     [("no-node", "/dev/video2", r"/dev/video2 \(Other\)", "/dev/video2|udevadm")]),
     ("damaged frames", YUYV + "damage-every 5\n", "", ["--capture"],
      [("damaged-frames", "/dev/video0", "of 30 frames in YUYV 640x480 .*, 6 are damaged", "cable")]),
     ("frames that stay away for a time", YUYV + "pause-after 8 1s\n", "", ["--capture"],
@@ -154,8 +158,14 @@ class Doctor(Tool_Test):
         quote = re.search(r"\$ (with-virtual-camera --description (\S+) wqz-usbcam doctor)\n(.*?)```", readme, re.S)
         description = re.search(r"\$ cat " + re.escape(quote[2]) + r"\n(.*?)\$ ", readme, re.S)[1]
         said = self.run_after(description, "", "doctor").stdout
-        shown = quote[3][quote[3].index("/dev/video0"):]
+        shown = quote[3][quote[3].index("/dev/video0  "):]
         self.assertEqual(said[said.index("/dev/video0  "):], shown)
+
+    def test_the_documentation_lists_the_findings_that_are_tested(self):
+        with open(os.path.join(ROOT, "docs", "doctor.md"), encoding="utf-8") as file:
+            listed = re.findall(r"^\| `([a-z-]+)` \| [^|]* \| [^|]* \|$", file.read(), re.M)
+        tested = {finding[0] for case in CASES for finding in case[4]}
+        self.assertEqual(sorted(listed), sorted(tested | {"lost-frames"}))  # no virtual camera loses frames by itself
 
     def test_wrong_words_are_refused(self):
         for words in (["--captrue"], ["0", "1"], ["--json=maybe"]):

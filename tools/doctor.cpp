@@ -181,6 +181,9 @@ std::vector<Section> Examine(const Doctor_Options& options)
     std::vector<Section> sections{Examine_Computer(facts, cameras)};
     const bool any_camera = !cameras.empty();
     std::erase_if(cameras, [&](const auto& camera) { return !Has_Name(camera, options.camera); });
+    if (!options.camera.empty() && !cameras.empty()) {
+        sections.front().findings.clear();  // they are about other cameras
+    }
     if (any_camera && cameras.empty()) {
         sections.push_back(Examine_Name(options.camera, facts));
     }

@@ -20,13 +20,13 @@ constexpr mode_t Permission_Bits = 07777;
 std::string User_Name(uid_t id)
 {
     const passwd* entry = getpwuid(id);
-    return entry == nullptr ? "user " + std::to_string(id) : entry->pw_name;
+    return entry == nullptr ? std::to_string(id) : entry->pw_name;
 }
 
 std::string Group_Name(gid_t id)
 {
     const group* entry = getgrgid(id);
-    return entry == nullptr ? "group " + std::to_string(id) : entry->gr_name;
+    return entry == nullptr ? std::to_string(id) : entry->gr_name;
 }
 
 bool Has_Group(gid_t id)

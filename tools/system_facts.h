@@ -30,7 +30,7 @@ enum class Module { Loaded, Not_Loaded, Missing, Unknown };
 
 struct System_Facts {
     std::string kernel;                 ///< its release
-    Module uvcvideo = Module::Unknown;  /// the driver of USB cameras; Unknown where the modules cannot be seen
+    Module uvcvideo = Module::Unknown;  ///< the driver of USB cameras; Unknown where the modules cannot be seen
     bool in_container = false;
     std::vector<Video_Node> nodes;  ///< by number
     std::vector<Usb_Camera> usb;    ///< by port

@@ -1,4 +1,4 @@
-// Runs a short capture and judges it.
+// Captures a few frames and measures how regularly they come.
 #include "trial_capture.h"
 
 #include <algorithm>
@@ -57,7 +57,7 @@ void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
     int64_t last_ns = 0;
     Clock::time_point end = Clock::now() + First_Frame_Time;
     while (trial.frames < Most_Frames && Clock::now() < end) {
-        const wqz::Frame frame = camera.Read(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+        const wqz::Frame frame = camera.Read(end - Clock::now());
         if (!frame) {
             continue;
         }
