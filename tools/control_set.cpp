@@ -56,6 +56,24 @@ bool Takes(const Control& control, int64_t number)
     }
 }
 
+/// @return what the camera refused, with the reason; empty when it is at its default or nothing can be done
+std::string Reset_One(wqz::Camera& camera, const Control& control)
+{
+    const bool is_state = control.Is_Readable() && !control.Is_String();
+    if (!is_state || control.Has(WQZ_CAMERA_CONTROL_FLAG_READ_ONLY)) {
+        return "";
+    }
+    try {
+        const int64_t wanted = control.about.default_value;
+        if (camera.Get(control.about.id).number != wanted) {
+            camera.Set({control.about.id, wanted});
+        }
+        return "";
+    } catch (const wqz::Camera_Error& error) {
+        return error.what();
+    }
+}
+
 }  // namespace
 
 std::vector<Control> Read_Controls(const wqz::Camera& camera)
@@ -137,4 +155,19 @@ wqz::Setting Parse_Setting(const Control& control, const std::string& text)
                          " It takes: " + Range_Text(control));
     }
     return {control.about.id, *number};
+}
+
+// Twice, because some controls can be set only when another one, such as an automatic, was reset.
+std::vector<std::string> Reset_Controls(wqz::Camera& camera)
+{
+    std::vector<std::string> refusals;
+    for (const bool last : {false, true}) {
+        for (const Control& control : Read_Controls(camera)) {
+            const std::string refusal = Reset_One(camera, control);
+            if (last && !refusal.empty() && !control.Has(WQZ_CAMERA_CONTROL_FLAG_INACTIVE)) {
+                refusals.push_back(refusal);
+            }
+        }
+    }
+    return refusals;
 }

@@ -37,4 +37,8 @@ std::string Number_Text(const Control& control, int64_t number);
 /// @throws Tool_Error  for a value that the control does not take
 wqz::Setting Parse_Setting(const Control& control, const std::string& text);
 
+/// Sets all controls to their defaults.
+/// @return what the camera refused, with the reasons; controls that another one overrides do not count
+std::vector<std::string> Reset_Controls(wqz::Camera& camera);
+
 #endif  // WQZ_TOOL_CONTROL_SET_H

@@ -17,6 +17,9 @@
 #include "listing.h"
 #include "modes.h"
 #include "output.h"
+#ifdef WQZ_WITH_PREVIEW
+#include "preview/preview.h"
+#endif
 #include "text.h"
 
 namespace {
@@ -33,6 +36,9 @@ struct Arguments {
     std::vector<std::string> control_words;
     Capture_Options capture;
     Doctor_Options doctor;
+#ifdef WQZ_WITH_PREVIEW
+    Preview_Options preview;
+#endif
 };
 
 std::pair<uint32_t, uint32_t> Parse_Size(const std::string& text)
@@ -135,6 +141,29 @@ void Add_Doctor(CLI::App& app, Doctor_Options& options)
     verb.footer("Starts each camera for a moment. The exit status is 0 when nothing is wrong, and 1 with findings.");
 }
 
+#ifdef WQZ_WITH_PREVIEW
+void Add_Preview(CLI::App& app, Arguments& arguments)
+{
+    constexpr int64_t Most_Port = UINT16_MAX;
+    Preview_Options& options = arguments.preview;
+    CLI::App& verb = *app.add_subcommand("preview", "show the live picture and all settings on a page in the browser");
+    verb.add_option("camera", options.camera, std::string(Camera_Help) + "; without a name the page has them all")
+        ->type_name("CAMERA");
+    const auto parse_port = [&options](const std::string& text) {
+        options.port = static_cast<int>(Parse_Count("--port", text, 0, Most_Port));
+    };
+    verb.add_option_function<std::string>("--port", parse_port, "serve on this port; 0 for any that is free")
+        ->type_name("N")
+        ->default_str("8080, or the next one that is free");
+    verb.add_option("--listen", options.listen_address,
+                    "serve on this IP address of the machine, 0.0.0.0 for all, instead of this machine only; the "
+                    "printed address then has a random token that every request needs")
+        ->type_name("ADDRESS");
+    verb.footer(
+        "Prints the page's address. Other programs read the picture at /stream and /snapshot. Ctrl-C ends.");
+}
+#endif
+
 void Add_Verbs(CLI::App& app, Arguments& arguments)
 {
     app.require_subcommand(1);
@@ -165,6 +194,9 @@ void Add_Verbs(CLI::App& app, Arguments& arguments)
 
     Add_Capture(app, arguments);
     Add_Doctor(app, arguments.doctor);
+#ifdef WQZ_WITH_PREVIEW
+    Add_Preview(app, arguments);
+#endif
 }
 
 /// @return what is wrong with the first word that is no option, or an empty text
@@ -195,6 +227,11 @@ int Run(const CLI::App& app, const Arguments& arguments)
     if (app.got_subcommand("doctor")) {
         return Run_Doctor(arguments.doctor);
     }
+#ifdef WQZ_WITH_PREVIEW
+    if (app.got_subcommand("preview")) {
+        return Run_Preview(arguments.preview);
+    }
+#endif
     Print_Modes(Open_Camera(arguments.camera).Modes(), arguments.json);
     return EXIT_SUCCESS;
 }

@@ -219,9 +219,14 @@ void Print_Modes(const Offers& offers, bool json)
         Print_Table(offers);
         return;
     }
+    std::cout << Json_Text(Offers_Json(offers)) << '\n';
+}
+
+Json Offers_Json(const Offers& offers)
+{
     Json list = Json::array();
     std::ranges::transform(offers, std::back_inserter(list), Mode_Json);
-    std::cout << Json_Text(list) << '\n';
+    return list;
 }
 
 wqz::Request Choose_Mode(const Offers& offers, const Mode_Wish& wish, const std::vector<uint32_t>& preferred)

@@ -2,6 +2,7 @@
 #ifndef WQZ_TOOL_MODES_H
 #define WQZ_TOOL_MODES_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <utility>
@@ -22,6 +23,9 @@ constexpr uint32_t Yuyv = WQZ_CAMERA_FOURCC('Y', 'U', 'Y', 'V');
 
 /// Prints modes to standard output, as a table with a row per size or as JSON with an object per mode.
 void Print_Modes(const std::vector<WQZ_Camera_Offer>& offers, bool json);
+
+/// @return an object for each mode or range of modes
+nlohmann::ordered_json Offers_Json(const std::vector<WQZ_Camera_Offer>& offers);
 
 /// Picks the mode to ask for. The defaults are the preferred formats, the size that the camera lists first, and the
 /// highest rate. What the camera does not offer stays in the request, for the camera interface to refuse.

@@ -1,0 +1,72 @@
+// One connection of a browser or another program, with a limit on the time of each request and each response.
+#ifndef WQZ_TOOL_PREVIEW_CONNECTION_H
+#define WQZ_TOOL_PREVIEW_CONNECTION_H
+
+#include <httplib.h>
+
+#include <array>
+#include <chrono>
+#include <list>
+#include <mutex>
+#include <string>
+
+/// The open connections. When all threads are taken, the one that has waited longest for its client is closed, so a
+/// client that opens many connections and sends nothing keeps nobody out.
+class Connection_List {
+public:
+    using Entry = std::list<struct Open_Connection>::iterator;
+
+    Entry Add(int socket);
+    void Remove(Entry entry);
+    void Set_Waiting(Entry entry, bool waiting);
+
+    void Close_Longest_Waiting();
+    /// Ends the waits of all connections, of later ones too.
+    void Close_All();
+
+private:
+    std::mutex mutex;
+    std::list<Open_Connection> connections;  // the oldest first
+    bool closed = false;
+};
+
+struct Open_Connection {
+    int socket;
+    bool waiting;  // for the client to send
+};
+
+class Connection : public httplib::Stream {
+public:
+    /// Takes over the socket.
+    Connection(int connected_socket, Connection_List& connections);
+    ~Connection() override;
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// Waits for the first byte of a request.
+    /// @return false when none came in time, or the client is gone
+    bool Wait_For_Request();
+
+    bool is_readable() const override;
+    /// @return false when the client is gone
+    bool is_writable() const override;
+    ssize_t read(char* bytes, size_t size) override;
+    /// Sends all bytes, or fails.
+    ssize_t write(const char* bytes, size_t size) override;
+    void get_remote_ip_and_port(std::string& ip, int& port) const override;
+    void get_local_ip_and_port(std::string& ip, int& port) const override;
+    socket_t socket() const override { return descriptor; }
+
+private:
+    bool Fill();
+
+    int descriptor;
+    Connection_List& list;
+    Connection_List::Entry entry;
+    std::chrono::steady_clock::time_point deadline;  // of the request that is being read
+    std::array<char, 4096> buffer{};
+    size_t begin = 0;
+    size_t end = 0;
+};
+
+#endif  // WQZ_TOOL_PREVIEW_CONNECTION_H

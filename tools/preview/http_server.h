@@ -1,0 +1,33 @@
+// The HTTP server: a listening socket, a fixed number of threads, and limits that keep it answering.
+#ifndef WQZ_TOOL_PREVIEW_HTTP_SERVER_H
+#define WQZ_TOOL_PREVIEW_HTTP_SERVER_H
+
+#include <httplib.h>
+
+#include <string>
+
+#include "connection.h"
+
+constexpr int Connection_Threads = 48;
+/// Streams and snapshots at a time. The other threads are left to requests that end soon.
+constexpr int Most_Viewers = 32;
+
+class Http_Server : public httplib::Server {
+public:
+    Http_Server();
+
+    /// @param address  an IP address in numbers
+    /// @param port  0 for any
+    /// @return the port, or a negative errno value
+    int Bind(const std::string& address, int port);
+
+    /// Ends the server from another thread.
+    void End();
+
+private:
+    bool process_and_close_socket(socket_t socket) override;
+
+    Connection_List connections;
+};
+
+#endif  // WQZ_TOOL_PREVIEW_HTTP_SERVER_H
