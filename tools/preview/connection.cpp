@@ -16,8 +16,8 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto Idle_Limit = 5s;      // between two requests; a page asks every second
-constexpr auto Request_Limit = 5s;   // for all of a request, however slowly it trickles in
+constexpr auto Idle_Limit = 5s;       // between two requests; a page asks every second
+constexpr auto Request_Limit = 5s;    // for all of a request, however slowly it trickles in
 constexpr auto Response_Limit = 10s;  // for one picture or page
 // Bytes that wait in the kernel for a slow client. More of them would only make its picture older.
 constexpr int Unsent_Bytes = 128 * 1024;

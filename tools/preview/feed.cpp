@@ -19,12 +19,13 @@ constexpr auto Longest_Silence = 8s;  // some cameras pause for five seconds and
 constexpr auto Retry_Interval = 1s;
 constexpr auto Order_Limit = 15s;  // the slowest cameras take seconds to change their mode
 
-const std::vector<uint32_t> Preferred_Formats = {Motion_Jpeg, Still_Jpeg, Yuyv,
-                                                 WQZ_CAMERA_FOURCC('U', 'Y', 'V', 'Y')};
+const std::vector<uint32_t> Preferred_Formats = {Motion_Jpeg, Still_Jpeg, Yuyv, WQZ_CAMERA_FOURCC('U', 'Y', 'V', 'Y')};
 
 }  // namespace
 
-Feed::Feed(std::string camera_name) : name(std::move(camera_name)), thread(&Feed::Run, this) {}
+Feed::Feed(std::string camera_name) : name(std::move(camera_name)), thread(&Feed::Run, this)
+{
+}
 
 Feed::~Feed()
 {
@@ -258,8 +259,9 @@ void Feed::Publish(const wqz::Frame& frame)
 void Feed::Note_Silence()
 {
     last_frame = Clock::now();
-    Set_State(Feed_State::Failed, "No frame came for 8 seconds. Unplug the camera and plug it in again, or choose "
-                                  "another mode.");
+    Set_State(Feed_State::Failed,
+              "No frame came for 8 seconds. Unplug the camera and plug it in again, or choose "
+              "another mode.");
 }
 
 void Feed::Note_Failure(int code, const std::string& sentence)

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int Backlog = 128;
 constexpr size_t Most_Body_Bytes = 16 * 1024;  // of a request; a setting takes a few hundred
-constexpr size_t Most_Requests = 1000;            // of one connection
+constexpr size_t Most_Requests = 1000;         // of one connection
 
 /// A fixed number of threads. When all are taken, a client that sends nothing makes room.
 class Thread_Queue : public httplib::TaskQueue {

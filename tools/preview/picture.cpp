@@ -34,11 +34,11 @@ uint8_t* Picture::Room(size_t jpeg_bytes)
 void Picture::Finish(size_t jpeg_bytes)
 {
     std::array<char, Head_Room> head{};
-    const int length = std::snprintf(head.data(), head.size(),
-                                     "Content-Type: image/jpeg\r\nContent-Length: %zu\r\nX-Timestamp: %" PRId64
-                                     ".%06" PRId64 "\r\nX-Sequence: %" PRIu32 "\r\nX-Lost: %" PRIu32 "\r\n\r\n",
-                                     jpeg_bytes, time_ns / 1'000'000'000, time_ns / 1000 % 1'000'000, sequence,
-                                     lost_before);
+    const int length =
+        std::snprintf(head.data(), head.size(),
+                      "Content-Type: image/jpeg\r\nContent-Length: %zu\r\nX-Timestamp: %" PRId64 ".%06" PRId64
+                      "\r\nX-Sequence: %" PRIu32 "\r\nX-Lost: %" PRIu32 "\r\n\r\n",
+                      jpeg_bytes, time_ns / 1'000'000'000, time_ns / 1000 % 1'000'000, sequence, lost_before);
     const auto head_length = static_cast<size_t>(length);
     part_start = Head_Room - head_length;
     jpeg_length = jpeg_bytes;
@@ -74,7 +74,9 @@ struct Picture_Pool::Spare {
     }
 };
 
-Picture_Pool::Picture_Pool() : spare(std::make_shared<Spare>()) {}
+Picture_Pool::Picture_Pool() : spare(std::make_shared<Spare>())
+{
+}
 
 std::shared_ptr<Picture> Picture_Pool::Take()
 {
@@ -89,6 +91,5 @@ std::shared_ptr<Picture> Picture_Pool::Take()
     if (!picture) {
         picture = std::make_unique<Picture>();
     }
-    return {picture.release(),
-            [owner = spare](Picture* used) { owner->Give_Back(std::unique_ptr<Picture>(used)); }};
+    return {picture.release(), [owner = spare](Picture* used) { owner->Give_Back(std::unique_ptr<Picture>(used)); }};
 }

@@ -79,7 +79,8 @@ std::vector<std::string> Network_Addresses()
     }
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
     for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
-        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET && (each->ifa_flags & IFF_LOOPBACK) == 0) {
+        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET &&
+            (each->ifa_flags & IFF_LOOPBACK) == 0) {
             std::array<char, INET_ADDRSTRLEN> text{};
             (void)inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr, text.data(),
                             text.size());

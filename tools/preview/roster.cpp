@@ -8,7 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto Watch_Slice = 250ms;   // how soon the end is noticed
+constexpr auto Watch_Slice = 250ms;    // how soon the end is noticed
 constexpr auto Refresh_Interval = 2s;  // also without an event: containers often get none
 
 }  // namespace
@@ -82,7 +82,8 @@ void Roster::Refresh()
         if (!only.empty() && identity != only) {
             continue;
         }
-        const auto known = std::ranges::find_if(cameras, [&](const auto& each) { return each.info.identity == identity; });
+        const auto known =
+            std::ranges::find_if(cameras, [&](const auto& each) { return each.info.identity == identity; });
         if (known == cameras.end()) {
             cameras.push_back({info, true, std::make_shared<Feed>(identity)});
         } else {

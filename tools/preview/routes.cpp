@@ -19,8 +19,8 @@ using httplib::Request;
 using httplib::Response;
 using Json = nlohmann::ordered_json;
 
-constexpr auto Picture_Slice = 500ms;   // how soon a viewer that went away is noticed while no picture comes
-constexpr auto Snapshot_Limit = 5s;     // a camera that has to be started takes up to a few seconds
+constexpr auto Picture_Slice = 500ms;  // how soon a viewer that went away is noticed while no picture comes
+constexpr auto Snapshot_Limit = 5s;    // a camera that has to be started takes up to a few seconds
 
 enum Status { Bad_Request = 400, Forbidden = 403, Server_Error = 500, Unavailable = 503 };
 

@@ -11,6 +11,9 @@ const CONTROLS_INTERVAL = 3; // states between two looks at controls that the ca
 
 const STATE_TEXTS = { live: "Live", starting: "Starting", idle: "Starting", unplugged: "Unplugged", failed: "No picture", gone: "Not connected" };
 
+// A camera in these states answers questions about its modes and controls.
+const ANSWERING = ["live", "starting", "idle", "failed"];
+
 const find = (id) => document.getElementById(id);
 
 const picture = new Picture(find("picture"), () => showNotice(current));
@@ -118,6 +121,9 @@ function showState(state) {
     modes.update(state.mode);
     document.title = `${state.name} – Camera preview`;
   }
+  for (const form of document.forms) {
+    form.inert = !ANSWERING.includes(state.state);
+  }
   current = state;
   showNotice(state);
 }
@@ -125,8 +131,7 @@ function showState(state) {
 /** Reads modes and controls of a camera that is new here, and controls that may have changed. */
 async function loadSettings(state) {
   const wanted = `${state.identity} ${state.revision}`;
-  const isHere = state.state === "live" || state.state === "starting" || state.state === "idle";
-  if (!isHere) {
+  if (!ANSWERING.includes(state.state)) {
     loaded = "";
   } else if (loaded !== wanted) {
     await Promise.all([modes.load(state.identity), controls.load(state.identity)]);

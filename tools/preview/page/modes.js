@@ -79,8 +79,9 @@ export class Modes {
   }
 
   show() {
-    const mode = this.mode;
-    this.fillFrom(mode?.format, mode ? `${mode.width}x${mode.height}` : "", mode?.rate ?? "");
+    const first = this.offers[0];
+    const mode = this.mode ?? (first && { format: first.format, width: most(first.width), height: most(first.height) });
+    this.fillFrom(mode?.format, mode ? `${mode.width}x${mode.height}` : "", mode?.rate);
   }
 
   fillFrom(format, size, rate) {

@@ -1,0 +1,268 @@
+#!/usr/bin/env python3
+"""Uses the live picture as other programs, strangers and broken clients do: by HTTP.
+
+usage: preview_test.py TOOL LAUNCHER [unittest arguments]
+"""
+
+import json
+import os
+import socket
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+from preview_runner import CAMERAS, Preview_Test, Stream  # pylint: disable=wrong-import-position
+from tool_runner import decode, difference, main  # pylint: disable=wrong-import-position
+
+FORMATS = """
+camera
+format MJPG
+  size 320x240 30
+format YUYV
+  size 320x240 30
+format GREY
+  size 320x240 30
+format UYVY
+  size 320x240 30
+format BA81
+  size 320x240 30
+format H264
+  size 320x240 30
+"""
+
+
+class Pictures(Preview_Test):
+    def test_every_format_that_can_be_shown_is_shown(self):
+        self.serve(FORMATS)
+        for name in ("MJPG", "YUYV", "UYVY", "BA81", "GREY"):
+            mode = self.ask("/api/mode", {"format": name, "width": 320, "height": 240, "rate": "30"})
+            self.assertEqual((mode["format"], mode["width"], mode["rate"]), (name, 320, "30"))
+            status, _, picture = self.request("/snapshot")
+            self.assertEqual(status, 200, picture)
+            path = os.path.join(self.folder, name + ".jpg")
+            with open(path, "wb") as file:
+                file.write(picture)
+            shown = decode(path, 320, 240)
+            if name == "GREY":  # the camera's brightness as it is, which YUYV has too
+                self.assertEqual(shown[0::3], shown[1::3])
+                continue
+            # The library's own conversion of the same card; the number in its middle differs.
+            bitmap = os.path.join(self.folder, name + ".bmp")
+            self.run_tool(FORMATS, "capture", "--format", name, "-o", bitmap)
+            self.assertLess(difference(shown, decode(bitmap, 320, 240)), 12, name)
+        for width, rate, sentence in ((321, "30", "nearest modes"), (320, "x", "not a rate")):
+            status, _, content = self.request("/api/mode", {"format": "MJPG", "width": width, "height": 240, "rate": rate})
+            self.assertEqual(status, 422)
+            self.assertIn(sentence, json.loads(content)["error"])
+        self.ask("/api/mode", {"format": "H264", "width": 320, "height": 240})
+        stream = Stream(self.address)  # the connection waits for a picture that can be shown
+        self.addCleanup(stream.close)
+        problem = self.wait_for("problem", lambda: self.ask("/api/state")["camera"]["problem"])
+        self.assertIn("H264", problem)
+        self.ask("/api/mode", {"format": "GREY", "width": 320, "height": 240})
+        stream.next()
+
+    def test_a_slow_viewer_skips_pictures_and_slows_nobody(self):
+        self.serve("camera\nformat MJPG\n  size 1280x720 30\n")
+        slow = Stream(self.address)
+        viewers = [Stream(self.address) for _ in range(5)]
+        self.wait_for("six viewers", lambda: self.ask("/api/state")["camera"]["viewers"] == 6)
+        slow.next()
+        sequences = []
+        start = time.monotonic()
+        while time.monotonic() - start < 2:
+            sequences.append([int(viewer.next()[0]["X-Sequence"]) for viewer in viewers])
+        self.assertGreater(len(sequences), 2 * 30 * 0.6)
+        for one in zip(*sequences):
+            self.assertEqual(sorted(set(one)), list(one), "pictures are repeated")
+        while int(slow.next()[0]["X-Sequence"]) < sequences[-1][0]:
+            pass  # what the kernel had kept for it
+        state = self.ask("/api/state")["camera"]
+        self.assertEqual((state["lost"], state["damaged"]), (0, 0))
+        self.assertGreater(state["rate"], 20)
+        self.assertGreater(state["latency_ms"], 0)
+        for stream in (slow, *viewers):
+            stream.close()
+        self.wait_for("end of the capture", lambda: self.ask("/api/state")["camera"]["state"] == "idle")
+
+    def test_the_camera_that_comes_back_goes_on_with_its_settings(self):
+        self.serve("camera\nformat MJPG\n  size 320x240 30\n  size 160x120 30\nunplug-after 1s\nreplug-after 2s\n")
+        self.ask("/api/mode", {"format": "MJPG", "width": 160, "height": 120})
+        self.ask("/api/controls", {"name": "brightness", "value": 140})
+        stream = Stream(self.address)
+        self.addCleanup(stream.close)
+        self.wait_for("unplug", lambda: self.ask("/api/state")["camera"]["state"] == "unplugged")
+        self.assertFalse(self.ask("/api/state")["cameras"][0]["plugged"])
+        self.assertEqual(self.request("/api/controls")[0], 503)
+        self.wait_for("return", lambda: self.ask("/api/state")["camera"]["state"] == "live")
+        stream.next()
+        self.assertEqual(self.ask("/api/state")["camera"]["mode"]["width"], 160)
+        self.assertEqual(self.control("brightness")["value"], 140)
+
+    def test_settings_are_answered_with_what_the_camera_took(self):
+        self.serve()
+        for change, name, value in (({"name": "brightness", "value": 99}, "brightness", 99),
+                                    ({"name": "brightness", "value": None}, "brightness", 128),
+                                    ({"name": "power_line_frequency", "value": "60 Hz"}, "power_line_frequency", 2),
+                                    ({"name": "white_balance_automatic", "value": False},
+                                     "white_balance_automatic", False),
+                                    ({"reset": True}, "power_line_frequency", 1)):
+            revision = self.ask("/api/state")["camera"]["revision"]
+            answer = {control["name"]: control for control in self.ask("/api/controls", change)}
+            self.assertEqual((answer[name]["value"], self.control(name)["value"]), (value, value))
+            self.assertGreater(self.ask("/api/state")["camera"]["revision"], revision)
+        for change, status in (({"name": "brightness", "value": 256}, 422), ({"name": "nothing", "value": 1}, 422),
+                               ({"name": "brightness"}, 400), ({"value": 1}, 400), ([], 400),
+                               ({"name": "brightness", "value": []}, 400), ({"name": 7, "value": 7}, 400)):
+            with self.subTest(change):
+                self.assertEqual(self.request("/api/controls", change)[0], status)
+        self.assertEqual(self.request("/api/controls?camera=nobody")[0], 404)
+
+
+class Strangers(Preview_Test):
+    def test_other_origins_are_refused(self):
+        self.serve()
+        own = "http://%s:%d" % self.address
+        brightness = {"name": "brightness", "value": 3}
+        for headers, allowed in (({"Host": "rebound.example:%d" % self.address[1]}, False),
+                                 ({"Host": "127.0.0.1"}, False),
+                                 ({"Host": "127.0.0.1:1"}, False),
+                                 ({"Host": "localhost:%d" % self.address[1]}, True),
+                                 ({"Origin": "http://evil.example"}, False),
+                                 ({"Origin": "null"}, False),
+                                 ({"Origin": own + "0"}, False),
+                                 ({"Origin": own}, True),
+                                 ({"Sec_Fetch_Site": "cross-site", "Sec_Fetch_Mode": "no-cors"}, False),
+                                 ({"Sec_Fetch_Site": "same-site"}, False),
+                                 ({"Sec_Fetch_Site": "same-origin"}, True)):
+            for path, change in (("/", None), ("/stream", None), ("/snapshot", None), ("/api/state", None),
+                                 ("/api/controls", brightness), ("/api/mode", {})):
+                if allowed and path in ("/stream", "/api/mode"):
+                    continue
+                with self.subTest((headers, path)):
+                    self.assertEqual(self.request(path, change, **headers)[0], 200 if allowed else 403)
+        # A form of another page can send these types without asking.
+        for kind in ("text/plain", "application/x-www-form-urlencoded", "multipart/form-data; boundary=x"):
+            self.assertEqual(self.request("/api/controls", {"reset": True}, Content_Type=kind)[0], 403)
+        self.assertEqual(self.control("brightness")["value"], 3)
+        self.assertIn(self.request("/api/controls", {"reset": True}, method="GET")[0], (200, 400))
+        self.assertEqual(self.control("brightness")["value"], 3)
+        _, headers, _ = self.request("/")
+        self.assertIn("default-src 'none'", headers["Content-Security-Policy"])
+        self.assertEqual(headers["Cross-Origin-Resource-Policy"], "same-origin")
+
+    def test_the_network_needs_the_token(self):
+        self.serve(CAMERAS, "--listen", "127.0.0.1", "--port", "0")
+        token = self.url.split("?token=")[1]
+        self.assertRegex(token, "^[0-9a-f]{32}$")
+        wrong = "0" * 32
+        for path in ("/", "/snapshot", "/stream", "/api/state", "/app.js"):
+            for suffix in ("", "?token=", "?token=" + wrong, "?token=" + token[:-1], "?tokens=" + token):
+                self.assertEqual(self.request(path + suffix)[0], 403, path + suffix)
+        self.assertEqual(self.request("/api/controls", {"reset": True})[0], 403)
+        status, headers, _ = self.request("/?token=" + token)
+        self.assertEqual(status, 200)
+        cookie = headers["Set-Cookie"]
+        self.assertRegex(cookie, "HttpOnly; SameSite=Strict")
+        cookie = cookie.split(";")[0]
+        for value, expected in ((cookie, 200), ("other=1; " + cookie, 200), (cookie[:-1], 403), ("x" + cookie, 403)):
+            self.assertEqual(self.request("/api/state", Cookie=value)[0], expected, value)
+        self.assertEqual(self.request("/snapshot?token=" + token)[0], 200)
+        self.assertEqual(self.request("/api/state?token=" + token, Host="localhost:%d" % self.address[1])[0], 403)
+        self.serve(CAMERAS, "--listen", "127.0.0.1", "--port", "0")
+        self.assertNotIn(token, self.url)
+
+    def connect(self, first=b""):
+        connection = socket.create_connection(self.address, timeout=10)
+        self.addCleanup(connection.close)
+        try:
+            connection.sendall(first)
+        except ConnectionError:
+            pass  # refused already
+        return connection
+
+    def assert_serving(self):
+        start = time.monotonic()
+        self.ask("/api/state")
+        self.assertLess(time.monotonic() - start, 3)
+
+    def test_broken_requests_leave_it_serving(self):
+        self.serve()
+        host = b"Host: 127.0.0.1:%d\r\n" % self.address[1]
+        post = b"POST /api/controls HTTP/1.1\r\n" + host + b"Content-Type: application/json\r\n"
+        for request in (b"\0" * 5000, b"GET\r\n\r\n", b"GET / HTTP/9.9\r\n\r\n", b"GET / HTTP/1.1\r\n\r\n",
+                        b"GET /" + b"a" * 100000, b"GET / HTTP/1.1\r\nX: " + b"a" * 100000 + b"\r\n\r\n",
+                        b"GET / HTTP/1.1\r\n" + b"X: y\r\n" * 20000 + b"\r\n",
+                        b"GET / HTTP/1.1\r\n" + host * 2 + b"\r\n",
+                        b"GET /../../etc/passwd HTTP/1.1\r\n" + host + b"\r\n",
+                        b"GET / HTTP/1.1\r\n" + host + b"Range: bytes=" + b"0-," * 1000 + b"0-\r\n\r\n",
+                        post + b"Content-Length: 99999999999\r\n\r\n{", post + b"Content-Length: -1\r\n\r\n{}",
+                        post + b"Content-Length: 15000\r\n\r\n" + b"[" * 15000,
+                        post + b"Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\n"):
+            with self.subTest(request[:60]):
+                connection = self.connect(request)
+                connection.shutdown(socket.SHUT_WR)
+                answer = b""
+                try:
+                    answer = connection.recv(100)
+                except ConnectionError:
+                    pass
+                self.assertNotRegex(answer, rb"^HTTP/1.1 2")
+                connection.close()
+                self.assert_serving()
+
+    def test_clients_that_send_nothing_or_trickle_leave_it_serving(self):
+        self.serve()
+        idle = [self.connect() for _ in range(150)]
+        trickling = [self.connect(b"GET / HTTP/1.1\r\nX: ") for _ in range(60)]
+        self.assert_serving()
+        start = time.monotonic()
+        while time.monotonic() - start < 7:  # longer than a request may take
+            for connection in trickling:
+                try:
+                    connection.send(b"y")
+                except OSError:
+                    pass
+            time.sleep(0.2)
+        self.assert_serving()
+        for connection in (idle[-1], trickling[-1]):
+            try:
+                self.assertNotRegex(connection.recv(100), rb"^HTTP/1.1 2")  # closed, or told that it was too slow
+            except ConnectionError:
+                pass
+
+    def test_viewers_are_limited_and_questions_are_still_answered(self):
+        process = self.serve()
+        streams = []
+        for _ in range(32):
+            streams.append(Stream(self.address, "/stream?camera=" + self.ask("/api/state")["cameras"][1]["identity"]))
+        for path in ("/stream", "/snapshot"):
+            status, _, content = self.request(path)
+            self.assertEqual((status, "Too many" in content.decode()), (503, True))
+        self.assert_serving()
+        streams.pop().close()
+        self.wait_for("free place", lambda: self.request("/snapshot")[0] == 200)
+        self.end(process)  # with viewers that are connected
+        for stream in streams:
+            stream.close()
+
+
+class Command_Line(Preview_Test):
+    def test_wrong_words_and_taken_ports_are_named(self):
+        self.serve(CAMERAS, "--port", "0")
+        port = str(self.address[1])
+        for words, sentence in ((("--port", port), "Address already in use; choose another port"),
+                                (("--listen", "nowhere.example"), "is not an IP address"),
+                                (("--listen", "203.0.113.7"), "cannot be served"),
+                                (("no-such-camera",), "No camera has")):
+            with self.subTest(words):
+                self.assertIn(sentence, self.run_tool(CAMERAS, "preview", *words, status=1).stderr)
+        self.assertIn("65536", self.run_tool(CAMERAS, "preview", "--port", "65536", status=2).stderr)
+
+    def test_one_camera_can_be_chosen(self):
+        self.serve(CAMERAS, "/dev/video2", "--port", "0")
+        self.assertEqual([camera["name"] for camera in self.ask("/api/state")["cameras"]], ["<b>Door</b>"])
+
+
+if __name__ == "__main__":
+    main()
