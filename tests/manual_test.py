@@ -78,7 +78,7 @@ class Manual(unittest.TestCase):
                 self.assertEqual(run(LAUNCHER, "bash", "-c", line, cwd=folder).returncode, 0)
         lines = re.findall(r"^with-virtual-camera .*$", markup("with-virtual-camera.1"), re.M)
         self.assertEqual(len(lines), 3)
-        for line, sentence in zip(lines, ("30 frames", "unplugged", "group video")):
+        for line, sentence in zip(lines, ("30 frames", "unplugged", "may not open")):
             with self.subTest(line), tempfile.TemporaryDirectory() as folder:
                 line = line.replace("with-virtual-camera", LAUNCHER).replace("wqz-usbcam", TOOL)
                 result = run("bash", "-c", line, cwd=folder)
