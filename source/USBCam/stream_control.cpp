@@ -199,7 +199,12 @@ void End_Capture(USBCam& session)
 int32_t USBCam::Video_DEAL_WITH(Pix_Format* arg)
 {
     Trace(mark::Capture);
-    INIT_FRAME_RES(Pool_Records);
+    try {
+        INIT_FRAME_RES(Pool_Records);
+    } catch (...) {
+        CLEAR_FRAME_BUFF();  // memory has run out, and users of the flat functions could not free the first records
+        throw;
+    }
     const int32_t iDev_FD = Get_Video_Device_FD();
     if (iDev_FD <= 0) {
         Trace(mark::Not_Open);

@@ -16,7 +16,17 @@ public:
     void Expect(bool holds, const std::string& what);
     const std::vector<std::string>& Complaints() const { return complaints; }
 
+    /// Says that a thread of the run goes on.
+    void Note_Running_Thread() { thread_runs = true; }
+    bool Thread_Runs() const { return thread_runs; }
+
+    /// Says that the interface keeps memory by its contract.
+    void Excuse_Memory() { memory_excused = true; }
+    bool Memory_Is_Excused() const { return memory_excused || thread_runs; }
+
 private:
+    bool thread_runs = false;
+    bool memory_excused = false;
     std::vector<std::string> complaints;
 };
 
