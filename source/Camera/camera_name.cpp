@@ -132,7 +132,7 @@ Opened_Camera Open_Path(const std::string& path)
 Opened_Camera Open_By_Name(const std::string& name)
 {
     const Records list = List_Cameras();
-    if (name.find('/') == 0) {
+    if (name.starts_with('/')) {
         const Camera_Record* record = Find_By_Path(list, name);
         return record == nullptr ? Open_Path(name) : Opened_Camera{*record, Open_Node(record->info.node)};
     }
