@@ -13,6 +13,7 @@ import statistics
 import sys
 
 PEERS = ("libyuv", "opencv", "swscale")  # one core each, like the library
+PYTHON_READERS = ("wqz_camera", "opencv", "pyav")
 MICROSECONDS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}
 
 
@@ -96,6 +97,8 @@ TABLES = {
         counters=True,
         unit="all cameras together",
     ),
+    "python-frame": Table("Frame in Python", PYTHON_READERS, unit="microseconds of CPU per frame"),
+    "python-bgr": Table("Frame in Python, as BGR array", PYTHON_READERS, unit="microseconds of CPU per frame"),
     "discovery": Table("Discovery", ("library", "libudev alone")),
     "catalogue": Table("List of capture modes"),
 }
@@ -165,6 +168,11 @@ GOALS = (
     Goal("camera-latency", "library", ("poll loop",), at_most=1.1, name="library : poll loop"),
     Goal("camera-latency", "library", ("select loop",), at_most=1.1, name="library : select loop"),
     Goal("camera-many", "least of a camera", at_least=29.5, rows="30 per second, library", name="least of a camera"),
+    *(
+        Goal(table, "wqz_camera", (peer,), at_most=1.0, name=f"wqz_camera : {peer}")
+        for table in ("python-frame", "python-bgr")
+        for peer in PYTHON_READERS[1:]
+    ),
     Goal("catalogue", "library", at_most=1000, name="list, us"),
 )
 
