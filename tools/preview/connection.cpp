@@ -52,6 +52,26 @@ void Address_Of(const sockaddr_storage& address, std::string& ip, int& port)
 
 }  // namespace
 
+void Connection_List::Note_Queued()
+{
+    const std::lock_guard lock(mutex);
+    ++queued;
+    Make_Room();
+}
+
+void Connection_List::Note_Taken()
+{
+    const std::lock_guard lock(mutex);
+    --queued;
+    ++taken;
+}
+
+void Connection_List::Note_Done()
+{
+    const std::lock_guard lock(mutex);
+    --taken;
+}
+
 Connection_List::Entry Connection_List::Add(int socket)
 {
     const std::lock_guard lock(mutex);
@@ -71,11 +91,16 @@ void Connection_List::Set_Waiting(Entry entry, bool waiting)
 {
     const std::lock_guard lock(mutex);
     entry->waiting = waiting;
+    if (waiting) {
+        Make_Room();
+    }
 }
 
-void Connection_List::Close_Longest_Waiting()
+void Connection_List::Make_Room()
 {
-    const std::lock_guard lock(mutex);
+    if (queued == 0 || taken + queued <= threads) {
+        return;
+    }
     const auto oldest = std::ranges::find_if(connections, &Open_Connection::waiting);
     if (oldest != connections.end()) {
         oldest->waiting = false;
@@ -109,10 +134,16 @@ Connection::~Connection()
 
 bool Connection::Fill()
 {
-    list.Set_Waiting(entry, true);
-    const short events = Poll(descriptor, POLLIN, deadline);
-    list.Set_Waiting(entry, false);
-    const ssize_t count = events == 0 ? -1 : recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (Clock::now() >= deadline) {
+        return false;
+    }
+    ssize_t count = recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (count < 0 && errno == EAGAIN) {
+        list.Set_Waiting(entry, true);
+        const short events = Poll(descriptor, POLLIN, deadline);
+        list.Set_Waiting(entry, false);
+        count = events == 0 ? -1 : recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    }
     begin = 0;
     end = count > 0 ? static_cast<size_t>(count) : 0;
     return count > 0;

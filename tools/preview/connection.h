@@ -10,23 +10,35 @@
 #include <mutex>
 #include <string>
 
-/// The open connections. When all threads are taken, the one that has waited longest for its client is closed, so a
-/// client that opens many connections and sends nothing keeps nobody out.
+/// The open connections, and those that wait for a thread. While some do, connections that have nothing to do but wait
+/// for their clients are closed, the oldest first. So a client that opens many connections and sends nothing keeps
+/// nobody out.
 class Connection_List {
 public:
     using Entry = std::list<struct Open_Connection>::iterator;
+
+    explicit Connection_List(size_t thread_count) : threads(thread_count) {}
+
+    /// A connection was accepted and waits for a thread; a thread took it; the thread is free again.
+    void Note_Queued();
+    void Note_Taken();
+    void Note_Done();
 
     Entry Add(int socket);
     void Remove(Entry entry);
     void Set_Waiting(Entry entry, bool waiting);
 
-    void Close_Longest_Waiting();
     /// Ends the waits of all connections, of later ones too.
     void Close_All();
 
 private:
+    void Make_Room();
+
+    const size_t threads;
     std::mutex mutex;
     std::list<Open_Connection> connections;  // the oldest first
+    size_t queued = 0;
+    size_t taken = 0;
     bool closed = false;
 };
 

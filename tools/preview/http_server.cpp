@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -18,7 +17,10 @@ constexpr int Backlog = 128;
 constexpr size_t Most_Body_Bytes = 16 * 1024;  // of a request; a setting takes a few hundred
 constexpr size_t Most_Requests = 1000;         // of one connection
 
-/// A fixed number of threads. When all are taken, a client that sends nothing makes room.
+// Nothing in cpp-httplib 0.11, whether the work was taken in later versions.
+using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue(nullptr));
+
+/// A fixed number of threads.
 class Thread_Queue : public httplib::TaskQueue {
 public:
     explicit Thread_Queue(Connection_List& open_connections)
@@ -26,15 +28,15 @@ public:
     {
     }
 
-    void enqueue(std::function<void()> work) override
+    Enqueued enqueue(std::function<void()> work) override
     {
-        if (taken.fetch_add(1) >= Connection_Threads) {
-            connections.Close_Longest_Waiting();
-        }
+        connections.Note_Queued();
         threads.enqueue([this, work = std::move(work)] {
+            connections.Note_Taken();
             work();
-            taken.fetch_sub(1);
+            connections.Note_Done();
         });
+        return static_cast<Enqueued>(true);
     }
 
     void shutdown() override
@@ -45,7 +47,6 @@ public:
 
 private:
     Connection_List& connections;
-    std::atomic<int> taken = 0;
     httplib::ThreadPool threads;
 };
 
@@ -111,12 +112,23 @@ void Http_Server::End()
     stop();
 }
 
+// cpp-httplib 0.11 asks the stream for the addresses; later versions want them here.
+template <typename Stream>
+bool Http_Server::Process(Stream& connection, bool is_last, bool& closed)
+{
+    if constexpr (requires { this->process_request(connection, is_last, closed, nullptr); }) {
+        return this->process_request(connection, is_last, closed, nullptr);
+    } else {
+        return this->process_request(connection, "", 0, "", 0, is_last, closed, nullptr);
+    }
+}
+
 bool Http_Server::process_and_close_socket(socket_t socket)
 {
     Connection connection(socket, connections);
     bool closed = false;
     for (size_t count = 1; !closed && connection.Wait_For_Request(); ++count) {
-        if (!process_request(connection, count == Most_Requests, closed, nullptr)) {
+        if (!Process(connection, count == Most_Requests, closed)) {
             return false;
         }
     }

@@ -8,7 +8,7 @@
 
 #include "connection.h"
 
-constexpr int Connection_Threads = 48;
+constexpr size_t Connection_Threads = 48;
 /// Streams and snapshots at a time. The other threads are left to requests that end soon.
 constexpr int Most_Viewers = 32;
 
@@ -26,8 +26,10 @@ public:
 
 private:
     bool process_and_close_socket(socket_t socket) override;
+    template <typename Stream>
+    bool Process(Stream& connection, bool is_last, bool& closed);
 
-    Connection_List connections;
+    Connection_List connections{Connection_Threads};
 };
 
 #endif  // WQZ_TOOL_PREVIEW_HTTP_SERVER_H
