@@ -141,7 +141,7 @@ void Set_Control(wqz::Camera& camera, const nlohmann::json& change)
 
 }  // namespace
 
-Json State_Json(const Roster& roster, const std::string& identity)
+Json State_Json(Roster& roster, const std::string& identity)
 {
     Json list = Json::array();
     Json chosen = nullptr;
@@ -194,7 +194,7 @@ Json Change_Mode(Feed& feed, const nlohmann::json& change)
     });
 }
 
-std::shared_ptr<Feed> Find_Feed(const Roster& roster, const std::string& identity)
+std::shared_ptr<Feed> Find_Feed(Roster& roster, const std::string& identity)
 {
     auto feed = roster.Find(identity);
     if (!feed) {

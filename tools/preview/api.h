@@ -19,7 +19,7 @@ private:
 };
 
 /// @return the cameras, and the state of the one that is asked for (null when there is none)
-nlohmann::ordered_json State_Json(const Roster& roster, const std::string& identity);
+nlohmann::ordered_json State_Json(Roster& roster, const std::string& identity);
 
 /// @return the offers of the camera
 nlohmann::ordered_json Modes_Json(Feed& feed);
@@ -35,6 +35,6 @@ nlohmann::ordered_json Change_Controls(Feed& feed, const nlohmann::json& change)
 nlohmann::ordered_json Change_Mode(Feed& feed, const nlohmann::json& change);
 
 /// @throws Api_Error  404 when there is no such camera
-std::shared_ptr<Feed> Find_Feed(const Roster& roster, const std::string& identity);
+std::shared_ptr<Feed> Find_Feed(Roster& roster, const std::string& identity);
 
 #endif  // WQZ_TOOL_PREVIEW_API_H

@@ -113,7 +113,7 @@ void Print_Addresses(const Access& access, const std::string& listen_address)
 int Run_Preview(const Preview_Options& options)
 {
     const End_Signals signals;  // before any thread begins
-    const Roster roster(options.camera);
+    Roster roster(options.camera);
     Http_Server server;
     const int port = Bind(server, options.listen_address.empty() ? Loopback_Address : options.listen_address, options);
     const Access access(options.listen_address, port);

@@ -1,15 +1,34 @@
 // Keeps the list of cameras up to date.
 #include "roster.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace {
 
 using namespace std::chrono_literals;
 
+using Clock = std::chrono::steady_clock;
+
 constexpr auto Watch_Slice = 250ms;    // how soon the end is noticed
-constexpr auto Refresh_Interval = 2s;  // also without an event: containers often get none
+constexpr auto Attention = 10s;        // after a question; the page asks every second
+constexpr auto Refresh_Interval = 2s;  // where cameras cannot be watched
+
+/// Waits a while for cameras that come or go. Polls first, because a read looks at all devices.
+bool Has_Event(wqz::Monitor& monitor)
+{
+    pollfd record{monitor.Descriptor(), POLLIN, 0};
+    bool has_event = false;
+    if (poll(&record, 1, static_cast<int>(Watch_Slice.count())) > 0) {
+        while (monitor.Read(0ms)) {
+            has_event = true;
+        }
+    }
+    return has_event;
+}
 
 }  // namespace
 
@@ -19,27 +38,70 @@ Roster::Roster(const std::string& camera_name)
         only = wqz::Camera(camera_name).Info().identity;
     }
     Refresh();
-    thread = std::thread(&Roster::Watch, this);
+    thread = std::thread(&Roster::Run, this);
 }
 
 Roster::~Roster()
 {
-    ended = true;
+    {
+        const std::lock_guard lock(mutex);
+        ended = true;
+    }
+    wake.notify_all();
     thread.join();
 }
 
-std::vector<Known_Camera> Roster::Cameras() const
+std::vector<Known_Camera> Roster::Cameras()
 {
+    Note_Question();
     const std::lock_guard lock(mutex);
     return cameras;
 }
 
-std::shared_ptr<Feed> Roster::Find(const std::string& identity) const
+std::shared_ptr<Feed> Roster::Find(const std::string& identity)
+{
+    auto feed = Find_Known(identity);
+    if (!feed) {
+        Note_Question();  // it may have been plugged in since the list was read
+        feed = Find_Known(identity);
+    }
+    return feed;
+}
+
+std::shared_ptr<Feed> Roster::Find_Known(const std::string& identity)
 {
     const std::lock_guard lock(mutex);
     const auto found = std::ranges::find_if(
         cameras, [&](const Known_Camera& camera) { return identity.empty() || identity == camera.info.identity; });
     return found == cameras.end() ? nullptr : found->feed;
+}
+
+void Roster::Note_Question()
+{
+    bool is_outdated = false;
+    {
+        const std::lock_guard lock(mutex);
+        last_question = Clock::now();
+        is_outdated = !std::exchange(watching, true);
+    }
+    if (is_outdated) {
+        wake.notify_all();
+        Refresh();
+    }
+}
+
+void Roster::Run()
+{
+    for (;;) {
+        {
+            std::unique_lock lock(mutex);
+            wake.wait(lock, [this] { return ended || watching; });
+            if (ended) {
+                return;
+            }
+        }
+        Watch();
+    }
 }
 
 void Roster::Watch()
@@ -48,21 +110,25 @@ void Roster::Watch()
     try {
         monitor.emplace();
     } catch (const wqz::Camera_Error&) {
-        monitor.reset();  // no udev here; the list is read again and again all the same
+        monitor.reset();  // the list is read again and again instead
     }
-    auto next = std::chrono::steady_clock::now() + Refresh_Interval;
-    while (!ended) {
-        bool has_event = false;
-        if (monitor) {
-            has_event = monitor->Read(Watch_Slice).has_value();
-        } else {
+    for (auto next = Clock::now(); Is_Asked();) {
+        const bool has_event = monitor && Has_Event(*monitor);
+        if (!monitor) {
             std::this_thread::sleep_for(Watch_Slice);
         }
-        if (has_event || std::chrono::steady_clock::now() >= next) {
+        if (has_event || Clock::now() >= next) {
             Refresh();
-            next = std::chrono::steady_clock::now() + Refresh_Interval;
+            next = monitor ? Clock::time_point::max() : Clock::now() + Refresh_Interval;
         }
     }
+}
+
+bool Roster::Is_Asked()
+{
+    const std::lock_guard lock(mutex);
+    watching = !ended && Clock::now() - last_question < Attention;
+    return watching;
 }
 
 void Roster::Refresh()

@@ -2,7 +2,8 @@
 #ifndef WQZ_TOOL_PREVIEW_ROSTER_H
 #define WQZ_TOOL_PREVIEW_ROSTER_H
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,7 +20,8 @@ struct Known_Camera {
     std::shared_ptr<Feed> feed;
 };
 
-/// Watches cameras come and go in a thread of its own. Its functions may be called by any thread.
+/// Watches cameras come and go in a thread of its own, while somebody asks for them. Its functions may be called by any
+/// thread.
 class Roster {
 public:
     /// @param camera_name  as the user typed it; shows this camera only. Empty for all.
@@ -29,20 +31,27 @@ public:
     Roster(const Roster&) = delete;
     Roster& operator=(const Roster&) = delete;
 
-    std::vector<Known_Camera> Cameras() const;
+    std::vector<Known_Camera> Cameras();
 
     /// @param identity  empty for the first camera
     /// @return null when no such camera is known
-    std::shared_ptr<Feed> Find(const std::string& identity) const;
+    std::shared_ptr<Feed> Find(const std::string& identity);
 
 private:
+    std::shared_ptr<Feed> Find_Known(const std::string& identity);
+    void Note_Question();
+    void Run();
     void Watch();
+    bool Is_Asked();
     void Refresh();
 
     std::string only;  // the identity of the one camera to show; empty for all
-    mutable std::mutex mutex;
+    std::mutex mutex;  // guards what follows, up to the thread
+    std::condition_variable wake;
     std::vector<Known_Camera> cameras;
-    std::atomic<bool> ended = false;
+    std::chrono::steady_clock::time_point last_question;
+    bool watching = false;
+    bool ended = false;
     std::thread thread;
 };
 

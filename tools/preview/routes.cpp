@@ -120,7 +120,7 @@ bool Send_Next(Transfer& transfer, size_t offset, httplib::DataSink& sink)
 
 }  // namespace
 
-Routes::Routes(Http_Server& server, const Access& granted, const Roster& known_cameras)
+Routes::Routes(Http_Server& server, const Access& granted, Roster& known_cameras)
     : access(granted), roster(known_cameras)
 {
     Add_Checks(server);

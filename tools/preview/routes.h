@@ -11,7 +11,7 @@
 class Routes {
 public:
     /// Adds all routes to the server. What is named here must live as long as the server runs.
-    Routes(Http_Server& server, const Access& granted, const Roster& known_cameras);
+    Routes(Http_Server& server, const Access& granted, Roster& known_cameras);
 
 private:
     void Add_Checks(Http_Server& server);
@@ -21,7 +21,7 @@ private:
     void Send_Snapshot(const httplib::Request& request, httplib::Response& response);
 
     const Access& access;
-    const Roster& roster;
+    Roster& roster;
     std::atomic<int> transfers = 0;  // streams and snapshots
 };
 
