@@ -1,4 +1,4 @@
-# Fails unless DOCUMENT quotes EXAMPLE to the letter.
+# Fails unless DOCUMENT quotes EXAMPLE to the letter, and EXAMPLE is short enough to be read at once.
 file(READ ${DOCUMENT} text)
 file(READ ${EXAMPLE} example)
 set(language cpp)
@@ -8,4 +8,9 @@ endif()
 string(FIND "${text}" "```${language}\n${example}```" position)
 if(position EQUAL -1)
   message(FATAL_ERROR "${DOCUMENT} shows another program than ${EXAMPLE}")
+endif()
+string(REGEX MATCHALL "\n" lines "${example}")
+list(LENGTH lines count)
+if(count GREATER_EQUAL 80)
+  message(FATAL_ERROR "${EXAMPLE} has ${count} lines; examples have fewer than 80")
 endif()
