@@ -159,6 +159,7 @@ void Add_Preview(CLI::App& app, Arguments& arguments)
                     "serve on this IP address of the machine, 0.0.0.0 for all, instead of this machine only; the "
                     "printed address then has a random token that every request needs")
         ->type_name("ADDRESS");
+    verb.add_flag("--json", options.json, "print the page's addresses as JSON");
     verb.footer("Prints the page's address. Other programs read the picture at /stream and /snapshot. Ctrl-C ends.");
 }
 #endif

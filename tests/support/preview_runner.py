@@ -28,9 +28,9 @@ format MJPG
 class Stream:
     """A viewer that reads pictures from /stream."""
 
-    def __init__(self, address, path="/stream"):
+    def __init__(self, address, path="/stream", headers=None):
         self.connection = http.client.HTTPConnection(*address, timeout=TIME_LIMIT)
-        self.connection.request("GET", path)
+        self.connection.request("GET", path, headers=headers or {})
         self.answer = self.connection.getresponse()
         assert self.answer.status == 200, self.answer.read()
         self.boundary = b"--" + self.answer.headers["Content-Type"].split("boundary=")[1].encode() + b"\r\n"

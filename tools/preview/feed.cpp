@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "../diagnosis.h"
 #include "../tool_error.h"
 
 namespace {
@@ -16,7 +17,7 @@ constexpr auto Linger = 3s;         // a page that is loaded again finds the cam
 constexpr auto Read_Slice = 250ms;  // how soon the capture notices an order or its end when no frame comes
 constexpr auto Recover_Slice = 500ms;
 constexpr auto Longest_Silence = 8s;  // some cameras pause for five seconds and go on
-constexpr auto Retry_Interval = 1s;
+constexpr auto Retry_Interval = 2s;
 constexpr auto Order_Limit = 15s;  // the slowest cameras take seconds to change their mode
 
 const std::vector<uint32_t> Preferred_Formats = {Motion_Jpeg, Still_Jpeg, Yuyv, WQZ_CAMERA_FOURCC('U', 'Y', 'V', 'Y')};
@@ -73,7 +74,7 @@ wqz::Camera& Feed::Camera()
 {
     const std::lock_guard lock(mutex);
     if (!camera) {
-        camera = std::make_unique<wqz::Camera>(name);
+        camera = std::make_unique<wqz::Camera>(Open_Camera(name));
     }
     return *camera;
 }
@@ -186,7 +187,7 @@ void Feed::Start(const Mode_Wish& wanted)
     wqz::Camera& opened = Camera();
     const wqz::Request request = Choose_Mode(opened.Modes(), wanted, Preferred_Formats);
     running = false;
-    const wqz::Mode accepted = opened.Start(request);
+    const wqz::Mode accepted = Start_Camera(opened, request);
     running = true;
     wish = wanted;
     last_frame = Clock::now();

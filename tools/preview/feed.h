@@ -22,7 +22,7 @@ enum class Feed_State {
     Starting,
     Live,
     Unplugged,
-    Failed  ///< the camera does not deliver; tried again every second
+    Failed  ///< the camera does not deliver; tried again every two seconds
 };
 
 /// What the page shows of a feed.

@@ -20,6 +20,12 @@ constexpr size_t Most_Requests = 1000;         // of one connection
 // Nothing in cpp-httplib 0.11, whether the work was taken in later versions.
 using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue(nullptr));
 
+// Players ask for the range from 0 on. Many ranges in one request would multiply the answer.
+void Ignore_Ranges(httplib::Request& request)
+{
+    request.ranges.clear();
+}
+
 /// A fixed number of threads.
 class Thread_Queue : public httplib::TaskQueue {
 public:
@@ -116,10 +122,10 @@ void Http_Server::End()
 template <typename Stream>
 bool Http_Server::Process(Stream& connection, bool is_last, bool& closed)
 {
-    if constexpr (requires { this->process_request(connection, is_last, closed, nullptr); }) {
-        return this->process_request(connection, is_last, closed, nullptr);
+    if constexpr (requires { this->process_request(connection, is_last, closed, Ignore_Ranges); }) {
+        return this->process_request(connection, is_last, closed, Ignore_Ranges);
     } else {
-        return this->process_request(connection, "", 0, "", 0, is_last, closed, nullptr);
+        return this->process_request(connection, "", 0, "", 0, is_last, closed, Ignore_Ranges);
     }
 }
 

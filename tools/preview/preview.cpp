@@ -13,6 +13,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
 
@@ -90,19 +91,34 @@ std::vector<std::string> Network_Addresses()
     return addresses;
 }
 
-void Print_Addresses(const Access& access, const std::string& listen_address)
+/// @return the page's addresses, the one for other machines first
+nlohmann::ordered_json Page_Addresses(const Access& access, const std::string& listen_address)
 {
     std::vector<std::string> hosts{listen_address.empty() ? Loopback_Address : listen_address};
     if (listen_address == "0.0.0.0" || listen_address == "::") {
         hosts = Network_Addresses();
         hosts.emplace_back(Loopback_Address);
     }
+    auto addresses = nlohmann::ordered_json::array();
     for (const std::string& host : hosts) {
-        std::cout << access.Address(host) << '\n';
+        addresses.push_back(access.Address(host));
+    }
+    return addresses;
+}
+
+void Print_Addresses(const Access& access, const Preview_Options& options)
+{
+    const auto addresses = Page_Addresses(access, options.listen_address);
+    if (options.json) {
+        std::cout << Json_Text({{"addresses", addresses}}, -1) << '\n';
+    } else {
+        for (const auto& address : addresses) {
+            std::cout << address.get<std::string>() << '\n';
+        }
     }
     Flush_Output();
     Say("open this address in a browser; Ctrl-C ends");
-    if (!listen_address.empty()) {
+    if (!options.listen_address.empty()) {
         Say("whoever has the address with its token can see the camera and change its settings, and the network can "
             "read both along, because nothing is encrypted");
     }
@@ -123,7 +139,7 @@ int Run_Preview(const Preview_Options& options)
         is_served = server.listen_after_bind();
         (void)kill(getpid(), SIGTERM);  // the end of the server is the end of the preview
     });
-    Print_Addresses(access, options.listen_address);
+    Print_Addresses(access, options);
     signals.Wait();
     server.End();
     listening.join();

@@ -6,8 +6,9 @@
 #include <string>
 
 struct Preview_Options {
-    std::string camera;          ///< as the user typed it; empty for all cameras
-    std::optional<int> port;     ///< 0 for any
+    std::string camera;       ///< as the user typed it; empty for all cameras
+    std::optional<int> port;  ///< 0 for any
+    bool json = false;
     std::string listen_address;  ///< empty for loopback
 };
 

@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "../diagnosis.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -35,7 +37,7 @@ bool Has_Event(wqz::Monitor& monitor)
 Roster::Roster(const std::string& camera_name)
 {
     if (!camera_name.empty()) {
-        only = wqz::Camera(camera_name).Info().identity;
+        only = Open_Camera(camera_name).Info().identity;
     }
     Refresh();
     thread = std::thread(&Roster::Run, this);

@@ -140,10 +140,6 @@ void Routes::Add_Checks(Http_Server& server)
             Set_Error(response, Forbidden, refusal);
             return httplib::Server::HandlerResponse::Handled;
         }
-        if (!request.ranges.empty()) {  // many ranges in one request would multiply the answer
-            Set_Error(response, Bad_Request, "Ranges are not served.");
-            return httplib::Server::HandlerResponse::Handled;
-        }
         const std::string cookie = access.Cookie_To_Set(request);
         if (!cookie.empty()) {
             response.set_header("Set-Cookie", cookie);

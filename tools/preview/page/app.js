@@ -109,7 +109,9 @@ function showNumbers(state) {
   find("rate").textContent = isLive ? state.rate.toFixed(1) : "–";
   find("lost").textContent = String(state.lost);
   find("latency").textContent = isLive ? `${state.latency_ms.toFixed(1)} ms` : "–";
-  plot.add(isLive ? state.rate : 0, current?.identity === state.identity ? state.lost - current.lost : 0);
+  if (isLive || plot.samples.length > 0) {
+    plot.add(isLive ? state.rate : 0, current?.identity === state.identity ? state.lost - current.lost : 0);
+  }
 }
 
 function showState(state) {
