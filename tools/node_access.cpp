@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 
 #include "text.h"
@@ -17,16 +18,30 @@ namespace fs = std::filesystem;
 
 constexpr mode_t Permission_Bits = 07777;
 
+/// Runs a look-up of the user or group list with a buffer that is large enough for the entry.
+template <typename Entry, typename Id>
+bool Look_Up(int (*look_up)(Id, Entry*, char*, size_t, Entry**), Id id, Entry& entry, std::vector<char>& buffer)
+{
+    Entry* found = nullptr;
+    buffer.resize(4096);
+    while (look_up(id, &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    return found != nullptr;
+}
+
 std::string User_Name(uid_t id)
 {
-    const passwd* entry = getpwuid(id);
-    return entry == nullptr ? std::to_string(id) : entry->pw_name;
+    passwd entry{};
+    std::vector<char> buffer;
+    return Look_Up(getpwuid_r, id, entry, buffer) ? entry.pw_name : std::to_string(id);
 }
 
 std::string Group_Name(gid_t id)
 {
-    const group* entry = getgrgid(id);
-    return entry == nullptr ? std::to_string(id) : entry->gr_name;
+    group entry{};
+    std::vector<char> buffer;
+    return Look_Up(getgrgid_r, id, entry, buffer) ? entry.gr_name : std::to_string(id);
 }
 
 bool Has_Group(gid_t id)
@@ -39,9 +54,10 @@ bool Has_Group(gid_t id)
 /// @return whether the system's list of groups has the user in the group, whatever this process was given at its start
 bool Is_Listed(const std::string& user, gid_t id)
 {
-    const group* entry = getgrgid(id);
-    for (char** member = entry == nullptr ? nullptr : entry->gr_mem; member != nullptr && *member != nullptr;
-         ++member) {
+    group entry{};
+    std::vector<char> buffer;
+    char* none = nullptr;
+    for (char** member = Look_Up(getgrgid_r, id, entry, buffer) ? entry.gr_mem : &none; *member != nullptr; ++member) {
         if (user == *member) {
             return true;
         }
