@@ -268,4 +268,14 @@ TEST_F(Controls, WideAndTextValuesKeepTheirForm)
     EXPECT_NE(Explanation(camera).find("`text`"), std::string::npos);
 }
 
+TEST_F(Controls, AListThatDoesNotEndIsCut)
+{
+    Alter(
+        Node, VIDIOC_QUERY_EXT_CTRL,
+        [id = 0U](void* argument) mutable { static_cast<v4l2_query_ext_ctrl*>(argument)->id = ++id; }, Always);
+    const int32_t count = WQZ_Camera_Controls(camera, nullptr, 0);
+    EXPECT_GT(count, 100);
+    EXPECT_LT(count, 10000);
+}
+
 }  // namespace

@@ -14,6 +14,7 @@ namespace wqz_camera {
 
 namespace {
 
+constexpr uint32_t Most_Controls = 4096;    // a driver whose list does not end must not hang the caller
 constexpr uint32_t Most_Menu_Items = 4096;  // a driver's wrong maximum must not hang the caller
 
 WQZ_Camera_Control Describe(const v4l2_query_ext_ctrl& query)
@@ -254,9 +255,10 @@ std::vector<WQZ_Camera_Control> List_Controls(const Device_File& device)
     query.id = Next;
     int result = 0;
     uint32_t previous = 0;
-    while ((result = device.Request(VIDIOC_QUERY_EXT_CTRL, &query)) == 0) {
-        if (query.id <= previous) {
-            return controls;  // a driver whose enumeration does not end must not hang the caller
+    for (uint32_t asked = 0; asked < Most_Controls; ++asked) {
+        result = device.Request(VIDIOC_QUERY_EXT_CTRL, &query);
+        if (result != 0 || query.id <= previous) {
+            break;  // the end, or a driver that begins again
         }
         previous = query.id;
         if (query.type != V4L2_CTRL_TYPE_CTRL_CLASS) {
@@ -265,7 +267,7 @@ std::vector<WQZ_Camera_Control> List_Controls(const Device_File& device)
         query = v4l2_query_ext_ctrl{};
         query.id = previous | Next;
     }
-    if (result != -EINVAL && result != -ENOTTY) {
+    if (result != 0 && result != -EINVAL && result != -ENOTTY) {
         throw Failure(-result, "The controls of " + device.Node() + " cannot be listed: " + strerror(-result) + ".");
     }
     return controls;
