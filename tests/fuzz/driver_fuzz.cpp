@@ -12,6 +12,8 @@
 namespace {
 
 constexpr uint32_t Most_Records = 50;
+constexpr uint32_t Width = 32;  // small frames, because most of the time goes into painting them
+constexpr uint32_t Height = 16;
 
 template <typename Record>
 std::vector<Record> Records()
@@ -33,6 +35,11 @@ void Plug_In_A_Camera()
     virtual_camera::Camera_Description camera = virtual_camera::Usb_Camera();
     camera.capture_node = "/dev/video0";
     camera.max_rate = true;
+    virtual_camera::Frame_Size size;
+    size.width = size.max_width = Width;
+    size.height = size.max_height = Height;
+    size.intervals = {{1, 30}};
+    camera.formats = {{V4L2_PIX_FMT_MJPEG, {size}}, {V4L2_PIX_FMT_YUYV, {size}}};
     virtual_camera::Add_Camera(camera);
 }
 
@@ -96,8 +103,8 @@ void Use_Camera(Fuzz_Input& input)
     WQZ_Camera_Request request{};
     request.size = sizeof request;
     request.fourcc = input.Below(2) == 0 ? V4L2_PIX_FMT_YUYV : V4L2_PIX_FMT_MJPEG;
-    request.width = 320;
-    request.height = 240;
+    request.width = Width;
+    request.height = Height;
     request.flags = input.Below(2);
     request.buffers = input.Below(6);
     if (WQZ_Camera_Start(camera, &request, nullptr) == 0) {
@@ -116,7 +123,7 @@ void Capture(void* session, Fuzz_Input& input)
     int32_t value = 0;
     (void)WQZ_USBCam_PU_Get(session, V4L2_CID_BRIGHTNESS, &value);
     WQZ_USBCam_EVENT_LoopMode(session, 6);
-    (void)WQZ_USBCam_Video_DEAL_WITH(session, Pix_Format{input.Below(2), 320, 240, 30});
+    (void)WQZ_USBCam_Video_DEAL_WITH(session, Pix_Format{input.Below(2), Width, Height, 30});
 }
 
 void Use_Session(Fuzz_Input& input)
