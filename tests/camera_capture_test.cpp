@@ -24,7 +24,7 @@ protected:
         const auto last = std::find_if(log.rbegin(), log.rend(),
                                        [](const Log_Entry& entry) { return entry.request == VIDIOC_REQBUFS; });
         ASSERT_NE(last, log.rend());
-        EXPECT_EQ(last->count, 0U);
+        EXPECT_EQ(last->As<v4l2_requestbuffers>().count, 0U);
         WQZ_Camera* other = nullptr;
         ASSERT_EQ(WQZ_Camera_Open(&other, Node), 0);
         const auto request = Request_For(V4L2_PIX_FMT_YUYV, 640, 480);

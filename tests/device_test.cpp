@@ -107,15 +107,15 @@ TEST_F(Device, SetUpIssuesItsRequestsInOrder)
               "open VIDIOC_S_FMT VIDIOC_G_PARM VIDIOC_S_PARM VIDIOC_REQBUFS VIDIOC_QUERYBUF mmap VIDIOC_QUERYBUF mmap "
               "VIDIOC_QBUF VIDIOC_QBUF VIDIOC_STREAMON munmap munmap VIDIOC_STREAMOFF close");
     const std::vector<Log_Entry> log = Log();
-    EXPECT_EQ(log[1].pixel_format, V4L2_PIX_FMT_MJPEG);
-    EXPECT_EQ(log[1].width, 640U);
-    EXPECT_EQ(log[3].interval.numerator, 1U);
-    EXPECT_EQ(log[3].interval.denominator, 15U);
-    EXPECT_EQ(log[4].count, 2U);
-    EXPECT_EQ(log[4].memory, static_cast<uint32_t>(V4L2_MEMORY_MMAP));
-    EXPECT_EQ(log[7].index, 1U);
-    EXPECT_EQ(log[8].offset, log[7].offset);
-    EXPECT_EQ(log[8].length, log[7].length);
+    EXPECT_EQ(log[1].As<v4l2_format>().fmt.pix.pixelformat, V4L2_PIX_FMT_MJPEG);
+    EXPECT_EQ(log[1].As<v4l2_format>().fmt.pix.width, 640U);
+    EXPECT_EQ(log[3].As<v4l2_streamparm>().parm.capture.timeperframe.numerator, 1U);
+    EXPECT_EQ(log[3].As<v4l2_streamparm>().parm.capture.timeperframe.denominator, 15U);
+    EXPECT_EQ(log[4].As<v4l2_requestbuffers>().count, 2U);
+    EXPECT_EQ(log[4].As<v4l2_requestbuffers>().memory, static_cast<uint32_t>(V4L2_MEMORY_MMAP));
+    EXPECT_EQ(log[7].As<v4l2_buffer>().index, 1U);
+    EXPECT_EQ(log[8].offset, log[7].As<v4l2_buffer>().m.offset);
+    EXPECT_EQ(log[8].length, log[7].As<v4l2_buffer>().length);
 }
 
 TEST_F(Device, SetFrameBuffWithCountZeroMakesOneBuffer)
@@ -172,7 +172,7 @@ TEST_F(Device, CurrentPixFormatIsTheRequestNotTheDriversAnswer)
     EXPECT_EQ(format.u_PixFormat, v4l2_fourcc('N', 'O', 'N', 'E'));
     EXPECT_EQ(format.u_Width, 641U);
     EXPECT_EQ(format.u_Height, 479U);
-    EXPECT_NE(Log().back().width, 641U) << "the driver adjusts the size";
+    EXPECT_NE(Log().back().As<v4l2_format>().fmt.pix.width, 641U) << "the driver adjusts the size";
 }
 
 TEST_F(Device, SetFormatKeepsTheRequestedFormatWhenTheDriverRefuses)
@@ -188,7 +188,7 @@ TEST_F(Device, SetFrameRateSetsTheIntervalWhenItCannotBeRead)
     device.Video_Open();
     Fail_With(VIDIOC_G_PARM, {EINVAL});
     EXPECT_EQ(device.Video_Stream_Set_Frame_Rate(1, 15), 0);
-    EXPECT_EQ(Log().back().interval.denominator, 15U);
+    EXPECT_EQ(Log().back().As<v4l2_streamparm>().parm.capture.timeperframe.denominator, 15U);
 }
 
 TEST_F(Device, ASecondSetFrameBuffAppendsBuffers)

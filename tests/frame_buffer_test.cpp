@@ -76,7 +76,7 @@ TEST_F(Reading, CopiesTheFrameAndGivesTheBufferBack)
     EXPECT_EQ(frame.buff_Length, Payload + 256);
     EXPECT_EQ(frame.buff_Offset, 0U);
     EXPECT_EQ(frame.index, 77U) << "the reader does not set it";
-    EXPECT_EQ(Log().back().index, frame.buffer.index);
+    EXPECT_EQ(Log().back().As<v4l2_buffer>().index, frame.buffer.index);
     const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
     EXPECT_TRUE(std::equal(sent.begin(), sent.end(), Bytes()));
 }

@@ -40,11 +40,12 @@ TEST_F(Stream, ACaptureRequestsItsModeAndFourBuffers)
         Clear_Log();
         EXPECT_EQ(Capture_Counted({selector, 320, 240, 30}, 1), 0);
         const std::vector<Log_Entry> log = Log();
-        EXPECT_EQ(log[0].pixel_format, selector == 0 ? V4L2_PIX_FMT_MJPEG : V4L2_PIX_FMT_YUYV);
-        EXPECT_EQ(log[0].width, 320U);
-        EXPECT_EQ(log[2].interval.numerator, 1U);
-        EXPECT_EQ(log[2].interval.denominator, 30U);
-        EXPECT_EQ(log[3].count, 4U);
+        EXPECT_EQ(log[0].As<v4l2_format>().fmt.pix.pixelformat, selector == 0 ? V4L2_PIX_FMT_MJPEG : V4L2_PIX_FMT_YUYV);
+        EXPECT_EQ(log[0].As<v4l2_format>().fmt.pix.width, 320U);
+        const v4l2_fract interval = log[2].As<v4l2_streamparm>().parm.capture.timeperframe;
+        EXPECT_EQ(interval.numerator, 1U);
+        EXPECT_EQ(interval.denominator, 30U);
+        EXPECT_EQ(log[3].As<v4l2_requestbuffers>().count, 4U);
         EXPECT_EQ(log.at(17).name, "select");
         EXPECT_EQ(log.at(17).timeout_us, 1'002'000);
         EXPECT_TRUE(session.cFrame_Buffer.empty() && session.cFrame_RES.empty());

@@ -2,8 +2,10 @@
 #ifndef WQZ_TESTS_SUPPORT_OPEN_CAMERA_H
 #define WQZ_TESTS_SUPPORT_OPEN_CAMERA_H
 
+#include <algorithm>
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "Camera/wqz_camera.h"
 #include "support/camera_fixture.h"
@@ -35,6 +37,13 @@ inline WQZ_Camera_Request Request_For(uint32_t fourcc, uint32_t width, uint32_t 
     request.interval = interval;
     request.flags = flags;
     return request;
+}
+
+/// Whether the memory still holds what the camera sent under this number.
+inline bool Holds_Its_Bytes(const WQZ_Camera_Frame& frame)
+{
+    const std::vector<uint8_t> bytes = virtual_camera::Frame_Bytes("/dev/video0", frame.sequence);
+    return std::equal(bytes.begin(), bytes.end(), frame.data, frame.data + frame.length);
 }
 
 /// Measures how long a call takes.

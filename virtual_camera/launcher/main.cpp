@@ -19,7 +19,6 @@
 namespace {
 
 constexpr int Wrong_Usage = 2;
-constexpr int Cannot_Run = 126;
 
 constexpr char Usage[] = R"(usage: with-virtual-camera [OPTION...] COMMAND [ARGUMENT...]
 

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char Umockdev_Object[] = "libumockdev-preload.so.0";
-constexpr int Cannot_Run = 126;
 constexpr int Not_Found = 127;
 constexpr int Signal_Status = 128;
 

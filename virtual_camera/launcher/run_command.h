@@ -4,6 +4,8 @@
 
 #include <string>
 
+constexpr int Cannot_Run = 126;  // as shells have it
+
 /// @param devices  what the command sees in /sys and /dev, as Umockdev_Description() writes it
 /// @param object  preloaded into the command and all that it starts
 /// @return the command's exit status; 128 and the signal's number when a signal ended it

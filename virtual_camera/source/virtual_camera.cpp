@@ -83,9 +83,4 @@ std::vector<uint8_t> Frame_Bytes(const std::string& node, uint32_t sequence)
     return Needed(node)->Frame_Bytes(sequence);
 }
 
-std::optional<uint32_t> Sequence_In_Frame(uint32_t fourcc, const void* bytes, size_t length)
-{
-    return Read_Sequence(fourcc, static_cast<const uint8_t*>(bytes), length);
-}
-
 }  // namespace virtual_camera

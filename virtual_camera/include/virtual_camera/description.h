@@ -65,6 +65,9 @@ struct Refusal {
     int times = -1;  ///< -1: always
 };
 
+std::vector<Pixel_Format> Default_Formats();
+std::vector<Control> Default_Controls();
+
 struct Camera_Description {
     std::string card = "Virtual Camera";
     std::string driver = "uvcvideo";
@@ -73,8 +76,8 @@ struct Camera_Description {
     std::string capture_node;   ///< "/dev/videoN"; empty: the next free number
     std::string metadata_node;  ///< likewise, if `has_metadata`
     bool has_metadata = true;
-    std::vector<Pixel_Format> formats;
-    std::vector<Control> controls;
+    std::vector<Pixel_Format> formats = Default_Formats();
+    std::vector<Control> controls = Default_Controls();
     bool max_rate = false;  ///< a queued buffer is filled at once
     /// Motion-JPEG frames are filled with zeros up to a multiple of this many bytes; UINT32_MAX: the whole buffer.
     uint32_t jpeg_padding = 1;
@@ -109,9 +112,6 @@ Camera_Description Usb_Camera(uint32_t index = 0);
 
 /// A capture node without a USB device, as on a system-on-chip. `node` is its path.
 Camera_Description Platform_Camera(const std::string& node);
-
-std::vector<Pixel_Format> Default_Formats();
-std::vector<Control> Default_Controls();
 
 /// Reads the text form (docs/virtual-camera.md lists its keywords).
 /// @throw Description_Error

@@ -6,8 +6,10 @@
 #define WQZ_VIRTUAL_CAMERA_H
 
 #include <virtual_camera/description.h>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <functional>
 
 namespace virtual_camera {
@@ -68,10 +70,6 @@ void Set_Descriptor_Minimum(const std::string& node, int minimum);
 /// The bytes that the camera delivers as frame `sequence` in its present mode.
 std::vector<uint8_t> Frame_Bytes(const std::string& node, uint32_t sequence);
 
-/// Reads the frame number back.
-/// @return the sequence number, or nothing when the bytes carry none
-std::optional<uint32_t> Sequence_In_Frame(uint32_t fourcc, const void* bytes, size_t length);
-
 /// One call as the program made it and as it was answered.
 struct Log_Entry {
     uint32_t request = 0;  ///< VIDIOC_ or Call_ code
@@ -79,24 +77,21 @@ struct Log_Entry {
     std::string node;
     int fd = -1;
     int result = 0;
-    int error = 0;  ///< errno of a failed call, else 0
-    // Fields of the argument after the call; those that the request lacks are 0.
-    uint32_t type = 0;          ///< buffer type
-    uint32_t index = 0;         ///< of a buffer or an enumeration
-    uint32_t count = 0;         ///< REQBUFS
-    uint32_t memory = 0;        ///< REQBUFS and buffers
-    uint32_t id = 0;            ///< of a control
-    int32_t value = 0;          ///< of a control, flags of open, nfds of select
-    uint32_t pixel_format = 0;  ///< formats and enumerations
-    uint32_t width = 0;
-    uint32_t height = 0;
-    v4l2_fract interval = {0, 0};
-    uint32_t bytes_used = 0;
-    uint32_t sequence = 0;
-    uint64_t offset = 0;  ///< of a buffer or mmap
-    uint64_t length = 0;  ///< of a buffer or a mapping
-    const void* address = nullptr;
-    int64_t timeout_us = -1;  ///< of select; -1: none
+    int error = 0;                        ///< errno of a failed call, else 0
+    std::array<uint8_t, 256> argument{};  ///< of a request that the driver knows, after the call
+    int32_t value = 0;                    ///< flags of open, nfds of select
+    uint64_t offset = 0;                  ///< of mmap
+    uint64_t length = 0;                  ///< of mmap and munmap
+    int64_t timeout_us = -1;              ///< of select; -1: none
+
+    /// The argument as its record. Example: entry.As<v4l2_buffer>().index
+    template <typename Record>
+    Record As() const
+    {
+        Record record{};
+        std::memcpy(&record, argument.data(), sizeof record);
+        return record;
+    }
 };
 
 /// Starts recording calls on all cameras, with an empty log.

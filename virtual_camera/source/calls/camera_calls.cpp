@@ -22,23 +22,19 @@ bool Holds(const fd_set* set, int fd)
     return set && (words[fd / NFDBITS] & (fd_mask{1} << (fd % NFDBITS))) != 0;
 }
 
-void Clear_Set(fd_set* set, int count)
+void Remove(fd_set* set, int fd)
 {
-    auto* words = reinterpret_cast<fd_mask*>(set);
-    for (int i = 0; set && i * NFDBITS < count; i++) {
-        words[i] = 0;
-    }
+    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] &= ~(fd_mask{1} << (fd % NFDBITS));
 }
 
-void Insert(fd_set* set, int fd)
+Time End_Of(Time timeout)
 {
-    reinterpret_cast<fd_mask*>(set)[fd / NFDBITS] |= fd_mask{1} << (fd % NFDBITS);
+    return timeout == Never ? Never : Now() + timeout;
 }
 
-timespec Remaining(Time end)
+Time Remaining(Time end)
 {
-    const Time left = std::max<Time>(end - Now(), 0);
-    return {left / Second, left % Second};
+    return end == Never ? Never : std::max<Time>(end - Now(), 0);
 }
 
 Files Files_Of(const std::vector<pollfd>& entries)
@@ -56,7 +52,7 @@ bool Concerns_Camera(const Files& files)
 }
 
 // The kernel waits for two descriptors of a camera: one is ready for frames and errors, the other for events.
-Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* timeout, const sigset_t* mask)
+Answer Wait(std::vector<pollfd>& entries, const Files& files, Time end, const sigset_t* mask)
 {
     std::vector<pollfd> waits = entries;
     for (size_t i = 0; i < entries.size(); i++) {
@@ -67,10 +63,8 @@ Answer Wait(std::vector<pollfd>& entries, const Files& files, const timespec* ti
             waits.push_back({files[i]->camera->Event_Descriptor(*files[i]), POLLIN, 0});
         }
     }
-    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_nsec : Never;
     for (;;) {
-        const timespec left = Remaining(end);
-        const int woken = real::Ppoll(waits.data(), waits.size(), timeout ? &left : nullptr, mask);
+        const int woken = real::Wait(waits.data(), waits.size(), Remaining(end), mask);
         if (woken < 0) {
             return {-1, errno};
         }
@@ -100,25 +94,17 @@ std::vector<pollfd> Entries_Of(int count, const fd_set* read, const fd_set* writ
 }
 
 /// Keeps only the ready descriptors in a set. @return their number
-int Keep_Ready(fd_set* set, int count, const std::vector<pollfd>& entries, int asked, int granted)
+int Keep_Ready(fd_set* set, const std::vector<pollfd>& entries, int asked, int granted)
 {
     int kept = 0;
-    Clear_Set(set, count);
     for (const pollfd& entry : entries) {
         if ((entry.events & asked) != 0 && (entry.revents & granted) != 0) {
-            Insert(set, entry.fd);
             kept++;
+        } else if ((entry.events & asked) != 0) {
+            Remove(set, entry.fd);
         }
     }
     return kept;
-}
-
-void Log_Select(const Open_File& file, int fd, int count, int64_t timeout_us, const Answer& answer)
-{
-    Log_Entry entry = Call_Entry(Call_Select, file.node, fd, answer.result, answer.error);
-    entry.value = count;
-    entry.timeout_us = timeout_us;
-    Append_To_Log(std::move(entry));
 }
 
 }  // namespace
@@ -150,7 +136,7 @@ bool Ioctl(int fd, uint32_t request, void* argument, int* result)
     return true;
 }
 
-bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset, void** result)
+bool Mmap(void* address, size_t length, int protection, int flags, int fd, int64_t offset, void** result)
 {
     Errno_Keeper keeper;
     const auto file = Registry::Instance().File_Of(fd);
@@ -182,53 +168,50 @@ void Duplicate(int original, int copy)
     Registry::Instance().Duplicate(original, copy);
 }
 
-int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout)
+bool Select(int count, fd_set* read, fd_set* write, fd_set* except, Time& timeout, int* result)
 {
     Errno_Keeper keeper;
     std::vector<pollfd> entries = Entries_Of(count, read, write, except);
     const Files files = Files_Of(entries);
     if (!Concerns_Camera(files)) {
-        const int result = real::Select(count, read, write, except, timeout);
-        keeper.Set(result < 0 ? errno : 0);
-        return result;
+        return false;
     }
     size_t first = 0;  // the first camera that is to be read
     while (first < files.size() && (!files[first] || (entries[first].events & POLLIN) == 0)) {
         first++;
     }
     const bool reads = first < files.size();
-    const Time end = timeout ? Now() + timeout->tv_sec * Second + timeout->tv_usec * 1000 : Never;
-    const int64_t timeout_us = timeout ? timeout->tv_sec * 1'000'000 + timeout->tv_usec : -1;
+    const Time given = timeout, end = End_Of(timeout);
     const auto script = reads ? files[first]->camera->Scripted().selects.Take(Call_Select) : std::nullopt;
     Answer answer;
     if (script) {
         answer = *script;
         entries[first].revents = static_cast<short>(script->result > 0 ? POLLIN : 0);
     } else {
-        const timespec left = Remaining(end);
-        answer = Wait(entries, files, timeout ? &left : nullptr, nullptr);
+        answer = Wait(entries, files, end, nullptr);
+        timeout = Remaining(end);
     }
     if (std::any_of(entries.begin(), entries.end(), [](const pollfd& e) { return (e.revents & POLLNVAL) != 0; })) {
         answer = {-1, EBADF};
     }
     if (answer.result >= 0) {
-        const int ready = Keep_Ready(read, count, entries, POLLIN, POLLIN | POLLHUP | POLLERR) +
-                          Keep_Ready(write, count, entries, POLLOUT, POLLOUT | POLLERR) +
-                          Keep_Ready(except, count, entries, POLLPRI, POLLPRI);
+        const int ready = Keep_Ready(read, entries, POLLIN, POLLIN | POLLHUP | POLLERR) +
+                          Keep_Ready(write, entries, POLLOUT, POLLOUT | POLLERR) +
+                          Keep_Ready(except, entries, POLLPRI, POLLPRI);
         answer.result = script ? answer.result : ready;
     }
-    if (timeout && !script) {
-        const timespec rest = Remaining(end);
-        *timeout = {rest.tv_sec, rest.tv_nsec / 1000};
-    }
     if (reads && Is_Logging()) {
-        Log_Select(*files[first], entries[first].fd, count, timeout_us, answer);
+        Log_Entry entry = Call_Entry(Call_Select, files[first]->node, entries[first].fd, answer.result, answer.error);
+        entry.value = count;
+        entry.timeout_us = given == Never ? -1 : given / 1000;
+        Append_To_Log(std::move(entry));
     }
     keeper.Set(answer.error);
-    return answer.result;
+    *result = answer.result;
+    return true;
 }
 
-bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result)
+bool Poll(pollfd* entries, nfds_t count, Time timeout, const sigset_t* mask, int* result)
 {
     Errno_Keeper keeper;
     std::vector<pollfd> asked(entries, entries + count);
@@ -236,7 +219,7 @@ bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t
     if (!Concerns_Camera(files)) {
         return false;
     }
-    const Answer answer = Wait(asked, files, timeout, mask);
+    const Answer answer = Wait(asked, files, End_Of(timeout), mask);
     std::copy(asked.begin(), asked.end(), entries);
     keeper.Set(answer.error);
     *result = answer.result;

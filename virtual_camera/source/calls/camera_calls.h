@@ -5,10 +5,10 @@
 
 #include <poll.h>
 #include <sys/select.h>
-#include <sys/types.h>
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
+
+#include "system/monotonic_time.h"
 
 namespace virtual_camera::calls {
 
@@ -31,19 +31,17 @@ inline bool Is_Idle()
 }
 
 // Each returns false and keeps errno when the call concerns no camera. Otherwise it sets errno as the call does.
+// Time-outs are durations, or Never. Select replaces its one by the time that is left.
 bool Open(const char* path, int flags, int* result);
 bool Ioctl(int fd, uint32_t request, void* argument, int* result);
-bool Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset, void** result);
+bool Mmap(void* address, size_t length, int protection, int flags, int fd, int64_t offset, void** result);
+bool Poll(pollfd* entries, nfds_t count, Time timeout, const sigset_t* mask, int* result);
+bool Select(int count, fd_set* read, fd_set* write, fd_set* except, Time& timeout, int* result);
 
 // These keep errno.
 void Munmap(void* address, size_t length);
 void Close(int fd);
 void Duplicate(int original, int copy);
-
-bool Poll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask, int* result);
-
-/// The complete call, whether it concerns a camera or not.
-int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
 
 }  // namespace virtual_camera::calls
 

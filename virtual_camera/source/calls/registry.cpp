@@ -237,7 +237,7 @@ void Registry::Duplicate(int original, int copy)
 }
 
 void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* address, size_t length, int protection,
-                    int flags, off_t offset)
+                    int flags, int64_t offset)
 {
     Mapping mapping;
     void* mapped = MAP_FAILED;
@@ -249,10 +249,8 @@ void* Registry::Map(const std::shared_ptr<Open_File>& file, int fd, void* addres
     const int error = mapped == MAP_FAILED ? errno : 0;
     if (Is_Logging()) {
         Log_Entry entry = Call_Entry(Call_Mmap, file->node, fd, error ? -1 : 0, error);
-        entry.address = mapped;
         entry.length = length;
         entry.offset = static_cast<uint64_t>(offset);
-        entry.index = mapping.index;
         Append_To_Log(std::move(entry));
     }
     if (!error) {
@@ -296,9 +294,7 @@ void Registry::Unmap(void* address, size_t length)
     while (Take_Mapping(from, Page_End(from + length), taken)) {
         if (Is_Logging()) {
             Log_Entry entry = Call_Entry(Call_Munmap, taken.file->node, -1, 0, 0);
-            entry.address = address;
             entry.length = length;
-            entry.index = taken.index;
             Append_To_Log(std::move(entry));
         }
         taken.memory.reset();

@@ -35,7 +35,7 @@ public:
 
     /// @return MAP_FAILED with errno set on failure
     void* Map(const std::shared_ptr<Open_File>& file, int fd, void* address, size_t length, int protection, int flags,
-              off_t offset);
+              int64_t offset);
 
     /// Called after memory was unmapped.
     void Unmap(void* address, size_t length);

@@ -35,6 +35,8 @@ std::vector<Pixel_Format> Default_Formats()
 std::vector<Control> Default_Controls()
 {
     constexpr uint32_t Integer = V4L2_CTRL_TYPE_INTEGER, Boolean = V4L2_CTRL_TYPE_BOOLEAN, Menu = V4L2_CTRL_TYPE_MENU;
+    constexpr uint32_t Temperature = V4L2_CID_WHITE_BALANCE_TEMPERATURE, Auto_Balance = V4L2_CID_AUTO_WHITE_BALANCE;
+    constexpr uint32_t Auto_Exposure = V4L2_CID_EXPOSURE_AUTO;  // V4L2_EXPOSURE_MANUAL is 1
     const std::vector<std::string> frequencies{"Disabled", "50 Hz", "60 Hz"};
     const std::vector<std::string> exposures{"", "Manual Mode", "", "Aperture Priority Mode"};
     return {
@@ -42,33 +44,13 @@ std::vector<Control> Default_Controls()
         {V4L2_CID_CONTRAST, "Contrast", Integer, 0, 255, 1, 128, false, {}, 0, 0},
         {V4L2_CID_SATURATION, "Saturation", Integer, 0, 255, 1, 128, false, {}, 0, 0},
         {V4L2_CID_HUE, "Hue", Integer, -180, 180, 1, 0, true, {}, 0, 0},
-        {V4L2_CID_AUTO_WHITE_BALANCE, "White Balance, Automatic", Boolean, 0, 1, 1, 1, false, {}, 0, 0},
+        {Auto_Balance, "White Balance, Automatic", Boolean, 0, 1, 1, 1, false, {}, 0, 0},
         {V4L2_CID_GAIN, "Gain", Integer, 0, 100, 1, 0, false, {}, 0, 0},
         {V4L2_CID_POWER_LINE_FREQUENCY, "Power Line Frequency", Menu, 0, 2, 1, 1, false, frequencies, 0, 0},
-        {V4L2_CID_WHITE_BALANCE_TEMPERATURE,
-         "White Balance Temperature",
-         Integer,
-         2800,
-         6500,
-         10,
-         4600,
-         false,
-         {},
-         V4L2_CID_AUTO_WHITE_BALANCE,
-         0},
+        {Temperature, "White Balance Temperature", Integer, 2800, 6500, 10, 4600, false, {}, Auto_Balance, 0},
         {V4L2_CID_SHARPNESS, "Sharpness", Integer, 0, 255, 1, 128, false, {}, 0, 0},
-        {V4L2_CID_EXPOSURE_AUTO, "Auto Exposure", Menu, 0, 3, 1, 3, false, exposures, 0, 0},
-        {V4L2_CID_EXPOSURE_ABSOLUTE,
-         "Exposure Time, Absolute",
-         Integer,
-         3,
-         2047,
-         1,
-         250,
-         false,
-         {},
-         V4L2_CID_EXPOSURE_AUTO,
-         V4L2_EXPOSURE_MANUAL},
+        {Auto_Exposure, "Auto Exposure", Menu, 0, 3, 1, 3, false, exposures, 0, 0},
+        {V4L2_CID_EXPOSURE_ABSOLUTE, "Exposure Time, Absolute", Integer, 3, 2047, 1, 250, false, {}, Auto_Exposure, 1},
     };
 }
 
@@ -82,8 +64,6 @@ Camera_Description Usb_Camera(uint32_t index)
     camera.usb->serial = serial;
     camera.capture_node = "/dev/video" + std::to_string(2 * index);
     camera.metadata_node = "/dev/video" + std::to_string(2 * index + 1);
-    camera.formats = Default_Formats();
-    camera.controls = Default_Controls();
     return camera;
 }
 
@@ -96,8 +76,6 @@ Camera_Description Platform_Camera(const std::string& node)
     camera.usb.reset();
     camera.capture_node = node;
     camera.has_metadata = false;
-    camera.formats = Default_Formats();
-    camera.controls = Default_Controls();
     return camera;
 }
 

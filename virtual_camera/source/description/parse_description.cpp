@@ -274,8 +274,6 @@ void Check(const Camera_Description& camera)
 std::vector<Camera_Description> Parse_Description(const std::string& text)
 {
     Reader reader;
-    reader.common.formats = Default_Formats();
-    reader.common.controls = Default_Controls();
     size_t number = 0;
     for (size_t from = 0; from < text.size(); number++) {
         const size_t end = std::min(text.find('\n', from), text.size());

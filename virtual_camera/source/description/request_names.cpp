@@ -1,8 +1,7 @@
 // Converts between the codes and the names of requests and calls.
+#include <strings.h>
 #include <virtual_camera/description.h>
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 
 namespace virtual_camera {
@@ -35,13 +34,6 @@ constexpr std::array Requests{
 #undef REQUEST
 // clang-format on
 
-std::string Upper(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
-
 }  // namespace
 
 std::string Request_Name(uint32_t request)
@@ -58,10 +50,8 @@ std::string Request_Name(uint32_t request)
 
 uint32_t Request_Code(const std::string& name)
 {
-    const std::string wanted = Upper(name);
     for (const Named_Request& known : Requests) {
-        const std::string full = Upper(known.name);
-        if (wanted == full || "VIDIOC_" + wanted == full) {
+        if (strcasecmp(name.c_str(), known.name) == 0 || strcasecmp(("VIDIOC_" + name).c_str(), known.name) == 0) {
             return known.code;
         }
     }

@@ -138,8 +138,8 @@ void Buffer_Queue::Describe(uint32_t index, v4l2_buffer& buffer) const
     buffer.field = V4L2_FIELD_NONE;
     buffer.bytesused = own.bytes_used;
     buffer.sequence = own.sequence;
-    buffer.timestamp.tv_sec = own.time / Second;
-    buffer.timestamp.tv_usec = own.time % Second / 1000;
+    buffer.timestamp.tv_sec = static_cast<time_t>(own.time / Second);
+    buffer.timestamp.tv_usec = static_cast<suseconds_t>(own.time % Second / 1000);
     buffer.length = std::max(own.length, own.place.length);
     buffer.m = own.place.m;
     if (memory_kind == V4L2_MEMORY_MMAP) {

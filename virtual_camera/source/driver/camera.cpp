@@ -131,7 +131,7 @@ void Camera::Arm_Timers()
     }
 }
 
-Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument)
+Answer Camera::Answer_Request(Open_File& file, int fd, uint32_t request, void* argument)
 {
     const auto fault = script.faults.Take(request);
     int result = 0;
@@ -150,7 +150,9 @@ Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument
     }
     if (Is_Logging()) {
         Log_Entry entry = Call_Entry(request, file.node, fd, answer.result, answer.error);
-        Describe_Argument(request, argument, entry);
+        if (argument && Rule_Of(request)) {
+            std::copy_n(static_cast<const uint8_t*>(argument), _IOC_SIZE(request), entry.argument.begin());
+        }
         Append_To_Log(std::move(entry));
     }
     return answer;
@@ -176,7 +178,7 @@ int Camera::Event_Descriptor(Open_File& file)
 }
 
 void* Camera::Map(const std::shared_ptr<Open_File>& file, void* address, size_t length, int protection, int flags,
-                  off_t offset, Mapping& mapping)
+                  int64_t offset, Mapping& mapping)
 {
     const Visit visit(*this);
     const Buffer_Queue& queue = Queue_Of(*file);
@@ -188,7 +190,7 @@ void* Camera::Map(const std::shared_ptr<Open_File>& file, void* address, size_t 
         length > (queue.At(index).length + page - 1) / page * page) {
         return MAP_FAILED;
     }
-    mapping = {file, queue.At(index).memory, static_cast<uint32_t>(found), 0};
+    mapping = {file, queue.At(index).memory, 0};
     void* mapped = real::Mmap(address, length, protection, flags, mapping.memory->Descriptor(), 0);
     file->references += mapped == MAP_FAILED ? 0 : 1;
     return mapped;

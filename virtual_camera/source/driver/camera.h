@@ -41,7 +41,6 @@ struct Open_File {
 struct Mapping {
     std::shared_ptr<Open_File> file;
     std::shared_ptr<Buffer_Memory> memory;
-    uint32_t index = 0;
     size_t length = 0;
 };
 
@@ -60,6 +59,7 @@ public:
     /// Called before the descriptor is closed.
     void Remove_Descriptor(const std::shared_ptr<Open_File>& file, int fd);
 
+    /// Answers a request, whichever width of time the program was built for.
     Answer Request(Open_File& file, int fd, uint32_t request, void* argument);
 
     /// What poll reports to a program that asks for `events`.
@@ -70,7 +70,7 @@ public:
 
     /// Fills `mapping` except for its length. @return MAP_FAILED with errno set on failure
     void* Map(const std::shared_ptr<Open_File>& file, void* address, size_t length, int protection, int flags,
-              off_t offset, Mapping& mapping);
+              int64_t offset, Mapping& mapping);
     void Unmap(const std::shared_ptr<Open_File>& file);
 
     void Unplug();
@@ -98,6 +98,10 @@ private:
     template <typename Argument, int (Control_Set::*Ask)(Argument&) const>
     int Of_Controls(Call& call);
 
+    /// The argument is in the driver's own layout of records.
+    Answer Answer_Request(Open_File& file, int fd, uint32_t request, void* argument);
+    template <template <typename> class Record>
+    Answer Translated(Open_File& file, int fd, uint32_t request, void* argument);
     int Perform(Call& call);
 
     int Query_Capability(Call& call);

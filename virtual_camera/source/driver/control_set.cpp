@@ -17,6 +17,18 @@ uint32_t Class_Id(uint32_t id)
     return (id & Class_Mask) | 1;
 }
 
+/// Copies what the records that describe a control have in common.
+template <typename Record>
+void Copy_Range(const v4l2_queryctrl& query, Record& record)
+{
+    record.type = query.type;
+    record.minimum = query.minimum;
+    record.maximum = query.maximum;
+    record.step = static_cast<decltype(record.step)>(query.step);
+    record.default_value = query.default_value;
+    record.flags = query.flags;
+}
+
 Control Class_Of(uint32_t id)
 {
     Control control;
@@ -106,13 +118,8 @@ int Control_Set::Query_Extended(v4l2_query_ext_ctrl& extended) const
     }
     extended = v4l2_query_ext_ctrl{};
     extended.id = query.id;
-    extended.type = query.type;
     std::memcpy(extended.name, query.name, sizeof extended.name);
-    extended.minimum = query.minimum;
-    extended.maximum = query.maximum;
-    extended.step = static_cast<uint64_t>(query.step);
-    extended.default_value = query.default_value;
-    extended.flags = query.flags;
+    Copy_Range(query, extended);
     extended.elem_size = 4;
     extended.elems = 1;
     return 0;
@@ -193,13 +200,8 @@ std::optional<v4l2_event> Control_Set::Event(uint32_t id, uint32_t changes) cons
     event.type = V4L2_EVENT_CTRL;
     event.id = id;
     event.u.ctrl.changes = changes;
-    event.u.ctrl.type = query.type;
     event.u.ctrl.value = controls.at(id).value;
-    event.u.ctrl.flags = query.flags;
-    event.u.ctrl.minimum = query.minimum;
-    event.u.ctrl.maximum = query.maximum;
-    event.u.ctrl.step = query.step;
-    event.u.ctrl.default_value = query.default_value;
+    Copy_Range(query, event.u.ctrl);
     return event;
 }
 

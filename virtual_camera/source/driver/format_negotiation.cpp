@@ -192,11 +192,12 @@ int Enumerate_Size(const std::vector<Pixel_Format>& formats, v4l2_frmsizeenum& e
 int Enumerate_Interval(const std::vector<Pixel_Format>& formats, v4l2_frmivalenum& entry)
 {
     const Pixel_Format* format = Find(formats, entry.pixel_format);
-    const auto none = std::vector<Frame_Size>{};
-    const auto& sizes = format ? format->sizes : none;
-    const auto size = std::find_if(sizes.begin(), sizes.end(),
+    if (!format) {
+        return -EINVAL;
+    }
+    const auto size = std::find_if(format->sizes.begin(), format->sizes.end(),
                                    [&entry](const Frame_Size& s) { return Holds(s, entry.width, entry.height); });
-    if (size == sizes.end() || entry.index >= (size->stepwise_intervals ? 1 : size->intervals.size())) {
+    if (size == format->sizes.end() || entry.index >= (size->stepwise_intervals ? 1 : size->intervals.size())) {
         return -EINVAL;
     }
     std::fill(std::begin(entry.reserved), std::end(entry.reserved), 0U);

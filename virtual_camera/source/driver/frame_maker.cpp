@@ -18,11 +18,6 @@ std::string Mode_Text(const Video_Mode& mode)
 
 }  // namespace
 
-Frame_Maker::Frame_Maker(const Camera_Description& of_camera, Script& scripted)
-    : description(of_camera), script(scripted)
-{
-}
-
 void Frame_Maker::Set_Mode(const Video_Mode& wanted)
 {
     const Paint_Mode paint{wanted.fourcc, wanted.width, wanted.height, description.card, Mode_Text(wanted)};

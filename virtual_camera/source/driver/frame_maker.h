@@ -10,7 +10,7 @@ namespace virtual_camera {
 
 class Frame_Maker {
 public:
-    Frame_Maker(const Camera_Description& of_camera, Script& scripted);
+    Frame_Maker(const Camera_Description& of_camera, Script& scripted) : description(of_camera), script(scripted) {}
 
     /// Renders the parts of a mode's frames, which takes some milliseconds, unless they exist already.
     void Set_Mode(const Video_Mode& wanted);

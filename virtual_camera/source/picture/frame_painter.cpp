@@ -1,11 +1,9 @@
-// Paints uncompressed frames, and reads frame numbers back.
+// Paints uncompressed frames.
 #include "picture/frame_painter.h"
 
 #include <linux/videodev2.h>
 #include <algorithm>
-#include <charconv>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 #include "picture/test_card.h"
@@ -123,36 +121,6 @@ private:
     Raw_Picture card, digits;
 };
 
-std::optional<uint32_t> Read_Raw_Sequence(const uint8_t* bytes, size_t length, size_t pixel_bytes)
-{
-    if (length < 2 * pixel_bytes * Number_Bits) {
-        return std::nullopt;
-    }
-    uint32_t sequence = 0;
-    for (size_t bit = 0; bit < Number_Bits; bit++) {
-        const uint8_t* pair = bytes + bit * 2 * pixel_bytes;
-        const uint8_t first = pair[0], second = pair[pixel_bytes];
-        if (first != second || (first != Dark && first != Bright)) {
-            return std::nullopt;
-        }
-        sequence = sequence << 1 | (first == Bright ? 1U : 0U);
-    }
-    return sequence;
-}
-
-std::optional<uint32_t> Read_Jpeg_Sequence(const uint8_t* bytes, size_t length)
-{
-    const std::string_view jpeg(reinterpret_cast<const char*>(bytes), length);
-    const size_t prefix = jpeg.find(Jpeg_Comment_Prefix);
-    uint32_t sequence = 0;
-    if (prefix == std::string_view::npos || prefix + sizeof(Jpeg_Comment_Prefix) - 1 + Jpeg_Comment_Digits > length) {
-        return std::nullopt;
-    }
-    const char* digits = jpeg.data() + prefix + sizeof(Jpeg_Comment_Prefix) - 1;
-    return std::from_chars(digits, digits + Jpeg_Comment_Digits, sequence).ec == std::errc{} ? std::optional(sequence)
-                                                                                             : std::nullopt;
-}
-
 }  // namespace
 
 std::unique_ptr<Frame_Painter> Make_Painter(const Paint_Mode& mode, size_t frame_bytes)
@@ -163,14 +131,6 @@ std::unique_ptr<Frame_Painter> Make_Painter(const Paint_Mode& mode, size_t frame
         return Make_Jpeg_Painter(mode);
     }
     return std::make_unique<Raw_Painter>(mode, mode.fourcc == V4L2_PIX_FMT_YUYV ? 2 : 1, frame_bytes);
-}
-
-std::optional<uint32_t> Read_Sequence(uint32_t fourcc, const uint8_t* bytes, size_t length)
-{
-    if (fourcc == V4L2_PIX_FMT_MJPEG || fourcc == V4L2_PIX_FMT_JPEG) {
-        return Read_Jpeg_Sequence(bytes, length);
-    }
-    return Read_Raw_Sequence(bytes, length, fourcc == V4L2_PIX_FMT_YUYV ? 2 : 1);
 }
 
 }  // namespace virtual_camera

@@ -35,9 +35,6 @@ std::unique_ptr<Frame_Painter> Make_Painter(const Paint_Mode& mode, size_t frame
 
 std::unique_ptr<Frame_Painter> Make_Jpeg_Painter(const Paint_Mode& mode);
 
-/// @return the sequence number in a frame, or nothing when there is none
-std::optional<uint32_t> Read_Sequence(uint32_t fourcc, const uint8_t* bytes, size_t length);
-
 /// The comment of a Motion-JPEG frame: the number follows the prefix with ten decimal digits.
 constexpr char Jpeg_Comment_Prefix[] = "frame ";
 constexpr size_t Jpeg_Comment_Digits = 10;

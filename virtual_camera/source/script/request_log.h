@@ -14,9 +14,6 @@ Log_Entry Call_Entry(uint32_t call, const std::string& node, int fd, int result,
 
 void Append_To_Log(Log_Entry entry);
 
-/// Copies the fields of a request's argument into the entry.
-void Describe_Argument(uint32_t request, const void* argument, Log_Entry& entry);
-
 }  // namespace virtual_camera
 
 #endif  // WQZ_VIRTUAL_CAMERA_REQUEST_LOG_H

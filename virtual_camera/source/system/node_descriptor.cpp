@@ -57,15 +57,14 @@ void Node_Descriptor::Arm(Time time, bool settle) const
     itimerspec setting{};
     if (time != Never) {
         const Time when = time == At_Once ? 1 : time;  // 0 would switch the timer off
-        setting.it_value.tv_sec = when / Second;
-        setting.it_value.tv_nsec = when % Second;
+        setting.it_value.tv_sec = static_cast<time_t>(when / Second);
+        setting.it_value.tv_nsec = static_cast<long>(when % Second);
     }
     timerfd_settime(timer, TFD_TIMER_ABSTIME, &setting, nullptr);
     if (time == At_Once && settle) {
         // Even a timer in the past fires a moment later.
-        constexpr timespec Patience{0, Second / 10};
         pollfd entry{timer, POLLIN, 0};
-        (void)real::Ppoll(&entry, 1, &Patience, nullptr);
+        (void)real::Wait(&entry, 1, Second / 10, nullptr);
     }
 }
 
@@ -95,7 +94,7 @@ void Node_Descriptor::Signal(bool on)
 int Node_Descriptor::Wait_For_Signal() const
 {
     pollfd entry{signal, POLLIN, 0};
-    return real::Ppoll(&entry, 1, nullptr, nullptr) < 0 ? -errno : 0;
+    return real::Wait(&entry, 1, Never, nullptr) < 0 ? -errno : 0;
 }
 
 }  // namespace virtual_camera

@@ -1,9 +1,16 @@
 // Finds the next definitions of the intercepted functions by name.
+
+// "ppoll" must mean the function of that name here. With these it would be the one for a 64-bit time_t.
+#undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
+
 #include "system/real_calls.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <algorithm>
 #include <atomic>
+#include <climits>
 
 namespace virtual_camera::real {
 
@@ -16,12 +23,12 @@ void* Next(const char* name)
 // calls, or it takes newly mapped memory for memory that was freed at the same address.
 #ifdef WQZ_LINKED_WITH_SANITIZER
 extern "C" {
-__attribute__((weak)) void* __interceptor_mmap(void*, size_t, int, int, int, off_t);
+__attribute__((weak)) void* __interceptor_mmap64(void*, size_t, int, int, int, int64_t);
 __attribute__((weak)) int __interceptor_munmap(void*, size_t);
 __attribute__((weak)) int __interceptor_close(int);
 }
 #else
-constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nullptr, __interceptor_close = nullptr;
+constexpr std::nullptr_t __interceptor_mmap64 = nullptr, __interceptor_munmap = nullptr, __interceptor_close = nullptr;
 #endif
 
 // Defines Wrapper, which calls `preferred` if that is not null, or else libc's function `name`.
@@ -39,19 +46,22 @@ constexpr std::nullptr_t __interceptor_mmap = nullptr, __interceptor_munmap = nu
     }
 // NOLINTEND(bugprone-macro-parentheses)
 
-DEFINE_REAL(void*, Mmap, mmap, __interceptor_mmap,
-            (void* address, size_t length, int protection, int flags, int fd, off_t offset),
+DEFINE_REAL(void*, Mmap, mmap64, __interceptor_mmap64,
+            (void* address, size_t length, int protection, int flags, int fd, int64_t offset),
             (address, length, protection, flags, fd, offset))
 DEFINE_REAL(int, Munmap, munmap, __interceptor_munmap, (void* address, size_t length), (address, length))
 DEFINE_REAL(int, Close, close, __interceptor_close, (int fd), (fd))
-DEFINE_REAL(int, Ioctl, ioctl, nullptr, (int fd, unsigned long request, void* argument), (fd, request, argument))
 DEFINE_REAL(int, Dup3, dup3, nullptr, (int fd, int copy, int flags), (fd, copy, flags))
-DEFINE_REAL(int, Select, select, nullptr, (int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout),
-            (count, read, write, except, timeout))
-DEFINE_REAL(int, Ppoll, ppoll, nullptr, (pollfd * entries, nfds_t count, const timespec* timeout, const sigset_t* mask),
-            (entries, count, timeout, mask))
-DEFINE_REAL(long, Syscall, syscall, nullptr, (long number, long a, long b, long c, long d, long e, long f),
-            (number, a, b, c, d, e, f))
+static DEFINE_REAL(int, Ppoll, ppoll, nullptr,
+                   (pollfd * entries, nfds_t count, const void* timeout, const sigset_t* mask),
+                   (entries, count, timeout, mask))
+    DEFINE_REAL(long, Syscall, syscall, nullptr, (long number, long a, long b, long c, long d, long e, long f),
+                (number, a, b, c, d, e, f)) int Wait(pollfd* entries, nfds_t count, Time timeout, const sigset_t* mask)
+{
+    const timespec limit{static_cast<time_t>(std::min<Time>(timeout / Second, LONG_MAX)),
+                         static_cast<long>(timeout % Second)};
+    return Ppoll(entries, count, timeout == Never ? nullptr : &limit, mask);
+}
 
 int Move_Up(int fd)
 {

@@ -4,19 +4,20 @@
 
 #include <poll.h>
 #include <sys/select.h>
-#include <sys/types.h>
 #include <cstddef>
+
+#include "system/monotonic_time.h"
 
 namespace virtual_camera::real {
 
-int Ioctl(int fd, unsigned long request, void* argument);
-void* Mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset);
+void* Mmap(void* address, size_t length, int protection, int flags, int fd, int64_t offset);
 int Munmap(void* address, size_t length);
 int Close(int fd);
 int Dup3(int fd, int copy, int flags);
-int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout);
-int Ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask);
 long Syscall(long number, long a, long b, long c, long d, long e, long f);
+
+/// ppoll; `timeout` is a duration, or Never.
+int Wait(pollfd* entries, nfds_t count, Time timeout, const sigset_t* mask);
 
 /// The next definition of a function; not null for functions of libc.
 void* Next(const char* name);
