@@ -3,6 +3,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <string>
+#include <utility>
 
 #include "Camera/wqz_camera.hpp"
 
@@ -41,7 +44,7 @@ void Raise(std::exception_ptr failure)
 {
     try {
         if (failure) {
-            std::rethrow_exception(failure);
+            std::rethrow_exception(std::move(failure));
         }
     } catch (const wqz::Camera_Error& error) {
         PyErr_SetObject(Type_For(error.Code()), py::make_tuple(error.Code(), Text(error.what())).ptr());

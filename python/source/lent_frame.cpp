@@ -3,6 +3,7 @@
 
 #include <pybind11/numpy.h>
 
+#include <new>
 #include <string>
 #include <utility>
 
@@ -157,7 +158,7 @@ constexpr char Release_Text[] =
 Lent_Frame::~Lent_Frame()
 {
     if (!home.Is_Here()) {
-        (void)new wqz::Frame(std::move(frame));
+        (void)new (std::nothrow) wqz::Frame(std::move(frame));
     }
 }
 

@@ -3,8 +3,6 @@
 
 #include <chrono>
 
-namespace py = pybind11;
-
 Monitor_Handle::Monitor_Handle()
 {
     const Unlocked unlocked;
