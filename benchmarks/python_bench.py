@@ -45,6 +45,7 @@ def by_opencv(format, size, pixels):
 
 def by_pyav(format, size, pixels):
     import av
+    av.logging.set_level(av.logging.ERROR)  # not the warning about the range of the camera's pixels
     options = {"input_format": {"MJPG": "mjpeg", "YUYV": "yuyv422"}[format], "video_size": "%dx%d" % size}
     container = av.open(NODE, format="v4l2", options=options)
     if not pixels:
