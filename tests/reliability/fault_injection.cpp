@@ -223,6 +223,16 @@ void* operator new[](size_t bytes)
     return Allocate(bytes);
 }
 
+void* operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept
+{
+    return Allocation_Fails() ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+}
+
+void* operator new[](size_t bytes, const std::nothrow_t& /*tag*/) noexcept
+{
+    return Allocation_Fails() ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+}
+
 void operator delete(void* block) noexcept
 {
     std::free(block);
