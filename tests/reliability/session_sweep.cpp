@@ -71,6 +71,8 @@ private:
     bool may_wait;
     void* session = nullptr;
     std::atomic<bool> ended{false};
+    std::atomic<bool> threw{false};  // the capture, for lack of memory
+    bool took_frame = false;
     v4l2_dev_sys_data_t record{};
 };
 
@@ -120,7 +122,10 @@ void Session_Use::Take_Frames(uint32_t format)
         report.Expect(came || may_wait, "no frame came");
         if (frame != nullptr) {
             Check(*frame, format);
-            (void)Call("SAVE_FRAME_RES", [&] { WQZ_USBCam_SAVE_FRAME_RES(session, frame); });
+            took_frame = true;
+            if (!Call("SAVE_FRAME_RES", [&] { WQZ_USBCam_SAVE_FRAME_RES(session, frame); })) {
+                report.Excuse_Memory();  // the record is still the program's
+            }
         }
         if (!came) {
             return;
@@ -143,9 +148,11 @@ void Session_Use::Capture(uint32_t format)
     (void)Call("PU_Get", [&] { (void)WQZ_USBCam_PU_Get(session, V4L2_CID_BRIGHTNESS, &value); });
     (void)Call("PU_Set", [&] { (void)WQZ_USBCam_PU_Set(session, V4L2_CID_BRIGHTNESS, 9); });
     ended = false;
+    threw = false;
+    took_frame = false;
     std::thread loop([&, format] {
         const Pix_Format mode{format, 320, 240, 500};
-        (void)Call("DEAL_WITH", [&] {
+        threw = !Call("DEAL_WITH", [&] {
             if (WQZ_USBCam_Video_DEAL_WITH(session, mode) == -1) {
                 report.Excuse_Memory();  // a camera that is not open leaves its records in the pool
             }
@@ -161,6 +168,9 @@ void Session_Use::Capture(uint32_t format)
         return;
     }
     loop.join();
+    if (threw && took_frame) {
+        report.Excuse_Memory();  // a record that comes back after the end of its capture stays in the pool
+    }
     (void)Call("Clear", [&] { (void)WQZ_USBCam_Clear_Frame_Buff(session); });
     (void)Call("UNINIT", [&] { WQZ_USBCam_Video_DEAL_WITH_UNINIT(session); });
     (void)Call("DELETE", [&] { WQZ_USBCam_DELETE_DEVICE_POINT(session); });
