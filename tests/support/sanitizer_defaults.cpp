@@ -14,7 +14,8 @@ extern "C" const char* __lsan_default_suppressions()
 }
 
 // The trace buffer has no lock. umockdev runs a thread inside libraries that are not instrumented. The number of the
-// socket that Send_To closes is taken over by files that libudev opens, which the sanitizer does not see.
+// socket that Send_To closes is taken over by files that libudev opens, which the sanitizer does not see. The object
+// that umockdev preloads puts paths together in memory that all threads share.
 extern "C" const char* __tsan_default_suppressions()
 {
     return "race:GLOG\n"
@@ -22,5 +23,6 @@ extern "C" const char* __tsan_default_suppressions()
            "called_from_lib:libglib-2.0.so\n"
            "called_from_lib:libgobject-2.0.so\n"
            "called_from_lib:libgio-2.0.so\n"
-           "called_from_lib:libumockdev.so\n";
+           "called_from_lib:libumockdev.so\n"
+           "called_from_lib:libumockdev-preload.so\n";
 }

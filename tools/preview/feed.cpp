@@ -7,16 +7,17 @@
 
 #include "../diagnosis.h"
 #include "../tool_error.h"
+#include "device_walk.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto Linger = 3s;         // a page that is loaded again finds the camera running
-constexpr auto Read_Slice = 250ms;  // how soon the capture notices an order or its end when no frame comes
-constexpr auto Recover_Slice = 500ms;
-constexpr auto Longest_Silence = 8s;  // some cameras pause for five seconds and go on
+constexpr auto Linger = 3s;               // a page that is loaded again finds the camera running
+constexpr auto Read_Slice = 250ms;        // how soon the capture notices an order or its end when no frame comes
+constexpr auto Recover_Interval = 300ms;  // between two looks for an unplugged camera
+constexpr auto Longest_Silence = 8s;      // some cameras pause for five seconds and go on
 constexpr auto Retry_Interval = 2s;
 constexpr auto Order_Limit = 15s;  // the slowest cameras take seconds to change their mode
 
@@ -74,6 +75,7 @@ wqz::Camera& Feed::Camera()
 {
     const std::lock_guard lock(mutex);
     if (!camera) {
+        const std::lock_guard walk(Device_Walk);
         camera = std::make_unique<wqz::Camera>(Open_Camera(name));
     }
     return *camera;
@@ -81,21 +83,25 @@ wqz::Camera& Feed::Camera()
 
 wqz::Mode Feed::Change_Mode(const Mode_Wish& wanted)
 {
-    std::future<wqz::Mode> accepted;
+    std::future<Mode_Answer> future;
     {
         const std::lock_guard lock(mutex);
         if (order) {
             throw Tool_Error("another viewer is changing the mode at this moment; try again");
         }
         order = Mode_Order{wanted, {}};
-        accepted = order->accepted.get_future();
+        future = order->answer.get_future();
         last_viewer = Clock::now();
     }
     wake.notify_all();
-    if (accepted.wait_for(Order_Limit) != std::future_status::ready) {
+    if (future.wait_for(Order_Limit) != std::future_status::ready) {
         throw Tool_Error("the camera takes too long to change its mode");
     }
-    return accepted.get();
+    const Mode_Answer answer = future.get();
+    if (!answer.mode) {
+        throw wqz::Camera_Error(answer.code, answer.sentence);
+    }
+    return *answer.mode;
 }
 
 void Feed::Note_Change()
@@ -171,14 +177,24 @@ bool Feed::Is_Unwatched()
 
 void Feed::Obey(Mode_Order next)
 {
-    try {
-        Start(next.wish);
-        const std::lock_guard lock(mutex);
-        ++revision;
-        next.accepted.set_value(*mode);
-    } catch (...) {
+    Mode_Answer answer = Try_Mode(next.wish);
+    if (!answer.mode) {
         Set_State(Feed_State::Idle);  // the next round starts the mode before again if somebody watches
-        next.accepted.set_exception(std::current_exception());
+    }
+    Note_Change();
+    next.answer.set_value(std::move(answer));
+}
+
+Feed::Mode_Answer Feed::Try_Mode(const Mode_Wish& wanted)
+{
+    try {
+        Start(wanted);
+        const std::lock_guard lock(mutex);
+        return {mode, 0, ""};
+    } catch (const wqz::Camera_Error& error) {
+        return {std::nullopt, error.Code(), error.what()};
+    } catch (const Tool_Error& error) {
+        return {std::nullopt, EINVAL, error.what()};  // the camera lacks the format
     }
 }
 
@@ -210,9 +226,18 @@ void Feed::Stop()
     Set_State(Feed_State::Idle);
 }
 
+bool Feed::Try_To_Recover()
+{
+    wqz::Camera& opened = Camera();
+    const std::lock_guard walk(Device_Walk);
+    return opened.Recover(0ms);
+}
+
 void Feed::Recover()
 {
-    if (!Camera().Recover(Recover_Slice)) {
+    if (!Try_To_Recover()) {
+        std::unique_lock lock(mutex);
+        wake.wait_for(lock, Recover_Interval, [this] { return ended || order; });
         return;
     }
     away = false;  // the capture goes on if one was running; otherwise the next round starts it

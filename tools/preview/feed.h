@@ -84,18 +84,27 @@ public:
     Feed_Report Report() const;
 
 private:
+    /// The mode that the driver accepted, or why it did not. A value instead of an exception, because the thread
+    /// sanitizer cannot follow an exception from thread to thread.
+    struct Mode_Answer {
+        std::optional<wqz::Mode> mode;
+        int code = 0;  ///< errno value
+        std::string sentence;
+    };
     struct Mode_Order {
         Mode_Wish wish;
-        std::promise<wqz::Mode> accepted;
+        std::promise<Mode_Answer> answer;
     };
 
     void Count_Viewer(int change);
     void Run();
     bool Wait_For_Work();
     void Work();
-    void Obey(Mode_Order order);
+    void Obey(Mode_Order next);
+    Mode_Answer Try_Mode(const Mode_Wish& wanted);
     void Start(const Mode_Wish& wish);
     void Stop();
+    bool Try_To_Recover();
     void Recover();
     void Read();
     void Publish(const wqz::Frame& frame);

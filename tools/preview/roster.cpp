@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "../diagnosis.h"
+#include "device_walk.h"
 
 namespace {
 
@@ -19,12 +20,24 @@ constexpr auto Watch_Slice = 250ms;    // how soon the end is noticed
 constexpr auto Attention = 10s;        // after a question; the page asks every second
 constexpr auto Refresh_Interval = 2s;  // where cameras cannot be watched
 
+/// @return nothing when the system does not let cameras be watched; the list is read again and again then
+std::optional<wqz::Monitor> Begin_To_Watch()
+{
+    const std::lock_guard walk(Device_Walk);
+    try {
+        return std::make_optional<wqz::Monitor>();
+    } catch (const wqz::Camera_Error&) {
+        return std::nullopt;
+    }
+}
+
 /// Waits a while for cameras that come or go. Polls first, because a read looks at all devices.
 bool Has_Event(wqz::Monitor& monitor)
 {
     pollfd record{monitor.Descriptor(), POLLIN, 0};
     bool has_event = false;
     if (poll(&record, 1, static_cast<int>(Watch_Slice.count())) > 0) {
+        const std::lock_guard walk(Device_Walk);
         while (monitor.Read(0ms)) {
             has_event = true;
         }
@@ -108,12 +121,7 @@ void Roster::Run()
 
 void Roster::Watch()
 {
-    std::optional<wqz::Monitor> monitor;
-    try {
-        monitor.emplace();
-    } catch (const wqz::Camera_Error&) {
-        monitor.reset();  // the list is read again and again instead
-    }
+    std::optional<wqz::Monitor> monitor = Begin_To_Watch();
     for (auto next = Clock::now(); Is_Asked();) {
         const bool has_event = monitor && Has_Event(*monitor);
         if (!monitor) {
@@ -124,6 +132,8 @@ void Roster::Watch()
             next = monitor ? Clock::time_point::max() : Clock::now() + Refresh_Interval;
         }
     }
+    const std::lock_guard walk(Device_Walk);
+    monitor.reset();
 }
 
 bool Roster::Is_Asked()
@@ -137,6 +147,7 @@ void Roster::Refresh()
 {
     std::vector<WQZ_Camera_Info> present;
     try {
+        const std::lock_guard walk(Device_Walk);
         present = wqz::List_Cameras();
     } catch (const wqz::Camera_Error&) {
         return;  // what is known stays until the list can be read again
