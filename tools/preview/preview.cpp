@@ -119,8 +119,7 @@ void Print_Addresses(const Access& access, const Preview_Options& options)
     Flush_Output();
     Say("open this address in a browser; Ctrl-C ends");
     if (!options.listen_address.empty()) {
-        Say("whoever has the address with its token can see the camera and change its settings, and the network can "
-            "read both along, because nothing is encrypted");
+        Say("whoever has this address can see the camera and change its settings; nothing is encrypted");
     }
 }
 
