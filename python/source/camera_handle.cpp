@@ -2,8 +2,23 @@
 #include "camera_handle.h"
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 namespace py = pybind11;
+
+namespace {
+
+constexpr std::chrono::milliseconds Release_Look{2};  // between two looks for a release
+
+// What was released is at once with the driver, but nothing tells this thread.
+void Await_Release()
+{
+    const Unlocked unlocked;
+    std::this_thread::sleep_for(Release_Look);
+}
+
+}  // namespace
 
 class Camera_Handle::Only_Change {
 public:
@@ -60,13 +75,23 @@ std::unique_ptr<Lent_Frame> Camera_Handle::Read(std::optional<double> timeout, b
     const unsigned changes_before = changes;
     auto frame = wqz::detail::Sized<WQZ_Camera_Frame>();
     std::string sentence;
+    std::optional<Time_Limit> release;  // since all frames are held
     for (;;) {
         const int32_t result = Read_Slice(frame, limit.Slice(), newest, sentence);
         if (result == 0) {
             return std::make_unique<Lent_Frame>(wqz::Frame(frame));
         }
-        if (result != -ETIMEDOUT || limit.Has_Passed()) {
+        if (result != -ENOBUFS) {
+            release.reset();
+        } else if (!release) {
+            release.emplace(Release_Seconds);
+        }
+        const bool may_pass = result == -ETIMEDOUT || (release && !release->Has_Passed());
+        if (!may_pass || limit.Has_Passed()) {
             throw wqz::Camera_Error(-result, sentence);
+        }
+        if (release) {
+            Await_Release();
         }
         Handle_Signals();
         Check_Wait(changes_before);

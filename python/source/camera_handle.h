@@ -14,6 +14,10 @@
 #include "unlocked.h"
 #include "waiting.h"
 
+/// How long a wait goes on while all frames are held. Another thread may drop its last reference to a frame some time
+/// after it is done with it.
+constexpr double Release_Seconds = 0.5;
+
 /// States: open, closed. The library allows no call that begins after Close, so each call is counted here, and Close
 /// waits for those that run. The interpreter's lock is not held in calls of the library.
 class Camera_Handle {

@@ -158,6 +158,7 @@ PYBIND11_MODULE(_native, module)
     Define_Frame(module);
     Define_Camera(module);
     Define_Monitor(module);
+    module.attr("RELEASE_SECONDS") = Release_Seconds;
     module.def("cameras", Cameras, "Describe the cameras that are there.");
     module.def(
         "open_camera", [](const std::string& name) { return std::make_unique<Camera_Handle>(name); }, py::arg("name"));

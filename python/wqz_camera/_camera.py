@@ -105,7 +105,7 @@ class Camera:
 
         timeout is in seconds, and None waits without limit. Raises TimeoutError, Unplugged when the camera was
         unplugged, and Cancelled when another thread ended the wait. OSError with ENOBUFS says that all frames but one
-        are held: release one.
+        are held, and that none was released within half a second or the shorter timeout.
         """
         return self._handle.read(timeout, newest)
 
@@ -130,7 +130,7 @@ class Camera:
         changes = self._handle.changes
         pause = 0.0
         while True:
-            frame = self._handle.take(newest)
+            frame = await self._take(newest, _left_until(end), changes)
             if frame is not None:
                 return frame
             left = _left_until(end)
@@ -139,9 +139,25 @@ class Camera:
             if pause:
                 await asyncio.sleep(pause)
             await self._waiters.wait(self._handle.fileno(), left)
-            if self._handle.changes != changes:
-                raise _native.Cancelled(errno.ECANCELED, "The wait was ended, because the capture was stopped.")
+            self._check_wait(changes)
             pause = _EMPTY_LOOK_SECONDS
+
+    async def _take(self, newest: bool, left: Optional[float], changes: int) -> Optional[_native.Frame]:
+        """Take a frame that is ready, or None. While all frames are held, a thread or task may release one soon."""
+        longest = _native.RELEASE_SECONDS
+        end = time.monotonic() + (longest if left is None else min(left, longest))
+        while True:
+            try:
+                return self._handle.take(newest)
+            except OSError as failure:
+                if failure.errno != errno.ENOBUFS or time.monotonic() >= end:
+                    raise
+            await asyncio.sleep(_EMPTY_LOOK_SECONDS)
+            self._check_wait(changes)
+
+    def _check_wait(self, changes: int) -> None:
+        if self._handle.changes != changes:
+            raise _native.Cancelled(errno.ECANCELED, "The wait was ended, because the capture was stopped.")
 
     async def aframes(self, timeout: Optional[float] = None, *, newest: bool = False) -> AsyncIterator[_native.Frame]:
         """Yield frames in a task: async for frame in camera.aframes(timeout=2)."""

@@ -244,6 +244,31 @@ def test_tasks_end_by_cancelling_and_by_the_end_of_the_capture(streaming):
     asyncio.run(all_ways())
 
 
+def test_a_wait_goes_on_until_a_held_frame_is_released(streaming):
+    async def read_in_task(camera, timeout=5):
+        return await camera.aread(timeout)
+
+    def fails(read, camera, timeout):
+        with pytest.raises(OSError) as failure:
+            read(camera, timeout)
+        return failure.value
+
+    for read in (wqz_camera.Camera.read, lambda *words: asyncio.run(read_in_task(*words))):
+        camera = streaming(PLAIN, fps=200)
+        held = [camera.read(5) for _ in range(3)]
+        for timeout, least in ((0, 0), (0.1, 0.1), (None, 0.5)):
+            start = time.monotonic()
+            assert fails(read, camera, timeout).errno == errno.ENOBUFS
+            assert least <= time.monotonic() - start < least + (SOON if least else 0.4)
+        threading.Timer(0.15, held.clear).start()
+        held.append(read(camera, 5))  # after the clear
+        assert [frame.sequence > 2 for frame in held] == [True]
+        held += [camera.read(5) for _ in range(2)]
+        threading.Timer(0.15, camera.stop).start()
+        assert isinstance(fails(read, camera, 5), wqz_camera.Cancelled)
+        camera.close()
+
+
 def test_the_descriptor_is_readable_when_a_frame_is_there(streaming):
     camera = streaming(PLAIN, fps=200)
     for number in range(3):
