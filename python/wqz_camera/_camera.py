@@ -138,7 +138,7 @@ class Camera:
                 raise TimeoutError(errno.ETIMEDOUT, "No frame came in the time given.")
             if pause:
                 await asyncio.sleep(pause)
-            await self._waiters.wait(self._handle.fileno(), left)
+            await self._waiters.wait(self._handle.fileno(), left, lambda: self._handle.changes != changes)
             self._check_wait(changes)
             pause = _EMPTY_LOOK_SECONDS
 
@@ -241,7 +241,7 @@ class Monitor:
             left = _left_until(end)
             if found is not None or left == 0:
                 return _event(found)
-            await self._waiters.wait(self._handle.fileno(), left)
+            await self._waiters.wait(self._handle.fileno(), left, lambda: self.closed)
 
     async def aevents(self) -> AsyncIterator[Event]:
         """Yield the events in a task, until the monitor is closed."""

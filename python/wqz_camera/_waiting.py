@@ -17,11 +17,19 @@ class Waiters:
     def __init__(self) -> None:
         self._wakers: set[Callable[[], None]] = set()
 
-    async def wait(self, descriptor: int, timeout: Optional[float]) -> None:
-        """Wait until the descriptor is readable, wake() is called, or the time is over."""
+    async def wait(self, descriptor: int, timeout: Optional[float], is_over: Callable[[], bool]) -> None:
+        """Wait until the descriptor is readable, wake() is called, or the time is over.
+
+        is_over tells whether another thread has called wake() just before this wait, and maybe closed the descriptor.
+        """
         loop = asyncio.get_running_loop()
         woken = loop.create_future()
-        watched = os.dup(descriptor)  # an event loop knows one reader for each descriptor
+        try:
+            watched = os.dup(descriptor)  # an event loop knows one reader for each descriptor
+        except OSError:
+            if is_over():
+                return
+            raise
         timer = None if timeout is None else loop.call_later(max(timeout, 0), _finish, woken)
 
         def wake() -> None:
@@ -29,8 +37,9 @@ class Waiters:
 
         self._wakers.add(wake)
         try:
-            loop.add_reader(watched, _finish, woken)
-            await woken
+            if not is_over():
+                loop.add_reader(watched, _finish, woken)
+                await woken
         finally:
             self._wakers.discard(wake)
             loop.remove_reader(watched)

@@ -244,6 +244,18 @@ def test_tasks_end_by_cancelling_and_by_the_end_of_the_capture(streaming):
     asyncio.run(all_ways())
 
 
+def test_a_task_notices_an_end_just_before_its_wait(streaming, monkeypatch):
+    async def read(opened, end):
+        monkeypatch.setattr(os, "dup", lambda descriptor: (end(), duplicate(descriptor))[1])  # the last step before it
+        await asyncio.wait_for(opened.aread(), SOON)
+
+    duplicate = os.dup
+    camera, monitor = streaming(SILENT), wqz_camera.Monitor()
+    for opened, end, failure in ((camera, camera.stop, wqz_camera.Cancelled), (monitor, monitor.close, ValueError)):
+        with pytest.raises(failure):
+            asyncio.run(read(opened, end))
+
+
 def test_a_wait_goes_on_until_a_held_frame_is_released(streaming):
     async def read_in_task(camera, timeout=5):
         return await camera.aread(timeout)
