@@ -40,6 +40,7 @@ YUYV = "camera\nformat YUYV\n  size 640x480 30\n"
 CASES = [
     ("nothing", SMALL, "", [], []),
     ("nothing with a fast port", "speed 5000\n" + WIDE, "", [], []),
+    ("nothing with a frame every other second", "camera\nformat YUYV\n  size 64x48 0.5\n", "", ["--capture"], []),
     ("nothing with a camera that is not on USB", "camera\nusb none\n", "", [], []),
     ("nothing with a camera whose metadata node is missing", SMALL, "rm $UMOCKDEV_DIR/dev/video1; ", [], []),
     ("no camera", SMALL, LOADED + NO_CAMERA, [], [("no-camera", None, "no video node", "Plug a camera in")]),

@@ -148,7 +148,8 @@ Section Examine_Camera(const WQZ_Camera_Info& info, const System_Facts& facts, b
         wqz::Camera camera(info.node);
         const std::vector<WQZ_Camera_Offer> offers = camera.Modes();
         const Usb_Camera* port = facts.Usb_Of(info.node);
-        section.notes.push_back("This user may open it. It offers " + Formats_Text(offers) + ".");
+        section.notes.push_back("This user may open it. It offers " +
+                                (offers.empty() ? "no modes" : Formats_Text(offers)) + ".");
         section.notes.push_back(Port_Note(port, offers));
         if (port != nullptr) {
             section.Add(Check_Port(info.node, *port, offers));

@@ -43,19 +43,24 @@ private:
     double squares = 0;
 };
 
+/// @return how long some frames take, but no longer than a trial may
+Clock::duration Time_Of(double frames, const wqz::Mode& mode)
+{
+    const std::chrono::duration<double> time(mode.Rate() > 0 ? frames / mode.Rate() : 0);
+    return std::chrono::duration_cast<Clock::duration>(std::min<std::chrono::duration<double>>(time, Longest_Trial));
+}
+
 /// @return how long to wait for frames after the first, enough for a few at any rate
 Clock::duration Time_For(const wqz::Mode& mode)
 {
     constexpr double Least_Frames = 4;
-    const std::chrono::duration<double> few(mode.Rate() > 0 ? Least_Frames / mode.Rate() : 0);
-    return std::clamp(std::chrono::duration_cast<Clock::duration>(few), Clock::duration(Trial_Time),
-                      Clock::duration(Longest_Trial));
+    return std::max<Clock::duration>(Time_Of(Least_Frames, mode), Trial_Time);
 }
 
 void Read_Frames(wqz::Camera& camera, Trial& trial, Intervals& intervals)
 {
     int64_t last_ns = 0;
-    Clock::time_point end = Clock::now() + First_Frame_Time;
+    Clock::time_point end = Clock::now() + First_Frame_Time + Time_Of(Skipped_Frames + 1, trial.mode);
     while (trial.frames < Most_Frames && Clock::now() < end) {
         const wqz::Frame frame = camera.Read(end - Clock::now());
         if (!frame) {
