@@ -202,7 +202,7 @@ class Strangers(Preview_Test):
         post = b"POST /api/controls HTTP/1.1\r\n" + host + b"Content-Type: application/json\r\n"
         for request in (b"\0" * 5000, b"GET\r\n\r\n", b"GET / HTTP/9.9\r\n\r\n", b"GET / HTTP/1.1\r\n\r\n",
                         b"GET /" + b"a" * 100000, b"GET / HTTP/1.1\r\nX: " + b"a" * 100000 + b"\r\n\r\n",
-                        b"GET / HTTP/1.1\r\n" + b"X: y\r\n" * 20000 + b"\r\n",
+                        b"GET / HTTP/1.1\r\n" + host + b"X: y\r\n" * 20000 + b"\r\n",
                         b"GET / HTTP/1.1\r\n" + host * 2 + b"\r\n",
                         b"GET /../../etc/passwd HTTP/1.1\r\n" + host + b"\r\n",
                         post + b"Content-Length: 99999999999\r\n\r\n{", post + b"Content-Length: -1\r\n\r\n{}",
@@ -219,6 +219,21 @@ class Strangers(Preview_Test):
                 self.assertNotRegex(answer, rb"^HTTP/1.1 2")
                 connection.close()
                 self.assert_serving()
+
+    def test_what_a_stranger_puts_into_a_body_is_no_request(self):
+        self.serve()
+        host = b"Host: 127.0.0.1:%d\r\n" % self.address[1]
+        post = b" HTTP/1.1\r\n" + host + b"Content-Type: %s\r\nContent-Length: %d\r\n%s\r\n"
+        change = b'{"name": "brightness", "value": 3}'
+        inner = b"POST /api/controls" + post % (b"application/json", len(change), b"") + change
+        foreign = post % (b"text/plain", len(inner), b"Origin: http://evil.example\r\n") + inner
+        for path in (b"/api/controls", b"/" + b"a" * 10000):
+            connection = self.connect(b"POST " + path + foreign)
+            answer = b"".join(iter(lambda: connection.recv(4096), b""))
+            self.assertEqual(re.findall(rb"HTTP/1.1 (\d+)", answer)[1:], [], answer)
+        self.assertEqual(self.control("brightness")["value"], 128)
+        connection = self.connect(inner * 2)  # of our own page: both are answered
+        self.wait_for("two answers", lambda: connection.recv(1 << 20, socket.MSG_PEEK).count(b"HTTP/1.1 200") == 2)
 
     def test_clients_that_send_nothing_or_trickle_leave_it_serving(self):
         self.serve()

@@ -1,4 +1,4 @@
-// Reads and sends within limits of time.
+// Reads and sends within limits of time and size.
 #include "connection.h"
 
 #include <arpa/inet.h>
@@ -19,6 +19,8 @@ using Clock = std::chrono::steady_clock;
 constexpr auto Idle_Limit = 5s;       // between two requests; a page asks every second
 constexpr auto Request_Limit = 5s;    // for all of a request, however slowly it trickles in
 constexpr auto Response_Limit = 10s;  // for one picture or page
+// cpp-httplib limits the length of each header, but not their number.
+constexpr size_t Most_Request_Bytes = 64 * 1024;
 // Bytes that wait in the kernel for a slow client. More of them would only make its picture older.
 constexpr int Unsent_Bytes = 128 * 1024;
 
@@ -154,6 +156,7 @@ bool Connection::Wait_For_Request()
     deadline = Clock::now() + Idle_Limit;
     const bool has_more = begin < end || Fill();
     deadline = Clock::now() + Request_Limit;
+    request_bytes = 0;
     return has_more;
 }
 
@@ -169,12 +172,13 @@ bool Connection::is_writable() const
 
 ssize_t Connection::read(char* bytes, size_t size)
 {
-    if (begin == end && !Fill()) {
+    if (request_bytes >= Most_Request_Bytes || (begin == end && !Fill())) {
         return -1;
     }
     const size_t count = std::min(size, end - begin);
     std::memcpy(bytes, buffer.data() + begin, count);
     begin += count;
+    request_bytes += count;
     return static_cast<ssize_t>(count);
 }
 

@@ -1,4 +1,5 @@
-// One connection of a browser or another program, with a limit on the time of each request and each response.
+// One connection of a browser or another program, with limits on the time and the size of each request and on the time
+// of each response.
 #ifndef WQZ_TOOL_PREVIEW_CONNECTION_H
 #define WQZ_TOOL_PREVIEW_CONNECTION_H
 
@@ -59,6 +60,9 @@ public:
     /// @return false when none came in time, or the client is gone
     bool Wait_For_Request();
 
+    /// @return how many bytes of the request were read
+    size_t Request_Bytes() const { return request_bytes; }
+
     bool is_readable() const override;
     /// @return false when the client is gone
     bool is_writable() const override;
@@ -76,6 +80,7 @@ private:
     Connection_List& list;
     Connection_List::Entry entry;
     std::chrono::steady_clock::time_point deadline;  // of the request that is being read
+    size_t request_bytes = 0;                        // of the same request
     std::array<char, 4096> buffer{};
     size_t begin = 0;
     size_t end = 0;

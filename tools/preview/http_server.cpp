@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -20,10 +22,17 @@ constexpr size_t Most_Requests = 1000;         // of one connection
 // Nothing in cpp-httplib 0.11, whether the work was taken in later versions.
 using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue(nullptr));
 
-// Players ask for the range from 0 on. Many ranges in one request would multiply the answer.
-void Ignore_Ranges(httplib::Request& request)
+/// @return the length that a request names for its body; nothing when it names none that is sure
+std::optional<size_t> Body_Length(const httplib::Request& request)
 {
-    request.ranges.clear();
+    const size_t count = request.get_header_value_count("Content-Length");
+    if (count > 1 || request.has_header("Transfer-Encoding")) {
+        return std::nullopt;
+    }
+    const std::string text = count == 0 ? "0" : request.get_header_value("Content-Length");
+    size_t length = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(length) : std::nullopt;
 }
 
 /// A fixed number of threads.
@@ -120,13 +129,30 @@ void Http_Server::End()
 
 // cpp-httplib 0.11 asks the stream for the addresses; later versions want them here.
 template <typename Stream>
-bool Http_Server::Process(Stream& connection, bool is_last, bool& closed)
+bool Http_Server::Process(Stream& connection, bool is_last, bool& closed, const Set_Up& set_up)
 {
-    if constexpr (requires { this->process_request(connection, is_last, closed, Ignore_Ranges); }) {
-        return this->process_request(connection, is_last, closed, Ignore_Ranges);
+    if constexpr (requires { this->process_request(connection, is_last, closed, set_up); }) {
+        return this->process_request(connection, is_last, closed, set_up);
     } else {
-        return this->process_request(connection, "", 0, "", 0, is_last, closed, Ignore_Ranges);
+        return this->process_request(connection, "", 0, "", 0, is_last, closed, set_up);
     }
+}
+
+// A request that is refused keeps its body unread. Another web page could have put a request there, with headers of its
+// choice, so what follows is answered only where the request surely ended.
+bool Http_Server::Process_One(Connection& connection, bool is_last, bool& closed)
+{
+    size_t head_bytes = 0;
+    std::optional<size_t> body_bytes;
+    const auto set_up = [&](httplib::Request& request) {
+        request.ranges.clear();  // players ask for the range from 0 on; many ranges would multiply the answer
+        head_bytes = connection.Request_Bytes();
+        body_bytes = Body_Length(request);
+    };
+    const bool is_processed = Process(connection, is_last, closed, set_up);
+    const bool has_ended = body_bytes && connection.Request_Bytes() - head_bytes == *body_bytes;
+    closed = closed || !has_ended;
+    return is_processed;
 }
 
 bool Http_Server::process_and_close_socket(socket_t socket)
@@ -134,7 +160,7 @@ bool Http_Server::process_and_close_socket(socket_t socket)
     Connection connection(socket, connections);
     bool closed = false;
     for (size_t count = 1; !closed && connection.Wait_For_Request(); ++count) {
-        if (!Process(connection, count == Most_Requests, closed)) {
+        if (!Process_One(connection, count == Most_Requests, closed)) {
             return false;
         }
     }

@@ -4,6 +4,7 @@
 
 #include <httplib.h>
 
+#include <functional>
 #include <string>
 
 #include "connection.h"
@@ -26,8 +27,10 @@ public:
 
 private:
     bool process_and_close_socket(socket_t socket) override;
+    using Set_Up = std::function<void(httplib::Request&)>;
     template <typename Stream>
-    bool Process(Stream& connection, bool is_last, bool& closed);
+    bool Process(Stream& connection, bool is_last, bool& closed, const Set_Up& set_up);
+    bool Process_One(Connection& connection, bool is_last, bool& closed);
 
     Connection_List connections{Connection_Threads};
 };
