@@ -102,6 +102,18 @@ class Pictures(Preview_Test):
         self.assertEqual(self.ask("/api/state")["camera"]["mode"]["width"], 160)
         self.assertEqual(self.control("brightness")["value"], 140)
 
+    def test_a_camera_that_does_not_start_is_explained_and_delays_no_end(self):
+        process = self.serve("camera\nrefuse VIDIOC_STREAMON EIO\n")
+        status, _, content = self.request("/snapshot")
+        self.assertEqual((status, "did not start" in content.decode()), (503, True), content)
+        connection = socket.create_connection(self.address)
+        self.addCleanup(connection.close)
+        connection.sendall(b"GET /snapshot HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1])
+        self.wait_for("viewer", lambda: self.ask("/api/state")["camera"]["viewers"] == 1)
+        start = time.monotonic()
+        self.end(process)
+        self.assertLess(time.monotonic() - start, 3)  # the snapshot would wait for five seconds
+
     def test_settings_are_answered_with_what_the_camera_took(self):
         self.serve()
         for change, name, value in (({"name": "brightness", "value": 99}, "brightness", 99),

@@ -21,6 +21,8 @@ constexpr auto Longest_Silence = 8s;      // some cameras pause for five seconds
 constexpr auto Retry_Interval = 2s;
 constexpr auto Order_Limit = 15s;  // the slowest cameras take seconds to change their mode
 
+constexpr const char* Ending = "the preview ends";
+
 const std::vector<uint32_t> Preferred_Formats = {Motion_Jpeg, Still_Jpeg, Yuyv, WQZ_CAMERA_FOURCC('U', 'Y', 'V', 'Y')};
 
 }  // namespace
@@ -31,6 +33,12 @@ Feed::Feed(std::string camera_name) : name(std::move(camera_name)), thread(&Feed
 
 Feed::~Feed()
 {
+    End();
+    thread.join();
+}
+
+void Feed::End()
+{
     {
         const std::lock_guard lock(mutex);
         ended = true;
@@ -40,7 +48,6 @@ Feed::~Feed()
     }
     wake.notify_all();
     newer.notify_all();
-    thread.join();
 }
 
 void Feed::Count_Viewer(int change)
@@ -88,6 +95,9 @@ wqz::Mode Feed::Change_Mode(const Mode_Wish& wanted)
         const std::lock_guard lock(mutex);
         if (order) {
             throw Tool_Error("another viewer is changing the mode at this moment; try again");
+        }
+        if (ended) {
+            throw Tool_Error(Ending);
         }
         order = Mode_Order{wanted, {}};
         future = order->answer.get_future();
@@ -138,6 +148,17 @@ void Feed::Run()
         } catch (const std::exception& error) {
             Note_Failure(0, error.what());
         }
+    }
+    Refuse_Order();
+}
+
+/// Answers a viewer whose order came too late.
+void Feed::Refuse_Order()
+{
+    const std::lock_guard lock(mutex);
+    if (order) {
+        order->accepted.set_exception(std::make_exception_ptr(Tool_Error(Ending)));
+        order.reset();
     }
 }
 

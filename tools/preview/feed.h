@@ -47,6 +47,8 @@ public:
     /// @param camera_name  by which the camera is opened when it is needed: the identity
     explicit Feed(std::string camera_name);
     ~Feed();
+    /// Ends the capture and all waits for pictures and modes.
+    void End();
     Feed(const Feed&) = delete;
     Feed& operator=(const Feed&) = delete;
 
@@ -98,6 +100,7 @@ private:
 
     void Count_Viewer(int change);
     void Run();
+    void Refuse_Order();
     bool Wait_For_Work();
     void Work();
     void Obey(Mode_Order next);

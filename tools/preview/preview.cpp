@@ -140,6 +140,7 @@ int Run_Preview(const Preview_Options& options)
     });
     Print_Addresses(access, options);
     signals.Wait();
+    roster.End();
     server.End();
     listening.join();
     if (!is_served) {

@@ -66,6 +66,14 @@ Roster::~Roster()
     thread.join();
 }
 
+void Roster::End()
+{
+    const std::lock_guard lock(mutex);
+    for (const Known_Camera& camera : cameras) {
+        camera.feed->End();
+    }
+}
+
 std::vector<Known_Camera> Roster::Cameras()
 {
     Note_Question();

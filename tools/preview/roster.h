@@ -28,6 +28,8 @@ public:
     /// @throws wqz::Camera_Error  when there is no such camera
     explicit Roster(const std::string& camera_name);
     ~Roster();
+    /// Ends all feeds, so that nobody waits for a picture or a mode any more.
+    void End();
     Roster(const Roster&) = delete;
     Roster& operator=(const Roster&) = delete;
 

@@ -190,10 +190,12 @@ void Routes::Send_Stream(const Request& request, Response& response)
 
 void Routes::Send_Snapshot(const Request& request, Response& response)
 {
-    const auto transfer = Begin_Transfer(transfers, Find_Feed(roster, request.get_param_value("camera")));
+    const auto feed = Find_Feed(roster, request.get_param_value("camera"));
+    const auto transfer = Begin_Transfer(transfers, feed);
     const auto picture = transfer->Next(Snapshot_Limit);
     if (!picture) {
-        throw Api_Error(Unavailable, "No picture came within five seconds.");
+        const std::string problem = feed->Report().problem;
+        throw Api_Error(Unavailable, problem.empty() ? "No picture came within five seconds." : problem);
     }
     response.set_header("X-Sequence", std::to_string(picture->sequence));
     response.set_header("Content-Disposition", "inline; filename=\"snapshot.jpg\"");
