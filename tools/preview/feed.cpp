@@ -157,7 +157,7 @@ void Feed::Refuse_Order()
 {
     const std::lock_guard lock(mutex);
     if (order) {
-        order->accepted.set_exception(std::make_exception_ptr(Tool_Error(Ending)));
+        order->answer.set_value({std::nullopt, ECANCELED, Ending});
         order.reset();
     }
 }
