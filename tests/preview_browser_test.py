@@ -154,6 +154,14 @@ class Page(Preview_Test):
         self.wait_for("end of the first capture",
                       lambda: self.ask("/api/state")["camera"]["state"] == "idle")  # nobody watches it now
 
+    def test_a_camera_that_does_not_start_shows_its_problem_and_no_picture_of_another(self):
+        self.open(CAMERAS + "refuse VIDIOC_STREAMON EIO\n")
+        self.assert_moving()
+        self.browser.find_elements(By.CSS_SELECTOR, "[role=tab]")[1].click()
+        self.wait_for("notice", lambda: self.text("notice-title") == "No picture")
+        self.assertIn("did not start", self.text("notice-text"))
+        self.assertEqual(set(self.pixels().split(":")[1].split(",")), {"0", "255"})  # black
+
     def test_unplugging_is_shown_and_the_picture_comes_back(self):
         self.open("camera\nformat MJPG\n  size 320x240 30\nunplug-after 3s\nreplug-after 3s\n")
         self.wait_for("notice", lambda: self.text("notice-title") == "The camera is unplugged")

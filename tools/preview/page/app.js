@@ -83,7 +83,7 @@ function choose(next) {
   controls.clear();
   plot.clear();
   report("");
-  picture.shown = null;
+  picture.clear(); // another camera's picture would stay if this one does not start
   picture.open(identity);
   refresh();
 }

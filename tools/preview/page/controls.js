@@ -140,11 +140,13 @@ export class Controls {
 
   async load(camera) {
     this.camera = camera;
-    this.waiting.clear();
     await this.refresh();
   }
 
+  /** Forgets the camera, and what was still to be sent to it. */
   clear() {
+    this.camera = null;
+    this.waiting.clear();
     this.rows = [];
     this.container.replaceChildren();
     this.resetButton.disabled = true;
@@ -188,15 +190,21 @@ export class Controls {
   }
 
   async apply(change) {
+    const camera = this.camera;
+    const isShown = () => camera === this.camera; // another tab may have been chosen meanwhile
     try {
       const controls = await change();
-      this.report("");
-      if (this.waiting.size === 0) {
+      if (isShown()) {
+        this.report("");
+      }
+      if (isShown() && this.waiting.size === 0) {
         this.show(controls);
       }
     } catch (error) {
-      this.report(error.message);
-      await readControls(this.camera).then((controls) => this.show(controls), () => {});
+      if (isShown()) {
+        this.report(error.message);
+        await readControls(camera).then((controls) => isShown() && this.show(controls), () => {});
+      }
     }
   }
 }

@@ -65,8 +65,11 @@ export class Modes {
   async load(camera) {
     this.camera = camera;
     this.offers = [];
-    this.offers = await readModes(camera);
-    this.show();
+    const offers = await readModes(camera);
+    if (camera === this.camera) {
+      this.offers = offers;
+      this.show();
+    }
   }
 
   /** Shows the mode that the camera is in. */

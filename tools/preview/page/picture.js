@@ -71,6 +71,12 @@ export class Picture {
     this.ending = null;
   }
 
+  /** Forgets the frame that is shown. */
+  clear() {
+    this.shown = null;
+    this.context.clearRect(0, 0, this.canvas.width, this.canvas.height);
+  }
+
   /** Shows a camera's stream until close() or another open(). Begins again when the connection breaks. */
   async open(camera) {
     this.close();
