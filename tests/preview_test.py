@@ -267,6 +267,19 @@ class Strangers(Preview_Test):
             except ConnectionError:
                 pass
 
+    def test_clients_that_receive_nothing_leave_it_serving(self):
+        self.serve()
+        questions = (b"GET / HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1]) * 1000
+        for _ in range(100):
+            deaf = socket.socket()
+            self.addCleanup(deaf.close)
+            deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 2048)
+            deaf.connect(self.address)
+            deaf.setblocking(False)
+            deaf.send(questions)
+        time.sleep(1)
+        self.assert_serving()
+
     def test_viewers_are_limited_and_questions_are_still_answered(self):
         process = self.serve()
         streams = []

@@ -134,6 +134,14 @@ Connection::~Connection()
     (void)close(descriptor);
 }
 
+short Connection::Wait(short events, std::chrono::steady_clock::time_point limit)
+{
+    list.Set_Waiting(entry, true);
+    const short happened = Poll(descriptor, events, limit);
+    list.Set_Waiting(entry, false);
+    return happened;
+}
+
 bool Connection::Fill()
 {
     if (Clock::now() >= deadline) {
@@ -141,9 +149,7 @@ bool Connection::Fill()
     }
     ssize_t count = recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
-        list.Set_Waiting(entry, true);
-        const short events = Poll(descriptor, POLLIN, deadline);
-        list.Set_Waiting(entry, false);
+        const short events = Wait(POLLIN, deadline);
         count = events == 0 ? -1 : recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT);
     }
     begin = 0;
@@ -191,7 +197,7 @@ ssize_t Connection::write(const char* bytes, size_t size)
             sent += static_cast<size_t>(count);
         } else if (errno == EAGAIN) {
             limit = limit == Clock::time_point() ? Clock::now() + Response_Limit : limit;
-            if ((Poll(descriptor, POLLOUT, limit) & POLLOUT) == 0) {
+            if ((Wait(POLLOUT, limit) & POLLOUT) == 0) {
                 return -1;
             }
         } else if (errno != EINTR) {

@@ -12,8 +12,8 @@
 #include <string>
 
 /// The open connections, and those that wait for a thread. While some do, connections that have nothing to do but wait
-/// for their clients are closed, the oldest first. So a client that opens many connections and sends nothing keeps
-/// nobody out.
+/// for their clients are closed, the oldest first. So a client that opens many connections and sends nothing, or
+/// receives nothing, keeps nobody out.
 class Connection_List {
 public:
     using Entry = std::list<struct Open_Connection>::iterator;
@@ -45,7 +45,7 @@ private:
 
 struct Open_Connection {
     int socket;
-    bool waiting;  // for the client to send
+    bool waiting;  // for the client to send or to receive
 };
 
 class Connection : public httplib::Stream {
@@ -74,6 +74,8 @@ public:
     socket_t socket() const override { return descriptor; }
 
 private:
+    /// Waits for the client, while the connection may be closed to make room.
+    short Wait(short events, std::chrono::steady_clock::time_point limit);
     bool Fill();
 
     int descriptor;
