@@ -3,6 +3,7 @@
 import copy
 import errno
 import gc
+import itertools
 import os
 import sys
 import threading
@@ -115,6 +116,12 @@ def test_a_frame_is_released_by_hand_by_a_block_and_by_its_end(streaming):
     assert failure.value.errno == errno.ENOBUFS
     held.pop().release()
     assert camera.read(5)
+
+
+def test_the_iterator_holds_no_frame_while_it_waits_for_the_next(streaming):
+    camera = streaming(fps=200, buffers=2)  # one may be held
+    numbers = list(map(lambda frame: frame.sequence, itertools.islice(camera.frames(5), 5)))
+    assert len(set(numbers)) == 5
 
 
 @pytest.mark.parametrize("view_of", [memoryview, lambda frame: frame.array(), lambda frame: frame.array()[5:7],
