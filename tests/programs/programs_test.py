@@ -269,6 +269,35 @@ def chromium_page():
     return "2 pictures in a page"
 
 
+@check
+def commands_of_the_documentation():
+    """Runs the commands of the tool in the README, and those in docs/virtual-camera.md with the tool as their command.
+
+    What the preview's commands do is tested with the preview.
+    """
+    os.environ["PATH"] = "%s:%s" % (Path(LAUNCHER).parent.parent / "tools", os.environ["PATH"])
+    readme = (TESTS.parent / "README.md").read_text(encoding="utf-8")
+    commands = re.findall(r"^    (wqz-usbcam (?!preview).*?)(?: +#.*)?$", readme, re.M)
+    expect(len(commands) == 8, "the README has other commands: %s" % commands)
+    for command in commands:
+        command = command.replace("--seconds 10", "--seconds 1").replace(" -o -", " --frames 5 -o -")
+        run("bash", "-o", "pipefail", "-c", "cd '%s' && %s" % (FOLDER, command))
+    expect_card(to_rgb(FOLDER / "picture.jpg"), 1920, 1080)
+    expect(len(to_rgb(FOLDER / "video.mkv")) == 5 * 1920 * 1080 * 3, "not 5 pictures in the video")
+    expect(any(FOLDER.glob("pictures/*.bmp")), "no pictures of one second")
+
+    page = (TESTS.parent / "docs" / "virtual-camera.md").read_text(encoding="utf-8")
+    lines = re.findall(r"^ *with-virtual-camera (.*?)(?: +#.*)?$", page, re.M)
+    said = (CARD, "Driver name", "unplugged", "", "captured", "unplugged", "may not open")
+    expect(len(lines) == len(said), "docs/virtual-camera.md has other commands: %s" % lines)
+    for line, sentence in zip(lines, said):
+        capture = "wqz-usbcam capture --seconds %d -o %s" % (5 if "90" in line else 2, FOLDER)
+        words = re.sub(r"COMMAND\.\.\.|\./camera-test.*", capture, line).split()
+        fails = "--unplug-after" in words or "--refuse" in words
+        expect(sentence in run(*words, status=int(fails)), "%s does not say '%s'" % (line, sentence))
+    return "%d commands" % (len(commands) + len(lines))
+
+
 def count_result(function):
     name, begin = function.__name__.replace("_", " "), time.monotonic()
     try:
