@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Uses the installed packages as their users do, for scripts/package: under with-virtual-camera, in a bare system."""
 
+import glob
 import itertools
 import os
 import signal
@@ -28,6 +29,13 @@ class Packages(unittest.TestCase):
             camera.start("YUYV", (640, 480))
             sizes = [memoryview(frame).nbytes for frame in itertools.islice(camera.frames(timeout=5), 5)]
         self.assertEqual(sizes, [640 * 480 * 2] * 5)
+
+    def test_udev_knows_the_rule_for_the_user_at_the_machine(self):
+        rule, = glob.glob("/usr/lib/udev/rules.d/*-wqz-usbcam-tools.rules")
+        # udev gives access to the user in the file 73-seat-late.rules, so the tag must be there before.
+        self.assertLess(os.path.basename(rule), "73-seat-late.rules")
+        with open(rule, encoding="ascii") as file:
+            self.assertIn('SUBSYSTEM=="video4linux", TAG+="uaccess"', file.read())
 
     def test_preview_shows_the_picture(self):
         preview = subprocess.Popen(["wqz-usbcam", "preview", "--port", "0"], stdout=subprocess.PIPE, text=True)
