@@ -91,8 +91,10 @@ TEST_F(Made_Up_System, TellsAContainerThatItLacksTheDevice)
     Write("sys/class/video4linux/video3/name", "Webcam");
     ASSERT_EQ(Findings().size(), 1U);
     EXPECT_TRUE(Matches(Findings().front().Text(), "kernel has /dev/video3 \\(Webcam\\).*udevadm trigger"));
-    const std::pair<fs::path, std::string> marks[] = {
-        {".dockerenv", ""}, {"run/.containerenv", ""}, {"proc/1/cgroup", "0::/kubepods/pod7"}};
+    const std::pair<fs::path, std::string> marks[] = {{".dockerenv", ""},
+                                                      {"run/.containerenv", ""},
+                                                      {"run/secrets/kubernetes.io/token", ""},
+                                                      {"proc/1/cgroup", "0::/kubepods/pod7"}};
     for (const auto& [file, content] : marks) {
         Write(file, content);
         ASSERT_EQ(Findings().size(), 1U) << file;

@@ -181,7 +181,8 @@ bool Is_Container(const fs::path& root)
     const std::string groups = Bytes_Of(root / "proc/1/cgroup");
     const auto names = [&](const char* engine) { return groups.find(engine) != std::string::npos; };
     return Exists(root / ".dockerenv") || Exists(root / "run/.containerenv") ||
-           Exists(root / "run/systemd/container") || names("docker") || names("kubepods") || names("lxc");
+           Exists(root / "run/systemd/container") || Exists(root / "run/secrets/kubernetes.io") || names("docker") ||
+           names("kubepods") || names("lxc");
 }
 
 }  // namespace
