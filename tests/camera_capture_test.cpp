@@ -198,7 +198,7 @@ TEST_F(Capture, FramesHeldAcrossStopUnplugAndCloseKeepTheirBytes)
 TEST_F(Capture, ADriverThatCannotOrphanBuffersGetsItsCameraBackWithTheLastFrame)
 {
     const auto cannot_orphan = [](void* argument) {
-        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
+        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~uint32_t{V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS};
     };
     Alter(Node, VIDIOC_REQBUFS, cannot_orphan, Always);
     Start_Yuyv();
@@ -220,7 +220,7 @@ TEST_F(Capture, ADriverThatCannotOrphanBuffersGetsItsCameraBackWithTheLastFrame)
 TEST_F(Capture, NothingKeepsACameraThatWasUnplugged)
 {
     const auto cannot_orphan = [](void* argument) {
-        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
+        static_cast<v4l2_requestbuffers*>(argument)->capabilities &= ~uint32_t{V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS};
     };
     Alter(Node, VIDIOC_REQBUFS, cannot_orphan, 1);
     Start_Yuyv();

@@ -18,6 +18,13 @@
 
 #if defined(WQZ_YUYV_BGR_X86)
 // The AVX-512 kernel a second time, on emulated instructions: this checks it on processors that lack them.
+#if defined(__clang__) && __clang_major__ >= 16
+// simde 0.8 declares these types, which this compiler has itself.
+#include <immintrin.h>
+#define __m128bh Type_128_Of_Simde
+#define __m256bh Type_256_Of_Simde
+#define __m512bh Type_512_Of_Simde
+#endif
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
 #undef _mm512_madd_epi16  // simde 0.7 gives it the arguments of the masked one
@@ -86,8 +93,8 @@ std::vector<Way> Ways()
     std::vector<Way> ways;
     for (const auto& [path, name, groups] : Paths) {
         if (yuyv_bgr::Path_Available(path)) {
-            ways.push_back({name, 1, [path = path](uint8_t* yuyv, size_t size, uint8_t* bgr) {
-                                Convert_By_Path(path, yuyv, size, bgr);
+            ways.push_back({name, 1, [way = path](uint8_t* yuyv, size_t size, uint8_t* bgr) {
+                                Convert_By_Path(way, yuyv, size, bgr);
                             }});
         }
     }
