@@ -88,11 +88,22 @@ class Pictures(Preview_Test):
         for stream in (slow, *viewers):
             stream.close()
         self.wait_for("end of the capture", lambda: self.ask("/api/state")["camera"]["state"] == "idle")
+        self.assertLess(int(self.request("/snapshot")[1]["X-Sequence"]), sequences[-1][0], "an old picture")
+
+    def test_frames_that_are_cut_short_are_not_shown(self):
+        self.serve("camera\nformat YUYV\n  size 320x240 30\ndamage-every 2\n")
+        stream = Stream(self.address)
+        self.addCleanup(stream.close)
+        sequences = [int(stream.next()[0]["X-Sequence"]) for _ in range(6)]
+        self.assertEqual({sequence % 2 for sequence in sequences}, {sequences[0] % 2}, sequences)
 
     def test_the_camera_that_comes_back_goes_on_with_its_settings(self):
         self.serve("camera\nformat MJPG\n  size 320x240 30\n  size 160x120 30\nunplug-after 1s\nreplug-after 2s\n")
+        revision = self.ask("/api/state")["camera"]["revision"]
         self.ask("/api/mode", {"format": "MJPG", "width": 160, "height": 120})
+        self.assertGreater(self.ask("/api/state")["camera"]["revision"], revision)
         self.ask("/api/controls", {"name": "brightness", "value": 140})
+        revision = self.ask("/api/state")["camera"]["revision"]
         stream = Stream(self.address)
         self.addCleanup(stream.close)
         self.wait_for("unplug", lambda: self.ask("/api/state")["camera"]["state"] == "unplugged")
@@ -101,11 +112,14 @@ class Pictures(Preview_Test):
         stream.next()
         self.assertEqual(self.ask("/api/state")["camera"]["mode"]["width"], 160)
         self.assertEqual(self.control("brightness")["value"], 140)
+        self.assertGreater(self.ask("/api/state")["camera"]["revision"], revision)
 
     def test_a_camera_that_does_not_start_is_explained_and_delays_no_end(self):
         process = self.serve("camera\nrefuse VIDIOC_STREAMON EIO\n")
         status, _, content = self.request("/snapshot")
         self.assertEqual((status, "did not start" in content.decode()), (503, True), content)
+        Stream(self.address).close()  # noticed although no picture is sent
+        self.wait_for("end of the viewer", lambda: self.ask("/api/state")["camera"]["viewers"] == 0, limit=10)
         connection = socket.create_connection(self.address)
         self.addCleanup(connection.close)
         connection.sendall(b"GET /snapshot HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1])
@@ -163,6 +177,8 @@ class Strangers(Preview_Test):
                     continue
                 with self.subTest((headers, path)):
                     self.assertEqual(self.request(path, change, **headers)[0], 200 if allowed else 403)
+        link = {"Sec_Fetch_Site": "cross-site", "Sec_Fetch_Mode": "navigate"}
+        self.assertEqual([self.request(path, **link)[0] for path in ("/", "/snapshot")], [200, 403])
         # A form of another page can send these types without asking.
         for kind in ("text/plain", "application/x-www-form-urlencoded", "multipart/form-data; boundary=x"):
             self.assertEqual(self.request("/api/controls", {"reset": True}, Content_Type=kind)[0], 403)
@@ -191,8 +207,11 @@ class Strangers(Preview_Test):
             self.assertEqual(self.request("/api/state", Cookie=value)[0], expected, value)
         self.assertEqual(self.request("/snapshot?token=" + token)[0], 200)
         self.assertEqual(self.request("/api/state?token=" + token, Host="localhost:%d" % self.address[1])[0], 403)
-        self.serve(CAMERAS, "--listen", "127.0.0.1", "--port", "0")
+        self.serve(CAMERAS, "--listen", "0.0.0.0", "--port", "0")
         self.assertNotIn(token, self.url)
+        path = "/" + self.url.split("/")[3]
+        self.assertEqual(self.request(path)[0], 200)
+        self.assertEqual(self.request(path, Host="rebound.example:%d" % self.address[1])[0], 403)
 
     def connect(self, first=b""):
         connection = socket.create_connection(self.address, timeout=10)
