@@ -16,15 +16,10 @@
 
 #include "Stream/YUV/yuyv_bgr.h"
 
-#if defined(WQZ_YUYV_BGR_X86)
+// clang from 16 on has types of its own by the names that simde 0.8 declares.
+#if defined(WQZ_YUYV_BGR_X86) && !(defined(__clang__) && __clang_major__ >= 16)
 // The AVX-512 kernel a second time, on emulated instructions: this checks it on processors that lack them.
-#if defined(__clang__) && __clang_major__ >= 16
-// simde 0.8 declares these types, which this compiler has itself.
-#include <immintrin.h>
-#define __m128bh Type_128_Of_Simde
-#define __m256bh Type_256_Of_Simde
-#define __m512bh Type_512_Of_Simde
-#endif
+#define WQZ_EMULATED_VBMI
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
 #undef _mm512_madd_epi16  // simde 0.7 gives it the arguments of the masked one
@@ -98,7 +93,7 @@ std::vector<Way> Ways()
                             }});
         }
     }
-#if defined(WQZ_YUYV_BGR_X86)
+#if defined(WQZ_EMULATED_VBMI)
     ways.push_back({"emulated vbmi", Slow_Build ? 15U : 1U, [](uint8_t* yuyv, size_t size, uint8_t* bgr) {
                         const size_t done = yuyv_bgr::Convert_Vbmi(yuyv, size / 4, bgr);
                         ASSERT_EQ(done, size / 4 / 32 * 32);

@@ -53,7 +53,7 @@ struct Usb_Identity {
     uint32_t bus = 1;
     uint32_t port = 1;
     uint32_t device = 2;
-    uint32_t speed = 480;  ///< Mbit/s
+    uint32_t speed = 480;              ///< Mbit/s
     std::string manufacturer = "WQZ";  ///< here and below, an empty string leaves the attribute out
     std::string product = "Virtual Camera";
     std::string serial;
