@@ -33,9 +33,9 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 #if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-constexpr bool Slow_Build = false;
+[[maybe_unused]] constexpr bool Slow_Build = false;
 #else
-constexpr bool Slow_Build = true;
+[[maybe_unused]] constexpr bool Slow_Build = true;
 #endif
 
 YUV_Decode& Tables()

@@ -15,7 +15,8 @@ extern "C" const char* __lsan_default_suppressions()
 
 // The trace buffer has no lock. umockdev runs a thread inside libraries that are not instrumented. The number of the
 // socket that Send_To closes is taken over by files that libudev opens, which the sanitizer does not see. The object
-// that umockdev preloads puts paths together in memory that all threads share.
+// that umockdev preloads puts paths together in memory that all threads share. The locks inside libcpp-httplib are not
+// seen either.
 extern "C" const char* __tsan_default_suppressions()
 {
     return "race:GLOG\n"
@@ -24,5 +25,6 @@ extern "C" const char* __tsan_default_suppressions()
            "called_from_lib:libgobject-2.0.so\n"
            "called_from_lib:libgio-2.0.so\n"
            "called_from_lib:libumockdev.so\n"
-           "called_from_lib:libumockdev-preload.so\n";
+           "called_from_lib:libumockdev-preload.so\n"
+           "called_from_lib:libcpp-httplib.so\n";
 }

@@ -134,7 +134,7 @@ int Select_Any(int count, fd_set* read, fd_set* write, fd_set* except, Timeval* 
         int result = -1;
         Time limit = timeout ? Duration(timeout->tv_sec, timeout->tv_usec * int64_t{1000}) : Never;
         if (calls::Select(count, read, write, except, limit, &result)) {
-            if (limit != Never) {
+            if (timeout && limit != Never) {
                 timeout->tv_sec = static_cast<decltype(timeout->tv_sec)>(limit / Second);
                 timeout->tv_usec = static_cast<decltype(timeout->tv_usec)>(limit % Second / 1000);
             }

@@ -65,14 +65,15 @@ Answer Camera::Translated(Open_File& file, int fd, uint32_t request, void* argum
 
 Answer Camera::Request(Open_File& file, int fd, uint32_t request, void* argument)
 {
-    constexpr bool Has_Two = sizeof(void*) == 4;  // the kernel of a 64-bit processor knows only one
-    for (const unsigned long own : {VIDIOC_QUERYBUF, VIDIOC_QBUF, VIDIOC_DQBUF}) {
-        if (Has_Two && Is_Other<Buffer>(request, own)) {
-            return Translated<Buffer>(file, fd, static_cast<uint32_t>(own), argument);
+    if constexpr (sizeof(void*) == 4) {  // the kernel of a 64-bit processor knows only one layout
+        for (const unsigned long own : {VIDIOC_QUERYBUF, VIDIOC_QBUF, VIDIOC_DQBUF}) {
+            if (Is_Other<Buffer>(request, own)) {
+                return Translated<Buffer>(file, fd, static_cast<uint32_t>(own), argument);
+            }
         }
-    }
-    if (Has_Two && Is_Other<Event>(request, VIDIOC_DQEVENT)) {
-        return Translated<Event>(file, fd, VIDIOC_DQEVENT, argument);
+        if (Is_Other<Event>(request, VIDIOC_DQEVENT)) {
+            return Translated<Event>(file, fd, VIDIOC_DQEVENT, argument);
+        }
     }
     return Answer_Request(file, fd, request, argument);
 }
