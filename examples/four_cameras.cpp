@@ -45,6 +45,7 @@ int main()
         std::vector<wqz::Camera> cameras = Start_Cameras();
         std::vector<int> taken(cameras.size());
         std::vector<pollfd> sources;
+        sources.reserve(cameras.size());
         for (const wqz::Camera& camera : cameras) {
             sources.push_back({camera.Descriptor(), POLLIN, 0});
         }
