@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <limits>
 #include <thread>
 
 #include "support/allocation_watch.h"
@@ -109,6 +110,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refused_Step{VIDIOC_STREAMON, ENOSPC, 0, "USB bus has no room for YUYV 320x240 at 30"},
         Refused_Step{VIDIOC_STREAMON, EIO, 0, "another port"}, Refused_Step{VIDIOC_STREAMON, EACCES, 0, "start"},
         Refused_Step{VIDIOC_STREAMON, EPROTO, 0, "another port"}));
+
+TEST_F(Capture, ADriverThatClaimsBillionsOfBuffersIsNotBelieved)
+{
+    Alter(Node, VIDIOC_REQBUFS, [](void* answer) { static_cast<v4l2_requestbuffers*>(answer)->count = 0xFFFF'FFFF; });
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240)), -EIO);
+    EXPECT_NE(Explanation(camera).find("provide buffers"), std::string::npos) << Explanation(camera);
+    Start_Yuyv();
+}
 
 // Tools show these sentences to people who call no function.
 TEST_F(Capture, ExplanationsAreWordsForUsersWithoutFunctionNames)
@@ -382,15 +391,20 @@ TEST_F(Capture, TimeIsMonotonicWhateverTheDriverStamps)
     EXPECT_GE(frame.time_ns, before - 1000) << "microseconds are all that the driver gives";
     EXPECT_LE(frame.time_ns, now());
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
-    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
-        static_cast<v4l2_buffer*>(argument)->flags &= ~static_cast<uint32_t>(V4L2_BUF_FLAG_TIMESTAMP_MASK);
-        static_cast<v4l2_buffer*>(argument)->timestamp = {1'700'000'000, 5};
-    });
-    before = now();
-    frame = Next_Frame();
-    EXPECT_GE(frame.time_ns, before);
-    EXPECT_LE(frame.time_ns, now());
-    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    for (const auto& [kind, seconds] : {std::pair(V4L2_BUF_FLAG_TIMESTAMP_UNKNOWN, time_t{1'700'000'000}),
+                                        {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, std::numeric_limits<time_t>::min()},
+                                        {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, time_t{-1}}}) {
+        Alter(Node, VIDIOC_DQBUF, [kind = kind, seconds = seconds](void* argument) {
+            auto& buffer = *static_cast<v4l2_buffer*>(argument);
+            buffer.flags = (buffer.flags & ~uint32_t{V4L2_BUF_FLAG_TIMESTAMP_MASK}) | static_cast<uint32_t>(kind);
+            buffer.timestamp = {seconds, 5};
+        });
+        before = now();
+        frame = Next_Frame();
+        EXPECT_GE(frame.time_ns, before) << seconds;
+        EXPECT_LE(frame.time_ns, now()) << seconds;
+        EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    }
 }
 
 TEST_F(Capture, TheLengthOfAMotionJpegIsThatOfItsImage)

@@ -19,6 +19,8 @@ namespace wqz_camera {
 namespace {
 
 constexpr uint32_t Default_Buffers = 4;           // fewer starve a driver at 60 frames per second
+constexpr uint32_t Most_Buffers = 1024;           // drivers provide 32, a few of them 64
+constexpr int64_t Most_Uptime_S = 1LL << 32;      // 136 years, which fit into 64 bits as nanoseconds
 constexpr uint32_t Most_Sequence_Gap = 1U << 31;  // a greater one is a driver that began to count again
 
 int64_t Nanoseconds(int64_t seconds, int64_t rest)
@@ -26,11 +28,15 @@ int64_t Nanoseconds(int64_t seconds, int64_t rest)
     return seconds * 1'000'000'000 + rest;
 }
 
-// Some drivers stamp with the time of day, or not at all.
+// Some drivers stamp with the time of day, or not at all, and a broken one with any number.
 int64_t Monotonic_Time(const v4l2_buffer& buffer)
 {
-    if ((buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC) {
-        return Nanoseconds(buffer.timestamp.tv_sec, buffer.timestamp.tv_usec * int64_t{1000});
+    const bool is_monotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
+    const int64_t seconds = buffer.timestamp.tv_sec;
+    const int64_t microseconds = buffer.timestamp.tv_usec;
+    const bool is_time = seconds >= 0 && seconds < Most_Uptime_S && microseconds >= 0 && microseconds < 1'000'000;
+    if (is_monotonic && is_time) {
+        return Nanoseconds(seconds, microseconds * 1000);
     }
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
@@ -91,6 +97,9 @@ void Frame_Stream::Request_Buffers(uint32_t count)
     const int result = device->Request(VIDIOC_REQBUFS, &buffers);
     if (result != 0 || buffers.count == 0) {
         throw Step_Failure(device->Node(), "provide buffers", result == 0 ? ENOMEM : -result);
+    }
+    if (buffers.count > Most_Buffers) {
+        throw Step_Failure(device->Node(), "provide buffers", EIO);
     }
     orphans_supported = (buffers.capabilities & V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS) != 0;
     slots.resize(buffers.count);

@@ -16,6 +16,8 @@ namespace {
 
 constexpr int Most_Requests = 3000;
 constexpr uint32_t Most_Nodes = 4;
+constexpr uint32_t Most_Frame_Bytes = 8192;          // the camera's frames have up to 1,024
+constexpr uint32_t Longest_Sum_Start = 0xFFFF'FEFF;  // a session adds 256 bytes to the length of each frame
 
 Fuzz_Input* source = nullptr;
 int requests = 0;
@@ -26,8 +28,17 @@ bool Has_Addresses(unsigned long request)
     return request == VIDIOC_G_EXT_CTRLS || request == VIDIOC_S_EXT_CTRLS || request == VIDIOC_TRY_EXT_CTRLS;
 }
 
+// A session takes as much memory as the driver names for a frame. Frames of gigabytes would only take time, so the
+// lengths that remain are those of small frames, and those to which nothing can be added in 32 bits.
+void Bound_Frame(v4l2_buffer& buffer)
+{
+    if (buffer.bytesused <= Longest_Sum_Start) {
+        buffer.bytesused %= Most_Frame_Bytes;
+    }
+}
+
 // One byte decides whether an answer is left as it is, changed in places, made up, or a failure.
-int Change_Answer(unsigned long request, void* answer, int result)
+int Change_Bytes(unsigned long request, void* answer, int result)
 {
     const size_t size = _IOC_SIZE(request);
     auto* const bytes = static_cast<uint8_t*>(answer);
@@ -47,6 +58,15 @@ int Change_Answer(unsigned long request, void* answer, int result)
         default:
             return result;
     }
+}
+
+int Change_Answer(unsigned long request, void* answer, int result)
+{
+    const int changed = Change_Bytes(request, answer, result);
+    if (request == VIDIOC_DQBUF) {
+        Bound_Frame(*static_cast<v4l2_buffer*>(answer));
+    }
+    return changed;
 }
 
 const char* Text()
