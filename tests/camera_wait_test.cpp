@@ -175,43 +175,6 @@ TEST_F(Waiting, CloseEndsEveryWaitAndWaitsForIt)
     EXPECT_EQ(ended, 2);
 }
 
-TEST_F(Waiting, ManyThreadsReadReleaseAndSetControlsAtOnce)
-{
-    Resume_Frames(Node);
-    std::atomic<bool> stop{false};
-    std::atomic<int> taken{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            while (!stop) {
-                auto own = Sized<WQZ_Camera_Frame>();
-                const int32_t result = WQZ_Camera_Read(camera, &own, 100, 0);
-                if (result == 0) {
-                    tally.Add(own);
-                    EXPECT_TRUE(Holds_Its_Bytes(own));
-                    EXPECT_EQ(WQZ_Camera_Release(&own), 0);
-                    ++taken;
-                }
-            }
-        });
-    }
-    threads.emplace_back([&] {
-        while (!stop) {
-            auto setting = Sized<WQZ_Camera_Setting>();
-            setting.name = "brightness";
-            setting.value = 3;
-            EXPECT_EQ(WQZ_Camera_Set_Controls(camera, &setting, 1), 0);
-            EXPECT_GE(Counts().delivered, 0U);
-            (void)Explanation(camera);
-        }
-    });
-    EXPECT_TRUE(Eventually([&] { return taken > 20; }));
-    stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 // Drivers that cry wolf -----------------------------------------------------------------------------------------------
 
 TEST_F(Waiting, AFrameThatIsReportedAndNotHandedOutCostsNoProcessor)

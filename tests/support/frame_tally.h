@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
+#include <tuple>
 #include <vector>
 
 #include "Camera/wqz_camera.h"
@@ -51,8 +52,9 @@ private:
     // What the camera produced up to the last frame received. A recovery begins to number at 0 again.
     uint64_t Produced()
     {
-        std::stable_sort(received.begin(), received.end(),
-                         [](const Received& one, const Received& other) { return one.time_ns < other.time_ns; });
+        std::sort(received.begin(), received.end(), [](const Received& one, const Received& other) {
+            return std::tie(one.time_ns, one.sequence) < std::tie(other.time_ns, other.sequence);
+        });
         uint64_t produced = 0;
         for (size_t i = 0; i < received.size(); ++i) {
             if (i + 1 == received.size() || received[i + 1].sequence <= received[i].sequence) {

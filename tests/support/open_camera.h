@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,11 @@ inline WQZ_Camera_Request Request_For(uint32_t fourcc, uint32_t width, uint32_t 
     request.interval = interval;
     request.flags = flags;
     return request;
+}
+
+inline bool Is_Among(int32_t result, std::initializer_list<int32_t> allowed)
+{
+    return std::find(allowed.begin(), allowed.end(), result) != allowed.end();
 }
 
 /// Whether the memory still holds what the camera sent under this number.
