@@ -268,6 +268,50 @@ TEST_F(Controls, WideAndTextValuesKeepTheirForm)
     EXPECT_NE(Explanation(camera).find("`text`"), std::string::npos);
 }
 
+// The virtual camera takes the pointer to a text for a number, and leaves it as it is when its range is the widest.
+TEST_F(Controls, ATextReachesTheDriverAndItsDefaultIsAskedFor)
+{
+    Camera_Description description = Usb_Camera();
+    Control& brightness = description.controls.at(0);
+    ASSERT_EQ(brightness.id, V4L2_CID_BRIGHTNESS);
+    brightness.minimum = INT32_MIN;
+    brightness.maximum = INT32_MAX;
+    brightness.is_signed = true;
+    EXPECT_EQ(Close(), 0);
+    Unplug(Node);
+    Add_Camera(description);
+    ASSERT_EQ(WQZ_Camera_Open(&camera, Node), 0);
+    const auto make_text = [](void* argument) {
+        auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
+        query.type = query.id == V4L2_CID_BRIGHTNESS ? uint32_t{V4L2_CTRL_TYPE_STRING} : query.type;
+        query.maximum = query.id == V4L2_CID_BRIGHTNESS ? 11 : query.maximum;
+    };
+    Alter(Node, VIDIOC_QUERY_EXT_CTRL, make_text, Always);
+    std::string arrived;
+    Alter(
+        Node, VIDIOC_S_EXT_CTRLS,
+        [&](void* argument) {
+            const v4l2_ext_control& control = *static_cast<v4l2_ext_controls*>(argument)->controls;
+            arrived.assign(control.string, control.size);
+        },
+        Always);
+    EXPECT_EQ(Set(To_Text("brightness", "eleven text")), 0) << Explanation(camera);
+    EXPECT_EQ(arrived, std::string("eleven text\0", 12));
+    EXPECT_EQ(Set(To_Text("brightness", "few")), 0) << Explanation(camera);
+    EXPECT_EQ(arrived, std::string("few\0\0\0\0\0\0\0\0\0", 12));
+
+    Fail(Node, VIDIOC_G_EXT_CTRLS, {0, 0});
+    auto setting = To_Text("brightness", nullptr);
+    setting.flags = WQZ_CAMERA_SETTING_DEFAULT;
+    Clear_Log();
+    EXPECT_EQ(Set(setting), 0) << Explanation(camera);
+    const std::vector<Log_Entry> log = Log();
+    const auto asked = std::find_if(log.begin(), log.end(),
+                                    [](const Log_Entry& entry) { return entry.request == VIDIOC_G_EXT_CTRLS; });
+    ASSERT_NE(asked, log.end());
+    EXPECT_EQ(asked->As<v4l2_ext_controls>().which, uint32_t{V4L2_CTRL_WHICH_DEF_VAL});
+}
+
 TEST_F(Controls, AListThatDoesNotEndIsCut)
 {
     uint32_t id = 0;

@@ -93,7 +93,7 @@ TEST(Convert, YuyvAndUyvyInEveryLayout)
     for (const uint32_t width : {1U, 2U, 7U, 64U, 1026U, 2051U}) {
         constexpr uint32_t Height = 3;
         const uint32_t row = (width + 1) / 2 * 4;
-        for (const uint32_t line : {row, row + 12}) {
+        for (const uint32_t line : {row, row + 12, row + row / 2}) {
             const Bytes yuyv = Random_Bytes(size_t{line} * (Height - 1) + row);
             Bytes uyvy = yuyv;
             for (size_t i = 0; i + 1 < uyvy.size(); i += 2) {
@@ -146,18 +146,18 @@ TEST(Convert, WrongCallsAreRefused)
 
 struct Mosaic {
     const char* colours;  // of the four samples of a square, row by row
-    uint32_t bytes, tens, twelves, sixteens, packed_ten, packed_twelve, packed_fourteen;
+    uint32_t bytes, tens, twelves, fourteens, sixteens, packed_ten, packed_twelve, packed_fourteen;
 };
 
 constexpr Mosaic Mosaics[] = {
-    {"RGGB", V4L2_PIX_FMT_SRGGB8, V4L2_PIX_FMT_SRGGB10, V4L2_PIX_FMT_SRGGB12, V4L2_PIX_FMT_SRGGB16,
-     V4L2_PIX_FMT_SRGGB10P, V4L2_PIX_FMT_SRGGB12P, V4L2_PIX_FMT_SRGGB14P},
-    {"GRBG", V4L2_PIX_FMT_SGRBG8, V4L2_PIX_FMT_SGRBG10, V4L2_PIX_FMT_SGRBG12, V4L2_PIX_FMT_SGRBG16,
-     V4L2_PIX_FMT_SGRBG10P, V4L2_PIX_FMT_SGRBG12P, V4L2_PIX_FMT_SGRBG14P},
-    {"GBRG", V4L2_PIX_FMT_SGBRG8, V4L2_PIX_FMT_SGBRG10, V4L2_PIX_FMT_SGBRG12, V4L2_PIX_FMT_SGBRG16,
-     V4L2_PIX_FMT_SGBRG10P, V4L2_PIX_FMT_SGBRG12P, V4L2_PIX_FMT_SGBRG14P},
-    {"BGGR", V4L2_PIX_FMT_SBGGR8, V4L2_PIX_FMT_SBGGR10, V4L2_PIX_FMT_SBGGR12, V4L2_PIX_FMT_SBGGR16,
-     V4L2_PIX_FMT_SBGGR10P, V4L2_PIX_FMT_SBGGR12P, V4L2_PIX_FMT_SBGGR14P}};
+    {"RGGB", V4L2_PIX_FMT_SRGGB8, V4L2_PIX_FMT_SRGGB10, V4L2_PIX_FMT_SRGGB12, V4L2_PIX_FMT_SRGGB14,
+     V4L2_PIX_FMT_SRGGB16, V4L2_PIX_FMT_SRGGB10P, V4L2_PIX_FMT_SRGGB12P, V4L2_PIX_FMT_SRGGB14P},
+    {"GRBG", V4L2_PIX_FMT_SGRBG8, V4L2_PIX_FMT_SGRBG10, V4L2_PIX_FMT_SGRBG12, V4L2_PIX_FMT_SGRBG14,
+     V4L2_PIX_FMT_SGRBG16, V4L2_PIX_FMT_SGRBG10P, V4L2_PIX_FMT_SGRBG12P, V4L2_PIX_FMT_SGRBG14P},
+    {"GBRG", V4L2_PIX_FMT_SGBRG8, V4L2_PIX_FMT_SGBRG10, V4L2_PIX_FMT_SGBRG12, V4L2_PIX_FMT_SGBRG14,
+     V4L2_PIX_FMT_SGBRG16, V4L2_PIX_FMT_SGBRG10P, V4L2_PIX_FMT_SGBRG12P, V4L2_PIX_FMT_SGBRG14P},
+    {"BGGR", V4L2_PIX_FMT_SBGGR8, V4L2_PIX_FMT_SBGGR10, V4L2_PIX_FMT_SBGGR12, V4L2_PIX_FMT_SBGGR14,
+     V4L2_PIX_FMT_SBGGR16, V4L2_PIX_FMT_SBGGR10P, V4L2_PIX_FMT_SBGGR12P, V4L2_PIX_FMT_SBGGR14P}};
 
 int Mirrored(int place, int size)
 {
@@ -243,6 +243,7 @@ TEST(Convert, EveryBayerLayoutInterpolatesBilinearly)
             check(mosaic.bytes, samples);
             check(mosaic.tens, In_Words(samples, 10));
             check(mosaic.twelves, In_Words(samples, 12));
+            check(mosaic.fourteens, In_Words(samples, 14));
             check(mosaic.sixteens, In_Words(samples, 16));
             check(mosaic.packed_ten, Packed(samples, width, 4, 1));
             check(mosaic.packed_twelve, Packed(samples, width, 2, 1));

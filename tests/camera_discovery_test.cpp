@@ -6,7 +6,9 @@
 #include <umockdev.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
+#include <set>
 
 #include "Camera/camera_explain.h"
 #include "support/open_camera.h"
@@ -293,6 +295,32 @@ TEST_F(Cameras, AMonitorReportsAReplugThatFellBetweenTwoLooks)
     }
     EXPECT_EQ(seen, "-/dev/video0 -/dev/video10 +/dev/video0 +/dev/video10 ");
     EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
+}
+
+// Descriptors that a program started from here would get too.
+std::set<int> Inherited_Descriptors()
+{
+    std::set<int> inherited;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int descriptor = std::stoi(entry.path().filename());
+        if (fcntl(descriptor, F_GETFD) == 0) {
+            inherited.insert(descriptor);
+        }
+    }
+    return inherited;
+}
+
+TEST_F(Cameras, AStartedProgramInheritsNoDescriptor)
+{
+    Plug_In({At(0, "/dev/video0", "AAA")});
+    const std::set<int> before = Inherited_Descriptors();
+    WQZ_Camera* camera = nullptr;
+    WQZ_Camera_Monitor* monitor = nullptr;
+    ASSERT_EQ(WQZ_Camera_Open(&camera, "AAA"), 0) << Explanation(nullptr);
+    ASSERT_EQ(WQZ_Camera_Monitor_Open(&monitor), 0) << Explanation(nullptr);
+    EXPECT_EQ(Inherited_Descriptors(), before) << "which would keep the camera busy after it is closed here";
+    EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
+    EXPECT_EQ(WQZ_Camera_Close(camera), 0);
 }
 
 // Any file that another process has open stands for a busy camera's node.
