@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -144,6 +145,23 @@ TEST_F(Made_Up_System, NamesTheProcessesThatHoldANode)
     EXPECT_TRUE(Matches(Held("/dev/video1", {{}, {}, false}).Text(), "another user.*sudo fuser -v /dev/video1"));
 }
 
+TEST_F(Made_Up_System, KnowsWhenAProcessHidesWhatItHolds)
+{
+    fs::create_directories(root / "proc/41/fd");
+    fs::permissions(root, fs::perms::all);
+    fs::permissions(root / "proc/41/fd", fs::perms::none);
+    const pid_t child = fork();  // another user, because root sees everything
+    if (child == 0) {
+        constexpr uid_t Nobody = 65534;
+        (void)!setuid(Nobody);
+        _exit(Holders_Of("/dev/video1", root / "proc").all_seen ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "the folder that it may not read counts as seen";
+    fs::permissions(root / "proc/41/fd", fs::perms::owner_all);
+}
+
 TEST_F(Made_Up_System, ReadsTheRightsOfANode)
 {
     Write("dev/video0", "");
@@ -181,6 +199,49 @@ TEST(Findings, TellWhichRightIsMissing)
         const Finding finding = No_Permission(access, c.in_container);
         EXPECT_EQ(finding.id, "no-permission");
         EXPECT_TRUE(Matches(finding.Text(), c.text)) << finding.Text();
+    }
+}
+
+TEST(Findings, CountTheBytesOfAMode)
+{
+    const std::pair<const char*, double> bytes_per_pixel[] = {{"YUYV", 2}, {"NV12", 1.5}, {"GREY", 1},
+                                                              {"Y16 ", 2}, {"BGR3", 3},   {"pBAA", 1.25}};
+    for (const auto& [format, bytes] : bytes_per_pixel) {
+        WQZ_Camera_Offer offer{};
+        offer.fourcc = wqz::Fourcc(format).Code();
+        offer.width_max = 640;
+        offer.height_max = 480;
+        offer.interval_min = {1, 30};
+        EXPECT_DOUBLE_EQ(Needed(offer), 640 * 480 * 30 * bytes) << format;
+        offer.flags = WQZ_CAMERA_OFFER_COMPRESSED;
+        EXPECT_EQ(Needed(offer), 0) << "not known";
+    }
+}
+
+TEST(Findings, JudgeThePortByTheWidestModeAndTheCamerasOwnSpeed)
+{
+    const struct {
+        uint32_t megabits;
+        bool is_super_speed;
+        uint32_t width;
+        std::string expected;
+    } cases[] = {{480, false, 640, ""},          {480, false, 1920, "mode-too-wide "},
+                 {480, true, 640, "slow-port "}, {480, true, 1920, "mode-too-wide slow-port "},
+                 {5000, true, 1920, ""},         {0, true, 1920, ""}};
+    for (const auto& c : cases) {
+        WQZ_Camera_Offer offer{};
+        offer.fourcc = wqz::Fourcc("YUYV").Code();
+        offer.width_max = c.width;
+        offer.height_max = 480;
+        offer.interval_min = {1, 30};
+        Usb_Camera port{};
+        port.megabits = c.megabits;
+        port.is_super_speed = c.is_super_speed;
+        std::string ids;
+        for (const Finding& finding : Check_Port("/dev/video0", port, {offer})) {
+            ids += finding.id + " ";
+        }
+        EXPECT_EQ(ids, c.expected) << c.megabits << " " << c.width;
     }
 }
 

@@ -15,6 +15,7 @@ from conftest import ROOT, run_python
 from hypothesis import strategies
 
 import wqz_camera
+from wqz_camera._controls import Controls
 
 EXAMPLES = os.path.join(ROOT, "examples", "python")
 
@@ -84,6 +85,26 @@ def test_controls_are_a_mapping():
         controls.reset()
         assert all(controls[key] == controls.details(key).default for key in controls)
         assert controls.get("nothing") is None and "nothing" not in controls
+
+
+def test_a_reset_reaches_controls_that_a_later_default_makes_active():
+    class Handle:
+        """A camera whose second control rules its first."""
+
+        manual, done = False, []
+
+        def controls(self):
+            state = {"type": 1, "minimum": 0, "maximum": 9, "step": 1, "default": 0, "name": ""}
+            return [{**state, "key": "gain", "id": 1, "flags": 0 if self.manual else 0x10},
+                    {**state, "key": "mode", "id": 2, "flags": 0}]
+
+        def reset_control(self, number):
+            self.manual = self.manual or number == 2
+            self.done.append(number)
+
+    handle = Handle()
+    Controls(handle).reset()
+    assert 1 in handle.done
 
 
 @pytest.mark.parametrize("key, value, failure, sentence", [
