@@ -43,7 +43,8 @@ TEST_F(Modes, ExactRefusesWhatIsNotOfferedAndNamesAFewModes)
         EXPECT_EQ(Requests(VIDIOC_S_FMT), 0);
         const std::string text = Explanation(camera);
         EXPECT_NE(text.find("640x480 at 30 frames per second"), std::string::npos) << text;
-        EXPECT_LT(text.size(), 400U);
+        const std::string nearest = text.substr(text.find("nearest modes"));
+        EXPECT_EQ(std::count(nearest.begin(), nearest.end(), ','), 3) << text;
     }
     EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 640, 480, {1001, 30030}, WQZ_CAMERA_START_EXACT)), 0)
         << "the same fraction in other numbers";
@@ -105,6 +106,32 @@ TEST_F(Modes, AFailedEnumerationIsAnErrorAndNotTheEndOfAList)
         Fail(Node, request, {EINTR, -1, 100});
         EXPECT_EQ(WQZ_Camera_Modes(camera, nullptr, 0), -EIO) << "interrupted without end";
     }
+}
+
+// Drivers of television cards and some sensors do not list their sizes or rates.
+TEST_F(Modes, WhatADriverDoesNotListIsTakenFromItsPresentMode)
+{
+    std::vector<WQZ_Camera_Offer> offers(64, Sized<WQZ_Camera_Offer>());
+    const auto list = [&] { return WQZ_Camera_Modes(camera, offers.data(), 64); };
+    Start_Yuyv();
+    Fail(Node, VIDIOC_ENUM_FRAMESIZES, {ENOTTY, -1, Always});
+    int32_t count = list();
+    ASSERT_GT(count, 0) << Explanation(camera);
+    for (int32_t i = 0; i < count; ++i) {
+        const WQZ_Camera_Offer& offer = offers[static_cast<size_t>(i)];
+        EXPECT_EQ(offer.width_min, 320U) << offer.format;
+        EXPECT_EQ(offer.height_max, 240U) << offer.format;
+        EXPECT_NE(offer.interval_min.denominator, 0U) << offer.format;
+    }
+    Fail(Node, VIDIOC_ENUM_FRAMEINTERVALS, {ENOTTY, -1, Always});
+    count = list();
+    ASSERT_GT(count, 1) << "one for each format";
+    EXPECT_STRNE(offers[0].format, offers[1].format);
+    EXPECT_EQ(offers[0].interval_min.denominator, 0U);
+    EXPECT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty, WQZ_CAMERA_START_EXACT)), 0)
+        << "any rate may be right: " << Explanation(camera);
+    Fail(Node, VIDIOC_G_FMT, {EIO, -1, Always});
+    EXPECT_EQ(list(), 0);
 }
 
 TEST_F(Modes, TheModesAreListedOnePerInterval)

@@ -151,6 +151,9 @@ TEST_F(Waiting, StopEndsEveryWait)
         reader.join();
     }
     Start_Mjpeg();
+    Clear_Log();
+    EXPECT_EQ(Read(frame, 100), -ETIMEDOUT);
+    EXPECT_LT(Requests(VIDIOC_DQBUF), 20) << "the wake-up of the stop must not keep later waits awake";
     frame = Next_Frame();
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
