@@ -198,6 +198,25 @@ TEST_F(Offers, RangesOfSizesAndIntervalsAreMatched)
     EXPECT_NE(Explanation(camera).find("modes are YUYV 320x240 at 5"), std::string::npos) << Explanation(camera);
 }
 
+TEST_F(Offers, ContinuousRangesHaveNoSteps)
+{
+    Open({{V4L2_PIX_FMT_YUYV, {{64, 48, 640, 480, 16, 8, {{1, 50}, {1, 5}, {1, 1000}}, true}}}});
+    Alter(
+        "/dev/video0", VIDIOC_ENUM_FRAMESIZES,
+        [](void* argument) { static_cast<v4l2_frmsizeenum*>(argument)->type = V4L2_FRMSIZE_TYPE_CONTINUOUS; }, Always);
+    Alter(
+        "/dev/video0", VIDIOC_ENUM_FRAMEINTERVALS,
+        [](void* argument) { static_cast<v4l2_frmivalenum*>(argument)->type = V4L2_FRMIVAL_TYPE_CONTINUOUS; }, Always);
+    auto offer = Sized<WQZ_Camera_Offer>();
+    ASSERT_EQ(WQZ_Camera_Modes(camera, &offer, 1), 1);
+    EXPECT_EQ(offer.width_step, 1U);
+    EXPECT_EQ(offer.height_step, 1U);
+    EXPECT_EQ(offer.interval_step.numerator, 0U);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 320, {1, 20}), 0) << Explanation(camera);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 320, {1, 50}), 0) << Explanation(camera);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 320, {1, 4}), -ENOTSUP);
+}
+
 TEST_F(Offers, TheNearestIntervalOfARangeIsOnItsGrid)
 {
     Open({{V4L2_PIX_FMT_YUYV, {{320, 240, 320, 240, 0, 0, {{1, 60}, {1, 5}, {1, 1000}}, true}}}});
