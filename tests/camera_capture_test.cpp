@@ -1,6 +1,8 @@
 // The camera interface: starting a capture and what can go wrong there, frames and their loans.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <limits>
 #include <thread>
@@ -156,6 +158,25 @@ TEST_F(Capture, AReleaseThatTheDriverRefusesReleasesTheFrameAllTheSame)
         EXPECT_NE(Explanation(nullptr).find("did not take the buffer back"), std::string::npos) << Explanation(nullptr);
         EXPECT_EQ(frame.data, nullptr);
         EXPECT_EQ(WQZ_Camera_Release(&frame), -EINVAL) << "once";
+    }
+}
+
+// A service may have closed its standard input. The camera's own descriptors then begin with 0.
+TEST_F(Capture, WorksWithDescriptorZero)
+{
+    EXPECT_EQ(Close(), 0);
+    const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    (void)close(STDIN_FILENO);
+    EXPECT_EQ(WQZ_Camera_Open(&camera, Node), 0) << Explanation(nullptr);
+    EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "the test needs a descriptor 0 that is the camera's";
+    Start_Yuyv();
+    WQZ_Camera_Frame frame = Next_Frame();
+    EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open";
+    if (kept >= 0) {
+        EXPECT_EQ(dup2(kept, STDIN_FILENO), STDIN_FILENO);
+        (void)close(kept);
     }
 }
 

@@ -285,6 +285,7 @@ TEST_F(Controls, ATextReachesTheDriverAndItsDefaultIsAskedFor)
         auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
         query.type = query.id == V4L2_CID_BRIGHTNESS ? uint32_t{V4L2_CTRL_TYPE_STRING} : query.type;
         query.maximum = query.id == V4L2_CID_BRIGHTNESS ? 11 : query.maximum;
+        query.flags |= V4L2_CTRL_FLAG_HAS_PAYLOAD;
     };
     Alter(Node, VIDIOC_QUERY_EXT_CTRL, make_text, Always);
     std::string arrived;
@@ -310,6 +311,24 @@ TEST_F(Controls, ATextReachesTheDriverAndItsDefaultIsAskedFor)
                                     [](const Log_Entry& entry) { return entry.request == VIDIOC_G_EXT_CTRLS; });
     ASSERT_NE(asked, log.end());
     EXPECT_EQ(asked->As<v4l2_ext_controls>().which, uint32_t{V4L2_CTRL_WHICH_DEF_VAL});
+}
+
+TEST_F(Controls, ArraysAndCompoundControlsAreOnlyListed)
+{
+    uint32_t type = V4L2_CTRL_TYPE_INTEGER;
+    uint32_t flags = V4L2_CTRL_FLAG_HAS_PAYLOAD;
+    const auto change = [&](void* argument) {
+        auto& query = *static_cast<v4l2_query_ext_ctrl*>(argument);
+        query.type = query.id == V4L2_CID_BRIGHTNESS ? type : query.type;
+        query.flags |= query.id == V4L2_CID_BRIGHTNESS ? flags : 0;
+    };
+    Alter(Node, VIDIOC_QUERY_EXT_CTRL, change, Always);
+    EXPECT_EQ(Set(To_Number("brightness", 1)), -ENOTSUP);
+    type = V4L2_CTRL_TYPE_INTEGER_MENU + 1;
+    flags = 0;
+    EXPECT_EQ(Set(To_Number("brightness", 1)), -ENOTSUP);
+    EXPECT_EQ(List().count("brightness"), 1U);
+    EXPECT_EQ(Set(To_Number("contrast", 1)), 0) << Explanation(camera);
 }
 
 TEST_F(Controls, AListThatDoesNotEndIsCut)

@@ -189,6 +189,10 @@ TEST_F(Offers, RangesOfSizesAndIntervalsAreMatched)
     EXPECT_EQ(offer.interval_min.denominator, 60U);
     EXPECT_EQ(offer.interval_max.denominator, 5U);
     EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 320, {1, 30}), 0) << Explanation(camera);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 64, {1, 30}), 0) << Explanation(camera);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 640, {1, 30}), 0) << Explanation(camera);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 656, {1, 30}), -ENOTSUP);
+    EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 48, {1, 30}), -ENOTSUP);
     EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 321, {1, 30}), -ENOTSUP);
     EXPECT_NE(Explanation(camera).find("YUYV 320x240 at 30"), std::string::npos) << Explanation(camera);
     EXPECT_EQ(Start_Exactly(V4L2_PIX_FMT_YUYV, 320, {1, 45}), -ENOTSUP) << "between two steps";
