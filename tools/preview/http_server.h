@@ -25,8 +25,10 @@ public:
     /// Ends the server from another thread.
     void End();
 
-private:
+    /// Answers the requests of one connection, and closes it.
     bool process_and_close_socket(socket_t socket) override;
+
+private:
     using Set_Up = std::function<void(httplib::Request&)>;
     template <typename Stream>
     bool Process(Stream& connection, bool is_last, bool& closed, const Set_Up& set_up);
