@@ -206,6 +206,19 @@ TEST_F(Controls, AFailedReadIsAnErrorAndNeverZero)
     EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), -ENODEV);
 }
 
+// While a camera goes away, the kernel says that its connection is shut down.
+TEST_F(Controls, OfAnUnpluggedCameraSayWhatToDo)
+{
+    for (const int error : {ENODEV, ESHUTDOWN}) {
+        Fail(Node, VIDIOC_QUERY_EXT_CTRL, {error});
+        EXPECT_EQ(WQZ_Camera_Controls(camera, nullptr, 0), -error);
+        EXPECT_NE(Explanation(camera).find("unplugged. Plug it in again"), std::string::npos) << Explanation(camera);
+        Fail(Node, VIDIOC_S_EXT_CTRLS, {error});
+        EXPECT_EQ(Set(To_Number("brightness", 3)), -error);
+        EXPECT_NE(Explanation(camera).find("brightness cannot be set: the camera was unplugged"), std::string::npos);
+    }
+}
+
 TEST_F(Controls, BitmasksHaveNoSign)
 {
     constexpr int64_t Mask = 0x80002000;

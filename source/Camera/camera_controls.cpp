@@ -85,6 +85,7 @@ Failure Refusal(const std::string& key, const char* verb, int error)
         case EINVAL:
             return {error, start + "the camera does not take this value."};
         case ENODEV:
+        case ESHUTDOWN:
             return {error, start + "the camera was unplugged. Plug it in again."};
         default:
             return {error, start + strerror(error) + "."};
@@ -268,7 +269,7 @@ std::vector<WQZ_Camera_Control> List_Controls(const Device_File& device)
         query.id = previous | Next;
     }
     if (result != 0 && result != -EINVAL && result != -ENOTTY) {
-        throw Failure(-result, "The controls of " + device.Node() + " cannot be listed: " + strerror(-result) + ".");
+        throw Step_Failure(device.Node(), "list its controls", -result);
     }
     return controls;
 }
