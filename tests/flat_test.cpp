@@ -8,6 +8,7 @@
 
 #include "Stream/YUV/yuv_stream.h"
 #include "support/camera_fixture.h"
+#include "support/record_tally.h"
 #include "support/watched_device.h"
 #include "USBCam/USBCam.h"
 #include "USBCam_API/USBCam_API.h"
@@ -57,17 +58,21 @@ std::vector<Received> Take_Frames(void* handle, const v4l2_dev_sys_data_t& camer
     Hold_Frames(camera.Device_Path);
     std::thread loop([=] { EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH(handle, mode), 0); });
     std::vector<Received> frames;
+    Record_Tally tally;
     while (frames.size() < count) {
         Deliver_Frames(camera.Device_Path, 1);
         while (WQZ_USBCam_Video_STREAM_STATUS(handle, true) == 0) {
         }
         Frame_Buffer_Data* frame = WQZ_USBCam_GET_FRAME_BUFF(handle, false);
         EXPECT_EQ(frame->PixFormat.u_PixFormat, mode.u_PixFormat == 0 ? 0U : 1U);
+        tally.Add(*frame);
         frames.push_back({frame->index, frame->buffer.sequence, Is_As_Sent(*frame, camera.Device_Path)});
         WQZ_USBCam_SAVE_FRAME_RES(handle, frame);
     }
     WQZ_USBCam_EVENT_LoopMode(handle, 0);
     loop.join();
+    tally.Expect_Handed_Out(Numbers_Handed_Out(camera.Device_Path));
+    tally.Expect_Balance(count);
     EXPECT_EQ(WQZ_USBCam_Clear_Frame_Buff(handle), 0);
     WQZ_USBCam_Video_DEAL_WITH_UNINIT(handle);
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);

@@ -177,10 +177,11 @@ TEST_F(Pools, ProducerAndConsumersPassEveryRecordOnce)
     std::atomic<bool> done{false};
     std::atomic<uint32_t> taken{0};
     std::atomic<bool> ascending{true};
-    const auto consume = [&] {
+    const auto consume = [&](bool newest) {
         uint32_t next = 0;
         while (!done || session.Video_STREAM_STATUS(false) > 0) {
-            if (Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false)) {
+            if (Frame_Buffer_Data* frame =
+                    newest ? session.GET_FRAME_BUFF_NEWEST(false) : session.GET_FRAME_BUFF(false)) {
                 ascending = ascending && frame->index >= next;
                 next = frame->index + 1;
                 frame->index = 0;
@@ -189,9 +190,9 @@ TEST_F(Pools, ProducerAndConsumersPassEveryRecordOnce)
             }
         }
     };
-    std::thread first(consume);
-    std::thread second(consume);
-    // Consumers clear the index. A record that still has one came from the filled queue: its frame is lost.
+    std::thread first(consume, false);
+    std::thread second(consume, true);
+    // Consumers clear the index. A record that still has one was overtaken by a newer one: its frame is lost.
     uint32_t lost = 0;
     for (uint32_t i = 1; i <= frames; ++i) {
         Frame_Buffer_Data* frame = session.GET_FRAME_RES();
@@ -202,6 +203,9 @@ TEST_F(Pools, ProducerAndConsumersPassEveryRecordOnce)
     done = true;
     first.join();
     second.join();
+    for (const Frame_Buffer_Data* frame : session.cFrame_RES) {
+        lost += frame->index != 0 ? 1 : 0;
+    }
     EXPECT_TRUE(ascending);
     EXPECT_EQ(taken + lost, frames);
     EXPECT_EQ(session.cFrame_RES.size(), 8U);

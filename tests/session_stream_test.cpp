@@ -107,10 +107,10 @@ TEST_F(Stream, FramesAreStampedNumberedAndConverted)
     uint32_t last_rate = 6;
     time_t last_second = 0;
     Capture(Yuyv);
-    Deliver_Frames(Node, 3);
+    Deliver(3);
     ASSERT_TRUE(Eventually([&] { return session.Video_STREAM_STATUS(false) == 3; }));
     for (uint32_t i = 0; i < 3; ++i) {
-        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false);
+        Frame_Buffer_Data* frame = Take();
         EXPECT_EQ(frame->index, i);
         EXPECT_EQ(frame->PixFormat.u_PixFormat, 1U);
         EXPECT_EQ(frame->PixFormat.u_Width, 320U);
@@ -223,13 +223,13 @@ TEST_F(Stream, WithoutAConsumerTheLatestFramesAreKept)
 {
     Captured_Stderr printed;
     Capture(Mjpeg);
-    Deliver_Frames(Node, 20);
+    Deliver(20);
     ASSERT_TRUE(Eventually([&] {
         const Mutex_Lock_Class lock(session.cMutex);
         return session.cFrame_Buffer.size() == 7 && session.cFrame_Buffer.back()->index == 19;
     })) << "eight records: seven wait, the loop holds one";
     for (uint32_t i = 13; i < 20; ++i) {
-        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false);
+        Frame_Buffer_Data* frame = Take();
         ASSERT_NE(frame, nullptr);
         EXPECT_EQ(frame->index, i);
         const auto sent = Frame_Bytes(Node, frame->buffer.sequence);
@@ -243,33 +243,18 @@ TEST_F(Stream, ASlowConsumerNeverBlocksTheLoopAndSeesAscendingNumbers)
 {
     Captured_Stderr printed;
     Capture(Mjpeg);
-    Deliver_Frames(Node, 100);
+    Deliver(100);
     int64_t last = -1;
     while (last < 99) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(true);
+        Frame_Buffer_Data* frame = Take(true);
         if (frame != nullptr) {
-            EXPECT_GT(frame->index, last);
             last = frame->index;
             session.SAVE_FRAME_RES(frame);
         }
     }
     EXPECT_EQ(Requests(VIDIOC_DQBUF), 100);
 }
-
-// Takes all eight records before the loop can.
-class Greedy : public USBCam {
-public:
-    using USBCam::USBCam;
-    int32_t Video_Stream_Start_Stream() override
-    {
-        for (Frame_Buffer_Data*& record : held) {
-            record = GET_FRAME_RES();
-        }
-        return USBCam::Video_Stream_Start_Stream();
-    }
-    Frame_Buffer_Data* held[8] = {};
-};
 
 // What the processor has spent on a running thread.
 std::chrono::nanoseconds Processor_Time(std::thread& thread)
@@ -290,36 +275,56 @@ TEST_F(Stream, ALoopWithoutARecordWaitsWithoutSpendingBudget)
     Clear_Log();
     Captured_Stderr printed;
     greedy.EVENT_LoopMode(2);
-    std::thread capture([&] {
-        Pix_Format mode = Mjpeg;
-        greedy.Video_DEAL_WITH(&mode);
-    });
+    std::thread capture = greedy.Capture();
     ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 1; }));
     const auto before = Processor_Time(capture);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(Requests(Call_Select), 0);
     EXPECT_LT(Processor_Time(capture) - before, std::chrono::milliseconds(20)) << "the loop does not rest";
-    greedy.SAVE_FRAME_RES(greedy.held[0]);
+    greedy.SAVE_FRAME_RES(std::exchange(greedy.held[0], nullptr));
     capture.join();
     EXPECT_EQ(Requests(VIDIOC_DQBUF), 2) << "the two waits of the budget came after the record";
-    for (int i = 1; i < 8; ++i) {
-        greedy.SAVE_FRAME_RES(greedy.held[i]);
-    }
+    greedy.Give_Back();
     greedy.CLEAR_FRAME_BUFF();
 
     greedy.EVENT_LoopMode(-1);
-    capture = std::thread([&] {
-        Pix_Format mode = Mjpeg;
-        greedy.Video_DEAL_WITH(&mode);
-    });
+    capture = greedy.Capture();
     ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 2; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     greedy.EVENT_LoopMode(0);
     capture.join();
-    for (Frame_Buffer_Data* frame : greedy.held) {
-        greedy.SAVE_FRAME_RES(frame);
-    }
+    greedy.Give_Back();
     greedy.CLEAR_FRAME_BUFF();
+    greedy.Video_Exe_End();
+}
+
+TEST_F(Stream, FramesThatTheDriverLosesShowInTheNumbersOfTheRecords)
+{
+    session.Video_DEAL_WITH_UNINIT();
+    Greedy greedy(&record);
+    greedy.Video_DEAL_WITH_INIT(0);
+    Resume_Frames(Node);
+    Captured_Stderr printed;
+    std::thread capture = greedy.Capture();
+    ASSERT_TRUE(Eventually([] { return Requests(VIDIOC_STREAMON) == 1; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));  // twelve frames for the driver's four buffers
+    greedy.Give_Back();
+    ASSERT_TRUE(Eventually([&] {
+        Frame_Buffer_Data* const frame = greedy.GET_FRAME_BUFF(false);
+        if (frame != nullptr) {
+            tally.Add(*frame);
+            const auto sent = Frame_Bytes(Node, frame->buffer.sequence);
+            EXPECT_EQ(std::memcmp(frame->pMem, sent.data(), sent.size()), 0) << "the camera's number is another one";
+            produced = uint64_t{frame->buffer.sequence} + 1;
+            greedy.SAVE_FRAME_RES(frame);
+        }
+        return tally.Delivered() == 8;
+    }));
+    greedy.EVENT_LoopMode(0);
+    capture.join();
+    EXPECT_GE(tally.Lost(), 5U);
+    tally.Expect_Handed_Out(Numbers_Handed_Out(Node));
+    tally.Expect_Balance(produced);
     greedy.Video_Exe_End();
 }
 
@@ -384,10 +389,13 @@ TEST_F(Stream, FramesOfABufferWithoutAMappingAreMarkedInBothFormats)
         Pix_Format request = mode;
         keeping.Video_DEAL_WITH(&request);
         ASSERT_EQ(keeping.kept.size(), 5U);
+        Record_Tally kept;
         for (Frame_Buffer_Data* frame : keeping.kept) {
+            kept.Add(*frame);
             EXPECT_EQ((frame->buffer.flags & V4L2_BUF_FLAG_ERROR) != 0, frame->buffer.index == 0) << frame->index;
             keeping.SAVE_FRAME_RES(frame);
         }
+        kept.Expect_Balance(5);  // the damaged ones are delivered too
         keeping.CLEAR_FRAME_BUFF();
         keeping.Video_Exe_End();
     }

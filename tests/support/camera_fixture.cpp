@@ -46,3 +46,19 @@ std::string Camera_Fixture::Giving_Up(uint32_t request, int error)
     return "V4L2_CORE: ioctl (" + std::to_string(static_cast<int32_t>(request)) +
            ") retried 4 times - giving up: " + std::strerror(error) + ")\n";
 }
+
+std::vector<uint32_t> Numbers_Handed_Out(const std::string& node)
+{
+    std::vector<uint32_t> numbers;
+    for (const Log_Entry& entry : Log()) {
+        if (entry.node != node || entry.result != 0) {
+            continue;
+        }
+        if (entry.request == VIDIOC_STREAMON) {
+            numbers.clear();
+        } else if (entry.request == VIDIOC_DQBUF) {
+            numbers.push_back(entry.As<v4l2_buffer>().sequence);
+        }
+    }
+    return numbers;
+}

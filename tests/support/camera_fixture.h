@@ -39,6 +39,9 @@ protected:
     static std::string Giving_Up(uint32_t request, int error);
 };
 
+/// The numbers of the frames that the driver handed out since the stream was started, in their order, by the log.
+std::vector<uint32_t> Numbers_Handed_Out(const std::string& node);
+
 /// Captures standard error while it lives.
 class Captured_Stderr {
 public:
