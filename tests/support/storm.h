@@ -2,6 +2,7 @@
 #ifndef WQZ_TESTS_SUPPORT_STORM_H
 #define WQZ_TESTS_SUPPORT_STORM_H
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -45,7 +46,7 @@ public:
         std::printf("seed %u\n", seed);
         (void)std::fflush(stdout);
     }
-    ~Rounds() { std::printf("%u rounds\n", begun); }
+    ~Rounds() { std::printf("%u rounds, the slowest end took %lld ms\n", begun, slowest); }
     Rounds(const Rounds&) = delete;
     Rounds& operator=(const Rounds&) = delete;
 
@@ -56,6 +57,9 @@ public:
         return more;
     }
     uint32_t Begun() const { return begun; }
+
+    /// Notes how long the round's stop or close took.
+    void Ended_In(std::chrono::milliseconds time) { slowest = std::max<long long>(slowest, time.count()); }
 
     /// @return the draws of one more thread
     Random New_Random() { return Random(seed + ++drawing); }
@@ -75,7 +79,11 @@ private:
     uint32_t seed;
     uint32_t drawing = 0;
     uint32_t begun = 0;
+    long long slowest = 0;
 };
+
+/// Tells a call that ends late, on a machine with much other work, from one that does not end.
+constexpr std::chrono::seconds Slack{5};
 
 /// Threads of a test that end together.
 class Crew {
