@@ -65,6 +65,7 @@ private:
     int End_Stream();
     void Leave_Device();
     bool Return_To_Device();
+    bool Take_Cancel(const wqz_camera::Frame_Stream* from);
     int Wait_And_Take(wqz_camera::Frame_Stream& from, WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest);
     void Remember(const wqz_camera::Set_Value& value);
 

@@ -33,7 +33,7 @@ int WQZ_Camera::Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest)
         from = stream;
         result = device ? -EINVAL : -ENODEV;
     }
-    if (wait_point.Take_Cancel()) {
+    if (Take_Cancel(from.get())) {
         result = -ECANCELED;
     } else if (from) {
         result = Wait_And_Take(*from, frame, timeout_ms, newest);
@@ -42,6 +42,16 @@ int WQZ_Camera::Read(WQZ_Camera_Frame& frame, int32_t timeout_ms, bool newest)
         last_failure.Set_Fixed(Read_Sentence(-result));
     }
     return result;
+}
+
+// The wake-up of a cancel may be that of a stop or a close too, for which the other reads wait.
+bool WQZ_Camera::Take_Cancel(const Frame_Stream* from)
+{
+    const bool cancelled = wait_point.Take_Cancel();
+    if (cancelled && (closing || from == nullptr || from->Has_Ended())) {
+        wait_point.Wake();
+    }
+    return cancelled;
 }
 
 // A stop and a close wake one waiting Read, which wakes the next.
@@ -54,7 +64,7 @@ int WQZ_Camera::Wait_And_Take(Frame_Stream& from, WQZ_Camera_Frame& frame, int32
     const Deadline deadline(timeout_ms);
     for (int empty_looks = 0;;) {
         const unsigned causes = wait_point.Wait(deadline.Remaining(Look_Ms));
-        if (wait_point.Take_Cancel()) {
+        if (Take_Cancel(&from)) {
             return -ECANCELED;
         }
         const bool last = deadline.Has_Passed();

@@ -334,6 +334,12 @@ bool Frame_Stream::Keeps_Camera() const
     return ended && device != nullptr && !device->Is_Gone();
 }
 
+bool Frame_Stream::Has_Ended() const
+{
+    const std::lock_guard lock(mutex);
+    return ended;
+}
+
 bool Frame_Stream::Is_Gone() const
 {
     const std::lock_guard lock(mutex);

@@ -56,6 +56,7 @@ public:
     /// @return whether the driver keeps the camera although the stream has ended
     bool Keeps_Camera() const;
 
+    bool Has_Ended() const;
     bool Is_Gone() const;
     WQZ_Camera_Counts Counts() const;
 
