@@ -249,7 +249,7 @@ TEST_F(Camera_Sharing, ProcessesTakeACameraInTurnAndAreToldWhoHasIt)
             const std::string said = Explanation(camera.Handle());
             EXPECT_NE(said.find("v4l2-ctl"), std::string::npos) << said;
             auto frame = Sized<WQZ_Camera_Frame>();
-            EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, 0, 0), -EINVAL);
+            EXPECT_EQ(camera.Read(frame, 0), -EINVAL);
         }
         EXPECT_EQ(camera.Start(modes.held), 0) << Explanation(camera.Handle());
         EXPECT_EQ(camera.Take(3).size(), 3U);

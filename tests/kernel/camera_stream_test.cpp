@@ -138,7 +138,7 @@ TEST_F(Camera_Stream, RefusesExactModesThatAreNotOfferedAndNamesTheNearest)
         EXPECT_NE(said.find(c.nearest), std::string::npos) << said;
         EXPECT_LT(said.size(), 500U) << said;
         auto frame = Sized<WQZ_Camera_Frame>();
-        EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, 0, 0), -EINVAL);
+        EXPECT_EQ(camera.Read(frame, 0), -EINVAL);
         puts(said.c_str());
     }
     // Nothing is left set or reserved.
@@ -174,7 +174,7 @@ TEST_F(Camera_Stream, SkipsAndPassesOverFramesAndCountsThem)
 
     std::this_thread::sleep_for(500ms);
     Loan newest;
-    ASSERT_EQ(WQZ_Camera_Read(camera.Handle(), &newest.frame, 1000, WQZ_CAMERA_READ_NEWEST), 0);
+    ASSERT_EQ(camera.Read(newest.frame, 1000, WQZ_CAMERA_READ_NEWEST), 0);
     EXPECT_EQ(Motion_Jpeg_Counter(newest.Bytes()), newest.frame.sequence);
     const WQZ_Camera_Counts counts = camera.Counters();
     EXPECT_GE(counts.skipped, 3U + 3U);  // seven where the host keeps up
@@ -196,7 +196,7 @@ TEST_F(Camera_Stream, KeepsOneBufferForTheDriverAndCountsWhatIsLostMeanwhile)
         }
         auto frame = Sized<WQZ_Camera_Frame>();
         const auto asked = std::chrono::steady_clock::now();
-        EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, 5000, 0), -ENOBUFS);
+        EXPECT_EQ(camera.Read(frame, 5000), -ENOBUFS);
         EXPECT_LT(std::chrono::steady_clock::now() - asked, 2s);
         std::this_thread::sleep_for(600ms);
         for (size_t i = 0; i < held.size(); ++i) {
@@ -224,18 +224,18 @@ TEST_F(Camera_Stream, TimesOutWhileTheCameraPausesAndGoesOn)
     auto asked = std::chrono::steady_clock::now();
     do {  // what was on its way when the camera paused
         asked = std::chrono::steady_clock::now();
-        result = WQZ_Camera_Read(camera.Handle(), &frame, 400, 0);
+        result = camera.Read(frame, 400);
     } while (result == 0 && WQZ_Camera_Release(&frame) == 0);
     EXPECT_EQ(result, -ETIMEDOUT) << Explanation(camera.Handle());
     EXPECT_GE(std::chrono::steady_clock::now() - asked, 400ms);
     EXPECT_LT(std::chrono::steady_clock::now() - asked, 1s);
-    EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, 0, 0), -ETIMEDOUT);
+    EXPECT_EQ(camera.Read(frame, 0), -ETIMEDOUT);
 
     std::thread cancel([&] {
         std::this_thread::sleep_for(200ms);
         (void)WQZ_Camera_Cancel(camera.Handle());
     });
-    EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, -1, 0), -ECANCELED);
+    EXPECT_EQ(camera.Read(frame, -1), -ECANCELED);
     cancel.join();
 
     const auto frames = Take_Checked(camera, 10);
@@ -278,7 +278,7 @@ TEST_F(Camera_Stream, ReportsADriverThatFailsAndStartsAgain)
     auto frame = Sized<WQZ_Camera_Frame>();
     int result = 0;
     for (int i = 0; i < 10 && result == 0; ++i) {
-        result = WQZ_Camera_Read(camera.Handle(), &frame, 3000, 0);
+        result = camera.Read(frame, 3000);
         (void)WQZ_Camera_Release(&frame);
     }
     EXPECT_EQ(result, -EIO) << Explanation(camera.Handle());

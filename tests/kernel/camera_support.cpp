@@ -65,7 +65,19 @@ std::string Camera::Node()
 
 int Camera::Start(const WQZ_Camera_Request& request)
 {
-    return WQZ_Camera_Start(pHandle, &request, &S_Mode);
+    C_Tally.Expect_Balance(Counters());
+    const int result = WQZ_Camera_Start(pHandle, &request, &S_Mode);
+    C_Tally.Clear();
+    return result;
+}
+
+int Camera::Read(WQZ_Camera_Frame& frame, int timeout_ms, uint32_t flags)
+{
+    const int result = WQZ_Camera_Read(pHandle, &frame, timeout_ms, flags);
+    if (result == 0) {
+        C_Tally.Add(frame);
+    }
+    return result;
 }
 
 Loans Camera::Hold(size_t count)
@@ -73,7 +85,7 @@ Loans Camera::Hold(size_t count)
     Loans loans;
     while (loans.size() < count) {
         auto loan = std::make_unique<Loan>();
-        const int result = WQZ_Camera_Read(pHandle, &loan->frame, 10000, 0);
+        const int result = Read(loan->frame, 10000);
         if (result != 0) {
             ADD_FAILURE() << "frame " << loans.size() << ": " << result << ", " << Explanation(pHandle);
             break;
@@ -117,6 +129,7 @@ int Camera::Set(const std::string& name, const std::string& text)
 
 int Camera::Close()
 {
+    C_Tally.Expect_Balance(Counters());
     WQZ_Camera* const closed = pHandle;
     pHandle = nullptr;
     return WQZ_Camera_Close(closed);

@@ -12,6 +12,7 @@
 
 #include "Camera/wqz_camera.h"
 #include "kernel_test_support.h"
+#include "support/frame_tally.h"
 
 /// @return the library's sentence about the last failure; of this thread without a camera
 std::string Explanation(WQZ_Camera* camera = nullptr);
@@ -44,7 +45,7 @@ public:
 };
 using Loans = std::vector<std::unique_ptr<Loan>>;
 
-/// An open camera; closes it at its end.
+/// An open camera; closes it at its end. All frames of each capture must be accounted for.
 class Camera {
 public:
     /// Fails the test when the camera cannot be opened.
@@ -58,6 +59,9 @@ public:
 
     /// @return what WQZ_Camera_Start returns; S_Mode holds the mode
     int Start(const WQZ_Camera_Request& request);
+
+    /// @return what WQZ_Camera_Read returns
+    int Read(WQZ_Camera_Frame& frame, int timeout_ms, uint32_t flags = 0);
 
     /// Reads so many frames and keeps them. Fails the test when one does not come within ten seconds.
     Loans Hold(size_t count);
@@ -77,6 +81,7 @@ public:
 
 private:
     WQZ_Camera* pHandle = nullptr;
+    Frame_Tally C_Tally;  // since Start
 };
 
 /// v4l2-ctl as another program that captures. It runs until it is ended.

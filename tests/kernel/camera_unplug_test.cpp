@@ -48,7 +48,7 @@ int Read_To_The_End(Camera& camera, int timeout_ms)
     auto frame = Sized<WQZ_Camera_Frame>();
     int result = 0;
     for (int i = 0; i < 1000 && result == 0; ++i) {
-        result = WQZ_Camera_Read(camera.Handle(), &frame, timeout_ms, 0);
+        result = camera.Read(frame, timeout_ms);
         if (result == 0) {
             EXPECT_EQ(WQZ_Camera_Release(&frame), 0) << Explanation();
         }
@@ -87,7 +87,7 @@ TEST_F(Camera_Unplug, ShowsInTheNextReadAndInTheDescriptor)
                 return Clock::time_point::max();
             }
             auto frame = Sized<WQZ_Camera_Frame>();
-            const int result = WQZ_Camera_Read(camera.Handle(), &frame, 0, 0);
+            const int result = camera.Read(frame, 0);
             if (result == -ENODEV) {
                 return Clock::now();
             }
@@ -97,7 +97,7 @@ TEST_F(Camera_Unplug, ShowsInTheNextReadAndInTheDescriptor)
     const auto gone = Unplug(camera.Node());
     EXPECT_LT(readable.get() - gone, Notice_Limit);
     auto frame = Sized<WQZ_Camera_Frame>();
-    EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, -1, 0), -ENODEV);  // again and again
+    EXPECT_EQ(camera.Read(frame, -1), -ENODEV);  // again and again
     Expect_Unplugged(camera);
     EXPECT_EQ(WQZ_Camera_Stop(camera.Handle()), 0);
     EXPECT_EQ(camera.Close(), 0) << Explanation();
@@ -180,7 +180,7 @@ TEST_F(Camera_Unplug, RecoverBringsModeControlsAndFramesBack)
     EXPECT_EQ(WQZ_Camera_Recover(camera.Handle(), 300), -ETIMEDOUT);
     EXPECT_LT(Clock::now() - asked, 2s);
     auto frame = Sized<WQZ_Camera_Frame>();
-    EXPECT_EQ(WQZ_Camera_Read(camera.Handle(), &frame, 0, 0), -ENODEV);
+    EXPECT_EQ(camera.Read(frame, 0), -ENODEV);
     std::thread cancel([&] {
         std::this_thread::sleep_for(300ms);
         (void)WQZ_Camera_Cancel(camera.Handle());

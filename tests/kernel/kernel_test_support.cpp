@@ -3,10 +3,12 @@
 
 #include <sys/wait.h>
 #include <turbojpeg.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -18,9 +20,18 @@ namespace {
 
 constexpr auto Poll_Interval = std::chrono::milliseconds(2);
 
+constexpr int Usb_Camera_Nodes = 2;  // one for frames, and one for metadata that appears last
+
+/// @return whether all nodes of the USB camera are there and can be opened
 bool Usb_Camera_Is_There()
 {
-    return Run_Command("v4l2-ctl --list-devices 2>/dev/null | grep -q vhci_hcd").status == 0;
+    int nodes = 0;
+    for (const auto& node : std::filesystem::directory_iterator("/sys/class/video4linux")) {
+        std::error_code gone_meanwhile;
+        const auto driver = std::filesystem::read_symlink(node.path() / "device/driver", gone_meanwhile);
+        nodes += driver.filename() == "uvcvideo" && access(("/dev" / node.path().filename()).c_str(), F_OK) == 0;
+    }
+    return nodes == Usb_Camera_Nodes;
 }
 
 /// Decodes a JPEG image. @return false when any part of it is damaged
@@ -76,8 +87,8 @@ void Plug_In_Usb_Camera()
     if (!Usb_Camera_Is_There()) {
         (void)Run_Command(std::string("usb_camera ") + Camera_Fifo + " >/dev/null 2>&1 &");
     }
-    for (int i = 0; i < 100 && !Usb_Camera_Is_There(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 1000 && !Usb_Camera_Is_There(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
 
@@ -124,6 +135,7 @@ std::vector<Delivered_Frame> Capture_Session::Take(size_t count, std::chrono::se
             std::this_thread::sleep_for(Poll_Interval);
             continue;
         }
+        C_Tally.Add(*frame);
         const auto* const bytes = static_cast<const uint8_t*>(frame->pMem);
         frames.push_back({frame->index, frame->buffer.sequence, frame->PixFormat,
                           std::vector<uint8_t>(bytes, bytes + frame->buffer.bytesused)});
@@ -136,6 +148,9 @@ std::vector<Delivered_Frame> Capture_Session::Take(size_t count, std::chrono::se
 int32_t Capture_Session::Stop()
 {
     WQZ_USBCam_EVENT_LoopMode(pHandle, 0);
+    printf("%llu frames delivered, %llu overtaken, %llu lost in the driver\n",
+           static_cast<unsigned long long>(C_Tally.Delivered()), static_cast<unsigned long long>(C_Tally.Overtaken()),
+           static_cast<unsigned long long>(C_Tally.Lost()));
     return Loop.get();
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/record_tally.h"
 #include "USBCam_API/USBCam_API.h"
 
 // Where the camera program takes its commands, and where files for the host go.
@@ -53,7 +54,7 @@ struct Delivered_Frame {
 };
 
 /// One session through the flat functions, torn down in the documented order: the loop returned, buffers cleared,
-/// closed, deleted.
+/// closed, deleted. All frames of its capture must be accounted for.
 class Capture_Session {
 public:
     explicit Capture_Session(const Discovered_Camera& camera);
@@ -69,12 +70,15 @@ public:
     /// @return the next `count` frames; fewer when `patience` passes without one
     std::vector<Delivered_Frame> Take(size_t count, std::chrono::seconds patience = std::chrono::seconds(10));
 
-    /// Ends the loop. @return its result
+    /// Ends the loop, and prints what became of the camera's frames. @return the loop's result
     int32_t Stop();
+
+    const Record_Tally& Tally() const { return C_Tally; }
 
 private:
     void* pHandle;
     std::future<int32_t> Loop;
+    Record_Tally C_Tally;
 };
 
 /// A request as WQZ_USBCam_Video_DEAL_WITH takes it.

@@ -196,7 +196,15 @@ int Attach()
     // Port 0, the socket, any device number, high speed.
     const std::string line = "0 " + std::to_string(pair[1]) + " 65538 3";
     const int fd = Checked(open("/sys/devices/platform/vhci_hcd.0/attach", O_WRONLY | O_CLOEXEC), "vhci_hcd");
-    Checked(static_cast<int>(write(fd, line.data(), line.size())), "attach to vhci_hcd");
+    ssize_t written = 0;
+    for (int tries = 0; tries < 500; ++tries) {  // the port of an unplugged camera stays busy for a moment
+        written = write(fd, line.data(), line.size());
+        if (written >= 0 || errno != EBUSY) {
+            break;
+        }
+        usleep(10000);
+    }
+    Checked(static_cast<int>(written), "attach to vhci_hcd");
     close(fd);
     close(pair[1]);
     return pair[0];
