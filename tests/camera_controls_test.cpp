@@ -123,6 +123,17 @@ TEST_F(Controls, TakeWordsAsUsersWriteThem)
     EXPECT_EQ(Value("auto_exposure"), List().at("auto_exposure").default_value);
 }
 
+TEST_F(Controls, ATextIsCutToTheBuffer)
+{
+    EXPECT_EQ(Set(To_Text("auto_exposure", "manual mode")), 0) << Explanation(camera);
+    char buffer[] = "??????";
+    auto setting = To_Text("auto_exposure", nullptr);
+    setting.buffer = buffer;
+    setting.buffer_size = 4;
+    EXPECT_EQ(WQZ_Camera_Get_Control(camera, &setting), 0);
+    EXPECT_EQ(std::string(buffer, 6), std::string("Man\0??", 6));
+}
+
 // The names of an integer menu's items are numbers, which are not their indices.
 TEST_F(Controls, ANumberForAnIntegerMenuIsTheItemThatShowsIt)
 {

@@ -95,6 +95,17 @@ TEST_F(Modes, ARateThatTheDriverDoesNotConfirmIsUnknown)
     EXPECT_EQ(mode.interval.denominator, 30U);
 }
 
+TEST_F(Modes, AnIntervalWithAZeroIsUnknown)
+{
+    for (const v4l2_fract& told : {v4l2_fract{0, 30}, v4l2_fract{1, 0}}) {
+        Alter(Node, VIDIOC_S_PARM,
+              [=](void* argument) { static_cast<v4l2_streamparm*>(argument)->parm.capture.timeperframe = told; });
+        ASSERT_EQ(Start(Request_For(V4L2_PIX_FMT_YUYV, 320, 240, Thirty)), 0);
+        EXPECT_EQ(mode.interval.numerator, 0U);
+        EXPECT_EQ(mode.interval.denominator, 0U);
+    }
+}
+
 TEST_F(Modes, AFailedEnumerationIsAnErrorAndNotTheEndOfAList)
 {
     for (const auto code : {VIDIOC_ENUM_FMT, VIDIOC_ENUM_FRAMESIZES, VIDIOC_ENUM_FRAMEINTERVALS}) {

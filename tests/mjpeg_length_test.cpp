@@ -143,6 +143,18 @@ TEST(Mjpeg_Length, ARunOfZerosMisleadsTheSearchOnlyWhenItFillsAProbe)
     }
 }
 
+TEST(Mjpeg_Length, ARemainderOfTwoProbesIsScannedByteByByte)
+{
+    std::vector<uint8_t> bytes(400, 1);
+    std::fill_n(bytes.begin() + 200, 100, uint8_t{0});  // which a probe before 300 would take for the padding
+    bytes[0] = bytes[398] = 0xFF;
+    bytes[1] = 0xD8;
+    bytes[399] = 0xD9;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Frame_Buffer::MJPEG_Length(bytes.data(), 400U), 400);
+    (void)testing::internal::GetCapturedStderr();
+}
+
 TEST(Mjpeg_Length, AProbeWhoseWordsWouldCancelIn32BitsHoldsData)
 {
     std::vector<uint8_t> bytes(300, 0);
