@@ -7,6 +7,7 @@ usage: preview_test.py TOOL LAUNCHER [unittest arguments]
 import json
 import os
 import re
+import signal
 import socket
 import subprocess
 import sys
@@ -96,6 +97,23 @@ class Pictures(Preview_Test):
         self.addCleanup(stream.close)
         sequences = [int(stream.next()[0]["X-Sequence"]) for _ in range(6)]
         self.assertEqual({sequence % 2 for sequence in sequences}, {sequences[0] % 2}, sequences)
+
+    def test_a_picture_tells_how_many_frames_were_lost_before_it(self):
+        process = self.serve("camera\nformat MJPG\n  size 320x240 30\n")
+        stream = Stream(self.address)
+        self.addCleanup(stream.close)
+        before = int(stream.next()[0]["X-Sequence"])
+        os.killpg(process.pid, signal.SIGSTOP)  # the camera goes on by the clock, and has no buffer for its frames
+        time.sleep(1)
+        os.killpg(process.pid, signal.SIGCONT)
+        for _ in range(30):
+            headers = stream.next()[0]
+            sequence, lost = int(headers["X-Sequence"]), int(headers["X-Lost"])
+            self.assertLess(lost, sequence - before)
+            if lost > 10:
+                return
+            before = sequence
+        self.fail("no picture says that frames were lost")
 
     def test_the_camera_that_comes_back_goes_on_with_its_settings(self):
         self.serve("camera\nformat MJPG\n  size 320x240 30\n  size 160x120 30\nunplug-after 1s\nreplug-after 2s\n")
