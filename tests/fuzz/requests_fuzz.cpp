@@ -159,15 +159,38 @@ bool Is_Refusal(const Answer& answer)
     return answer.status == 100 || answer.status == 403 || (answer.status >= 400 && answer.body.empty());
 }
 
-/// @return whether the input can hold a request that has the right host and the token
-bool May_Be_Answered(const std::string& lower, bool is_network)
+void Check_Answers(const std::string& received, bool may_be_answered)
 {
-    const auto names = [&](const char* host) { return lower.find(host) != std::string::npos; };
-    const bool is_encoded = lower.find('%') != std::string::npos;  // cpp-httplib decodes headers too
-    if (is_network) {
-        return (names("192.0.2.7:8080") || is_encoded) && names("token");
+    const bool is_cut = received.size() >= Most_Received;
+    for (std::string_view rest = received; !rest.empty();) {
+        const Answer answer = Take_Answer(rest, is_cut);
+        Require(may_be_answered || Is_Refusal(answer));
+        if (!is_cut) {
+            Check_Json(answer);
+        }
     }
-    return names("127.0.0.1:8080") || names("localhost:8080") || names("[::1]:8080") || is_encoded;
+}
+
+std::string Lower(std::string text)
+{
+    std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+bool Names(const std::string& text, const std::string& word)
+{
+    return text.find(word) != std::string::npos;
+}
+
+/// @return whether the input can hold a request that has the right host and the token
+bool May_Be_Answered(const std::string& text, bool is_network)
+{
+    const std::string lower = Lower(text);
+    const bool is_encoded = Names(text, "%");  // cpp-httplib decodes headers too
+    if (is_network) {
+        return Names(text, Token_Mark) && (is_encoded || Names(lower, "192.0.2.7:8080"));
+    }
+    return is_encoded || Names(lower, "127.0.0.1:8080") || Names(lower, "localhost:8080") || Names(lower, "[::1]:8080");
 }
 
 std::string With_Token(std::string text, const std::string& token)
@@ -203,23 +226,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     Previews& previews = The_Previews();
     const bool is_network = data[0] == 'n';
-    Preview& preview = is_network ? previews.network : previews.local;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-    std::string lower = text;
-    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const bool may_be_answered = May_Be_Answered(text, is_network);
+    const bool may_change = may_be_answered && Names(Lower(text), "application/json");
 
     const uint64_t revision = previews.roster.Find("")->Report().revision;
-    const std::string received = Serve(preview.server, With_Token(text, previews.network.Token()));
-    const bool may_be_answered = May_Be_Answered(lower, is_network);
-    const bool is_cut = received.size() >= Most_Received;
-    for (std::string_view rest = received; !rest.empty();) {
-        const Answer answer = Take_Answer(rest, is_cut);
-        Require(may_be_answered || Is_Refusal(answer));
-        if (!is_cut) {
-            Check_Json(answer);
-        }
-    }
-    const bool may_change = may_be_answered && lower.find("application/json") != std::string::npos;
+    Preview& preview = is_network ? previews.network : previews.local;
+    Check_Answers(Serve(preview.server, With_Token(text, previews.network.Token())), may_be_answered);
     const Feed_Report report = previews.roster.Find("")->Report();
     Require(report.viewers == 0 && (may_change || report.revision == revision));
     return 0;
