@@ -1,5 +1,6 @@
 """Cameras: names, modes, controls, and what is said of wrong arguments."""
 
+import asyncio
 import errno
 import os
 import pickle
@@ -141,21 +142,34 @@ TIMES = ANYTHING.filter(lambda time: not isinstance(time, (int, float, Fraction)
 @hypothesis.settings(max_examples=25, deadline=None, database=None, derandomize=True)
 @hypothesis.given(strategies.tuples(*[ANYTHING] * 3), TIMES.filter(lambda time: time is not None))
 def test_nothing_that_is_passed_ends_the_process(words, timeout):
-    def uses(camera):
+    async def first(items):
+        return await items.__anext__()
+
+    def uses(camera, monitor):
         yield lambda: wqz_camera.Camera(words[0]).close()
         yield lambda: camera.start(*words, exact=words[2], buffers=0, skip=0)
+        yield lambda: camera.start("MJPG", (640, 480), buffers=words[0], skip=words[1])
         yield lambda: camera.start("MJPG", (640, 480), words[0])
+        yield lambda: camera.controls[words[0]]
+        yield lambda: words[0] in camera.controls
         yield lambda: camera.controls.__setitem__(words[0], words[1])
         yield lambda: camera.controls.__setitem__("brightness", words[1])
         yield lambda: camera.controls.details(words[0])
+        yield lambda: camera.controls.reset(*words)
+        yield lambda: camera.start("MJPG", (640, 480), 200)
         yield lambda: camera.read(timeout, newest=words[0])
-        yield lambda: next(camera.frames(timeout))
+        yield lambda: next(camera.frames(timeout, newest=words[0]))
+        yield lambda: asyncio.run(camera.aread(timeout, newest=words[0]))
+        yield lambda: asyncio.run(first(camera.aframes(timeout, newest=words[0])))
         yield lambda: camera.recover(timeout)
+        yield lambda: monitor.read(timeout)
+        yield lambda: asyncio.run(monitor.aread(timeout))
         yield lambda: camera.read(1).bgr(out=words[0])
+        yield lambda: camera.read(1).rgb(out=words[0])
         yield lambda: camera.read(1).release(words[0])
 
-    with wqz_camera.Camera(PLAIN) as camera:
-        for use in uses(camera):
+    with wqz_camera.Camera(PLAIN) as camera, wqz_camera.Monitor() as monitor:
+        for use in uses(camera, monitor):
             try:
                 use()
             except (OSError, TypeError, ValueError, KeyError) as failure:
