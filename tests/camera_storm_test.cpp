@@ -293,7 +293,8 @@ TEST_F(Camera_Storm, ACloseAtAnyMomentEndsEveryCall)
         for (size_t i = 0; i < Readers; ++i) {
             calls.Once([this, handle = camera] { Read_One(handle); });
         }
-        ASSERT_TRUE(Eventually([&] { return begun == Readers; }));
+        ASSERT_TRUE(
+            Eventually([&] { return begun == Readers && Requests(VIDIOC_DQBUF) >= static_cast<int>(Readers); }));
         std::this_thread::sleep_for(20ms);  // no call may begin after Close
         if (rounds.Begun() % 3 != 0) {
             calls.Once([handle = camera, starts = rounds.Begun() % 3 == 1] { Begin_Again(handle, starts); });

@@ -1,8 +1,8 @@
 // The session on many threads: four consumers, questions, and storms of budgets, ended at random moments.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <mutex>
-#include <set>
 
 #include "support/open_camera.h"
 #include "support/session_fixture.h"
@@ -35,7 +35,7 @@ protected:
         int64_t last = -1;
         at_rest[consumer] = false;  // before the look at what Await_Consumers relies on
         while (consuming) {
-            Frame_Buffer_Data* frame = Take(random);
+            Frame_Buffer_Data* frame = Take_In_Some_Way(random);
             if (frame != nullptr) {
                 EXPECT_GT(frame->index, last);
                 last = frame->index;
@@ -54,7 +54,7 @@ protected:
         random.Sleep_Up_To(300us);
     }
 
-    Frame_Buffer_Data* Take(Random& random)
+    Frame_Buffer_Data* Take_In_Some_Way(Random& random)
     {
         switch (random.Below(4)) {
             case 0:
@@ -75,8 +75,19 @@ protected:
         EXPECT_EQ(frame.PixFormat.u_PixFormat, Mjpeg.u_PixFormat);
         EXPECT_GE(frame.Frame_Time.tv_sec, begin);
         const std::lock_guard lock(mutex);
-        EXPECT_TRUE(received.insert(frame.index).second) << frame.index << " was taken twice";
+        EXPECT_TRUE(received.emplace(frame.index, frame).second) << frame.index << " was taken twice";
         ++taken;
+    }
+
+    /// Expects that each record has the frame that the driver handed out for it. Begins with the next capture.
+    void Expect_Frames_Of_The_Driver()
+    {
+        Record_Tally all;
+        for (const auto& [number, frame] : received) {
+            all.Add(frame);
+        }
+        all.Expect_Handed_Out(Numbers_Handed_Out(Node));
+        received.clear();
     }
 
     /// Expects that nobody has written into the frame while it was held.
@@ -133,7 +144,7 @@ protected:
     Crew crew;
 
     std::mutex mutex;
-    std::set<uint32_t> received;  // numbers of the frames of this capture; guarded by mutex
+    std::map<uint32_t, Frame_Buffer_Data> received;  // the records of this capture by number; guarded by mutex
 };
 
 TEST_F(Session_Storm, AStopAtAnyMomentEndsTheCapture)
@@ -170,7 +181,7 @@ TEST_F(Session_Storm, AStopAtAnyMomentEndsTheCapture)
         EXPECT_EQ(session.iLoopMode, 0);
         consuming = false;
         Await_Consumers();
-        received.clear();
+        Expect_Frames_Of_The_Driver();
         session.CLEAR_FRAME_BUFF();
         session.Video_Stream_Clear_Frame_Buff();
     }
