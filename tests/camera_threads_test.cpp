@@ -68,6 +68,18 @@ TEST_F(Threads, CloseEndsARecoverThatWaits)
     }
 }
 
+TEST_F(Threads, AStopInTheMidstOfAStartEndsTheCapture)
+{
+    Alter(Node, VIDIOC_STREAMON, [&](void*) {
+        Once([&] { EXPECT_EQ(WQZ_Camera_Stop(camera), 0); });
+        std::this_thread::sleep_for(milliseconds(30));
+    });
+    Start_Yuyv();
+    Join();
+    WQZ_Camera_Frame frame{};
+    EXPECT_EQ(Read(frame, 0), -EINVAL);
+}
+
 TEST_F(Threads, FramesOfBeforeAReplugAreReleasedWhileTheNextOnesAreRead)
 {
     Start_Yuyv();
