@@ -149,7 +149,7 @@ protected:
 
 TEST_F(Session_Storm, AStopAtAnyMomentEndsTheCapture)
 {
-    Rounds rounds(60);
+    Rounds rounds(40);
     Captured_Stderr printed;
     Random random = rounds.New_Random();
     for (size_t i = 0; i < Consumers; ++i) {
