@@ -397,7 +397,7 @@ struct Interface {
     void Print() const
     {
         printf("%s:", name);
-        for (int stage = Before; stage < Stages; ++stage) {
+        for (size_t stage = Before; stage < Stages; ++stage) {
             printf(" %s %d", Stage_Names[stage], unplugs[stage]);
         }
         printf("\n");

@@ -72,9 +72,9 @@ protected:
     }
 
     // Takes the oldest frame.
-    Frame_Buffer_Data* Take(bool block = false)
+    Frame_Buffer_Data* Take()
     {
-        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(block);
+        Frame_Buffer_Data* frame = session.GET_FRAME_BUFF(false);
         if (frame != nullptr) {
             tally.Add(*frame);
         }
