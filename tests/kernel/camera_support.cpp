@@ -65,7 +65,7 @@ std::string Camera::Node()
 
 int Camera::Start(const WQZ_Camera_Request& request)
 {
-    C_Tally.Expect_Balance(Counters());
+    C_Tally.Expect_Balance(Counters(), true);
     const int result = WQZ_Camera_Start(pHandle, &request, &S_Mode);
     C_Tally.Clear();
     return result;
@@ -129,7 +129,7 @@ int Camera::Set(const std::string& name, const std::string& text)
 
 int Camera::Close()
 {
-    C_Tally.Expect_Balance(Counters());
+    C_Tally.Expect_Balance(Counters(), true);
     WQZ_Camera* const closed = pHandle;
     pHandle = nullptr;
     return WQZ_Camera_Close(closed);

@@ -156,7 +156,7 @@ private:
         }
         auto counts = Sized<WQZ_Camera_Counts>();
         EXPECT_EQ(WQZ_Camera_Counters(pCamera, &counts), 0);
-        tally.Expect_Balance(counts);
+        tally.Expect_Balance(counts, true);
     }
 
     Progress& C_Progress;
