@@ -500,13 +500,16 @@ TEST_F(Capture, ARecordOfANewerProgramIsFilledAsFarAsKnown)
     struct Newer {
         WQZ_Camera_Counts counts;
         uint64_t more;
+        uint8_t behind[256];
     };
     Newer newer{};
-    newer.counts.size = sizeof newer;
+    newer.counts.size = offsetof(Newer, behind);
     newer.more = 77;
+    std::fill(std::begin(newer.behind), std::end(newer.behind), uint8_t{0xA5});
     EXPECT_EQ(WQZ_Camera_Counters(camera, &newer.counts), 0);
-    EXPECT_EQ(newer.counts.size, sizeof newer);
+    EXPECT_EQ(newer.counts.size, offsetof(Newer, behind));
     EXPECT_EQ(newer.more, 0U);
+    EXPECT_EQ(std::count(std::begin(newer.behind), std::end(newer.behind), 0xA5), 256);
 }
 
 }  // namespace

@@ -249,6 +249,12 @@ TEST_F(Tracing, BufferAndDumpFunctionsWriteTheseLines)
               "MJPEG_Length END!\n");
     EXPECT_EQ(Traced([&] { Video_Stream::Frame_buffer_Deal_With(nullptr, &buffer); }),
               "Frame_buffer_Deal_With !\nSave_Frame_buffer START!\nSave_Frame_buffer END!\n");
+    const auto fd = static_cast<uint32_t>(session.Video_Device_FD);
+    Fail(Node, VIDIOC_DQBUF, {EIO, -2, 1});
+    EXPECT_EQ(Traced([&] { Frame_Buffer::read_buff(fd, session.LC_Buffer_List); }),
+              "read_buff START!\nread_buff END!\n");
+    EXPECT_EQ(Traced([&] { Frame_Buffer::read_buff(fd, session.LC_Buffer_List, nullptr); }),
+              "read_buff START!\nread_buff END!\n");
     (void)testing::internal::GetCapturedStderr();
 }
 
