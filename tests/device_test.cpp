@@ -204,6 +204,25 @@ TEST(Wait_Readable, ANegativeDescriptorWaitsUntilTheTimeOut)
     EXPECT_EQ(Wait_Readable(-1, {0, 1000}), 0);
 }
 
+// A service that closed its standard input gets its camera as descriptor 0.
+TEST(Wait_Readable, WaitsForDescriptorZero)
+{
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    EXPECT_EQ(Wait_Readable(STDIN_FILENO, {0, 1000}), 0);
+    EXPECT_EQ(write(ends[1], "", 1), 1);
+    EXPECT_EQ(Wait_Readable(STDIN_FILENO, {0, 1000}), 1);
+    (void)close(STDIN_FILENO);
+    if (kept >= 0) {
+        EXPECT_EQ(dup2(kept, STDIN_FILENO), STDIN_FILENO);
+        (void)close(kept);
+    }
+    (void)close(ends[0]);
+    (void)close(ends[1]);
+}
+
 TEST(Wait_Readable, KeepsTheErrorOfSelectAndAllocatesNothingBelowFdSetsize)
 {
     for (const int32_t fd : {FD_SETSIZE - 1, FD_SETSIZE}) {
