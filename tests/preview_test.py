@@ -208,6 +208,9 @@ class Strangers(Preview_Test):
         self.assertEqual(headers["Cross-Origin-Resource-Policy"], "same-origin")
 
     def test_the_network_needs_the_token(self):
+        self.serve()
+        with self.assertRaises(ConnectionRefusedError):  # an address that a server of all addresses would have
+            socket.create_connection(("127.0.0.2", self.address[1]), timeout=10)
         self.serve(CAMERAS, "--listen", "127.0.0.1", "--port", "0")
         token = self.url.split("?token=")[1]
         self.assertRegex(token, "^[0-9a-f]{32}$")
@@ -267,6 +270,7 @@ class Strangers(Preview_Test):
                         b"GET /../../etc/passwd HTTP/1.1\r\n" + host + b"\r\n",
                         post + b"Content-Length: 99999999999\r\n\r\n{", post + b"Content-Length: -1\r\n\r\n{}",
                         post + b"Content-Length: 15000\r\n\r\n" + b"[" * 15000,
+                        post + b"Content-Length: 20000\r\n\r\n" + b'{"reset": true}'.ljust(20000),
                         post + b"Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\n"):
             with self.subTest(request[:60]):
                 connection = self.connect(request)
@@ -315,18 +319,29 @@ class Strangers(Preview_Test):
             except ConnectionError:
                 pass
 
+    def send_deaf(self, request):
+        """Sends a request, and receives nothing."""
+        deaf = socket.socket()
+        self.addCleanup(deaf.close)
+        deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 2048)
+        deaf.connect(self.address)
+        deaf.setblocking(False)
+        deaf.send(request)
+
     def test_clients_that_receive_nothing_leave_it_serving(self):
         self.serve()
-        questions = (b"GET / HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1]) * 1000
         for _ in range(100):
-            deaf = socket.socket()
-            self.addCleanup(deaf.close)
-            deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 2048)
-            deaf.connect(self.address)
-            deaf.setblocking(False)
-            deaf.send(questions)
+            self.send_deaf((b"GET / HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1]) * 1000)
         time.sleep(1)
         self.assert_serving()
+
+    def test_one_client_that_sends_or_receives_nothing_is_sent_away(self):
+        self.serve()
+        idle = self.connect()
+        self.send_deaf(b"GET /stream HTTP/1.1\r\nHost: 127.0.0.1:%d\r\n\r\n" % self.address[1])
+        self.wait_for("viewer", lambda: self.ask("/api/state")["camera"]["viewers"] == 1)
+        self.assertEqual(idle.recv(100), b"")  # closed before the time-out of this socket, ten seconds
+        self.wait_for("end of the viewer", lambda: self.ask("/api/state")["camera"]["viewers"] == 0, limit=20)
 
     def test_viewers_are_limited_and_questions_are_still_answered(self):
         process = self.serve()
