@@ -165,6 +165,19 @@ class Page(Preview_Test):
         self.assertIn("did not start", self.text("notice-text"))
         self.assertEqual(set(self.pixels().split(":")[1].split(",")), {"0", "255"})  # black
 
+    def test_a_page_without_a_place_says_so_until_one_is_free(self):
+        self.serve()
+        viewers = [Stream(self.address) for _ in range(32)]
+        self.browser.get(self.url)
+        self.addCleanup(self.browser.get, "about:blank")
+        self.addCleanup(self.browser.get_log, "browser")  # another test wants it empty
+        self.wait_for("notice", lambda: self.text("notice-text").startswith("Too many viewers"))
+        self.assertEqual(self.text("status-text"), "No picture")
+        for viewer in viewers:
+            viewer.close()
+        self.wait_for("picture", self.is_live)
+        self.assert_moving()
+
     def test_unplugging_is_shown_and_the_picture_comes_back(self):
         self.open("camera\nformat MJPG\n  size 320x240 30\nunplug-after 3s\nreplug-after 3s\n")
         self.wait_for("notice", lambda: self.text("notice-title") == "The camera is unplugged")

@@ -91,12 +91,13 @@ class Pictures(Preview_Test):
         self.wait_for("end of the capture", lambda: self.ask("/api/state")["camera"]["state"] == "idle")
         self.assertLess(int(self.request("/snapshot")[1]["X-Sequence"]), sequences[-1][0], "an old picture")
 
-    def test_frames_that_are_cut_short_are_not_shown(self):
+    def test_frames_that_are_cut_short_are_counted_and_not_shown(self):
         self.serve("camera\nformat YUYV\n  size 320x240 30\ndamage-every 2\n")
         stream = Stream(self.address)
         self.addCleanup(stream.close)
         sequences = [int(stream.next()[0]["X-Sequence"]) for _ in range(6)]
         self.assertEqual({sequence % 2 for sequence in sequences}, {sequences[0] % 2}, sequences)
+        self.assertGreater(self.ask("/api/state")["camera"]["damaged"], 4)
 
     def test_a_picture_tells_how_many_frames_were_lost_before_it(self):
         process = self.serve("camera\nformat MJPG\n  size 320x240 30\n")

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "bandwidth.h"
+#include "modes.h"
 #include "text.h"
 
 namespace {
@@ -64,7 +65,7 @@ std::string Udev_Rule_Remedy(const std::string& user)
 
 bool Lists_Motion_Jpeg(const std::vector<WQZ_Camera_Offer>& offers)
 {
-    return std::ranges::any_of(offers, [](const auto& offer) { return std::string(offer.format) == "MJPG"; });
+    return std::ranges::find(offers, Motion_Jpeg, &WQZ_Camera_Offer::fourcc) != offers.end();
 }
 
 std::string Port_Text(const std::string& node, const Usb_Camera& port)
@@ -74,6 +75,11 @@ std::string Port_Text(const std::string& node, const Usb_Camera& port)
 }
 
 }  // namespace
+
+bool Motion_Jpeg_Helps(const std::vector<WQZ_Camera_Offer>& offers, uint32_t fourcc)
+{
+    return fourcc != Motion_Jpeg && Lists_Motion_Jpeg(offers);
+}
 
 Finding No_Camera(const System_Facts& facts)
 {
@@ -193,11 +199,12 @@ Finding Cannot_Open(const std::string& node, const std::string& reason)
     return {"cannot-open", node, Printable(reason), "Plug the camera in again. " + std::string(Kernel_Log)};
 }
 
-Finding Cannot_Start(const std::string& node, const wqz::Camera_Error& error, const Usb_Camera* port)
+Finding Cannot_Start(const std::string& node, const wqz::Camera_Error& error, const Usb_Camera* port,
+                     bool motion_jpeg_helps)
 {
-    const std::string lighter =
-        "Choose a smaller size, a lower rate or '--format mjpeg', or plug the camera into "
-        "another port, without a hub.";
+    const std::string lighter = std::string("Choose a smaller size") +
+                                (motion_jpeg_helps ? ", a lower rate or Motion-JPEG" : " or a lower rate") +
+                                ", or plug the camera into another port, without a hub.";
     switch (error.Code()) {
         case EBUSY:
             return Held(node, Holders_Of(node));
@@ -260,8 +267,8 @@ Finding No_Frames(const std::string& node, const std::string& mode)
 {
     return {"no-frames", node,
             node + ": no frame came" + (mode.empty() ? "" : " in " + mode) + ": the camera did not start.",
-            "Its USB bus may have no room left for this mode: try a smaller size, a lower rate, --format mjpeg or "
-            "another port."};
+            "Its USB bus may have no room left for this mode: try another port, or a mode that needs less. "
+            "'wqz-usbcam modes' lists the camera's modes."};
 }
 
 Finding Damaged_Frames(const std::string& node, const std::string& mode, uint64_t damaged, uint64_t frames)

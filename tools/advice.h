@@ -34,7 +34,11 @@ Finding Held(const std::string& node, const Holders& holders);
 /// @param port  where it is connected; null when that is not known
 Finding No_Modes(const std::string& node);
 Finding Cannot_Open(const std::string& node, const std::string& reason);
-Finding Cannot_Start(const std::string& node, const wqz::Camera_Error& error, const Usb_Camera* port);
+/// @param motion_jpeg_helps  whether Motion-JPEG is worth a try, see Motion_Jpeg_Helps
+Finding Cannot_Start(const std::string& node, const wqz::Camera_Error& error, const Usb_Camera* port,
+                     bool motion_jpeg_helps);
+/// @return whether a camera has Motion-JPEG, which needs less of a USB bus, and did not start in another format
+bool Motion_Jpeg_Helps(const std::vector<WQZ_Camera_Offer>& offers, uint32_t fourcc);
 
 /// @param offers  all of the camera; some of them need more than the port carries
 Finding Mode_Too_Wide(const std::string& node, const Usb_Camera& port, const std::vector<WQZ_Camera_Offer>& offers);

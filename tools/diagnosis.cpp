@@ -191,6 +191,7 @@ wqz::Mode Start_Camera(wqz::Camera& camera, const wqz::Request& request)
         }
         const std::string node = camera.Info().node;
         const System_Facts facts = Look_At_System();
-        throw wqz::Camera_Error(error.Code(), Cannot_Start(node, error, facts.Usb_Of(node)).Text());
+        const bool helps = Motion_Jpeg_Helps(camera.Modes(), request.format.Code());
+        throw wqz::Camera_Error(error.Code(), Cannot_Start(node, error, facts.Usb_Of(node), helps).Text());
     }
 }

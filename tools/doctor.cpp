@@ -94,12 +94,14 @@ std::string Port_Note(const Usb_Camera* port, const std::vector<WQZ_Camera_Offer
 void Examine_Start(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& offers, const Usb_Camera* port,
                    Section& section)
 {
+    const wqz::Request request = Choose_Mode(offers, {}, {Motion_Jpeg, Yuyv});
     try {
-        const wqz::Mode mode = camera.Start(Choose_Mode(offers, {}, {Motion_Jpeg, Yuyv}));
+        const wqz::Mode mode = camera.Start(request);
         (void)camera.Stop();  // no frame is held
         section.notes.push_back("It starts, in " + Mode_Text(mode) + ". No other program captures from it.");
     } catch (const wqz::Camera_Error& error) {
-        section.findings.push_back(Cannot_Start(section.camera, error, port));
+        const bool helps = Motion_Jpeg_Helps(offers, request.format.Code());
+        section.findings.push_back(Cannot_Start(section.camera, error, port, helps));
     }
 }
 
@@ -120,7 +122,8 @@ void Examine_Frames(wqz::Camera& camera, const std::vector<WQZ_Camera_Offer>& of
             section.Add(Check_Trial(trial));
             section.trials.push_back(trial);
         } catch (const wqz::Camera_Error& error) {
-            section.findings.push_back(Cannot_Start(section.camera, error, port));
+            const bool helps = Motion_Jpeg_Helps(offers, offer.fourcc);
+            section.findings.push_back(Cannot_Start(section.camera, error, port, helps));
             if (error.Code() == EBUSY || error.Code() == ENODEV) {
                 return;  // so would all other formats
             }

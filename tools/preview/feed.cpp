@@ -270,11 +270,21 @@ void Feed::Recover()
 void Feed::Read()
 {
     const wqz::Frame frame = Camera().Read_Newest(Read_Slice);
+    if (frame) {
+        Count(frame.Record());
+    }
     if (frame && frame.Record().length > 0) {
         Publish(frame);
     } else if (Clock::now() - last_frame > Longest_Silence) {
         Note_Silence();
     }
+}
+
+void Feed::Count(const WQZ_Camera_Frame& frame)
+{
+    const uint64_t skipped = Camera().Counters().skipped;
+    const std::lock_guard lock(mutex);
+    statistics.Count(frame, skipped, Clock::now());
 }
 
 void Feed::Publish(const wqz::Frame& frame)
@@ -283,7 +293,6 @@ void Feed::Publish(const wqz::Frame& frame)
     const auto picture = pool.Take();
     const size_t length = encoder.Encode(frame, *picture);
     last_frame = Clock::now();
-    const uint64_t skipped = Camera().Counters().skipped;
     if (length > 0) {
         picture->number = ++pictures;
         picture->sequence = record.sequence;
@@ -295,7 +304,6 @@ void Feed::Publish(const wqz::Frame& frame)
     }
     {
         const std::lock_guard lock(mutex);
-        statistics.Count(record, skipped, last_frame);
         newest = length > 0 ? picture : newest;
         state = Feed_State::Live;
         problem.clear();

@@ -110,6 +110,7 @@ private:
     bool Try_To_Recover();
     void Recover();
     void Read();
+    void Count(const WQZ_Camera_Frame& frame);
     void Publish(const wqz::Frame& frame);
     void Note_Silence();
     void Note_Failure(int code, const std::string& sentence);

@@ -1,6 +1,8 @@
 // Rates and ages over windows of a second.
 #include "feed_statistics.h"
 
+#include "../frame_output.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -14,7 +16,7 @@ void Feed_Statistics::Count(const WQZ_Camera_Frame& frame, uint64_t skipped_sinc
 {
     ++frames;
     lost += frame.lost_before;
-    damaged += (frame.flags & WQZ_CAMERA_FRAME_DAMAGED) != 0 ? 1 : 0;
+    damaged += Is_Damaged(frame) ? 1 : 0;
     skipped = skipped_since_start;
     last_frame = now;
     if (window_start == Clock::time_point()) {
@@ -51,7 +53,10 @@ void Feed_Statistics::Restart()
     skipped = 0;
     window_start = {};
     window_frames = 0;
+    window_sent = 0;
+    window_age = 0ns;
     rate = 0;
+    latency = 0;
 }
 
 double Feed_Statistics::Rate(Clock::time_point now) const

@@ -15,7 +15,7 @@ public:
     void Count(const WQZ_Camera_Frame& frame, uint64_t skipped_since_start, Clock::time_point now);
     /// Notes that a viewer was sent a picture of this age.
     void Count_Sent(std::chrono::nanoseconds age);
-    /// Begins a capture: the skipped frames count from 0 again, and the rate has to be measured anew.
+    /// Begins a capture: the skipped frames count from 0 again, and rate and latency have to be measured anew.
     void Restart();
 
     uint64_t Frames() const { return frames; }

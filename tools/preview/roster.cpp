@@ -153,6 +153,7 @@ bool Roster::Is_Asked()
 
 void Roster::Refresh()
 {
+    const std::lock_guard refresh(refreshing);
     std::vector<WQZ_Camera_Info> present;
     try {
         const std::lock_guard walk(Device_Walk);

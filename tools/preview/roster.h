@@ -47,8 +47,9 @@ private:
     bool Is_Asked();
     void Refresh();
 
-    std::string only;  // the identity of the one camera to show; empty for all
-    std::mutex mutex;  // guards what follows, up to the thread
+    std::string only;       // the identity of the one camera to show; empty for all
+    std::mutex refreshing;  // held from reading the list to taking it over, so that no older list replaces a newer one
+    std::mutex mutex;       // guards what follows, up to the thread
     std::condition_variable wake;
     std::vector<Known_Camera> cameras;
     std::chrono::steady_clock::time_point last_question;

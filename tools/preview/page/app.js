@@ -115,6 +115,9 @@ function showNumbers(state) {
 }
 
 function showState(state) {
+  if (state.state === "live" && picture.refusal !== "") {
+    state = { ...state, state: "failed", problem: picture.refusal }; // the camera serves others
+  }
   const status = find("status");
   status.dataset.state = state.state;
   find("status-text").textContent = STATE_TEXTS[state.state] ?? "No camera";
@@ -180,7 +183,7 @@ function save() {
 
 function saveByKey(event) {
   const isTyping = event.target.matches("input, select, textarea");
-  if (event.key === "s" && !isTyping && !event.ctrlKey && !event.metaKey && !event.altKey) {
+  if (event.key.toLowerCase() === "s" && !isTyping && !event.ctrlKey && !event.metaKey && !event.altKey) {
     save();
   }
 }

@@ -63,6 +63,8 @@ class Parts {
 export class Picture {
   /** The frame on the canvas: { sequence, blob, width, height }. */
   shown = null;
+  /** Why the preview sends no pictures: its sentence, or "". */
+  refusal = "";
 
   constructor(canvas, onFrame) {
     this.canvas = canvas;
@@ -74,6 +76,7 @@ export class Picture {
   /** Forgets the frame that is shown. */
   clear() {
     this.shown = null;
+    this.refusal = "";
     this.context.clearRect(0, 0, this.canvas.width, this.canvas.height);
   }
 
@@ -99,6 +102,7 @@ export class Picture {
 
   async follow(camera, signal) {
     const response = await fetch(`/stream?camera=${encodeURIComponent(camera)}`, { signal });
+    this.refusal = response.ok ? "" : (await response.json()).error;
     if (!response.ok) {
       return;
     }
