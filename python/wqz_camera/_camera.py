@@ -126,8 +126,14 @@ class Camera:
 
     async def aread(self, timeout: Optional[float] = None, *, newest: bool = False) -> _native.Frame:
         """Wait in a task as read does. When the task is cancelled, no frame is lost."""
-        end = _end_of(timeout)
         changes = self._handle.changes
+        try:
+            return await self._aread(_end_of(timeout), newest, changes)
+        except (OSError, ValueError):
+            self._check_wait(changes)  # where the capture ended between two looks, that is the reason
+            raise
+
+    async def _aread(self, end: Optional[float], newest: bool, changes: int) -> _native.Frame:
         pause = 0.0
         while True:
             frame = await self._take(newest, _left_until(end), changes)

@@ -6,6 +6,7 @@ import gc
 import os
 import select
 import signal
+import sys
 import threading
 import time
 
@@ -254,6 +255,14 @@ def test_a_task_notices_an_end_just_before_its_wait(streaming, monkeypatch):
     for opened, end, failure in ((camera, camera.stop, wqz_camera.Cancelled), (monitor, monitor.close, ValueError)):
         with pytest.raises(failure):
             asyncio.run(read(opened, end))
+
+
+def test_a_task_notices_an_end_just_before_it_takes_a_frame(streaming, monkeypatch):
+    camera = streaming(SILENT)
+    # The last step before it.
+    monkeypatch.setattr(sys.modules[type(camera).__module__], "_left_until", lambda _: camera.stop() and None)
+    with pytest.raises(wqz_camera.Cancelled):
+        asyncio.run(camera.aread())
 
 
 def test_a_wait_goes_on_until_a_held_frame_is_released(streaming):
