@@ -299,6 +299,19 @@ TEST_F(Cameras, AMonitorReportsAReplugThatFellBetweenTwoLooks)
     EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
 }
 
+// Containers often have no udev service, whose word on plug events a monitor would wait for.
+TEST_F(Cameras, AMonitorComparesByItselfWhereNoUdevServiceRuns)
+{
+    Plug_In({At(0, "/dev/video0", "AAA")});
+    Fail("/dev/video0", Call_Open, {ENOENT});
+    WQZ_Camera_Monitor* monitor = nullptr;
+    ASSERT_EQ(WQZ_Camera_Monitor_Open(&monitor), 0) << Explanation(nullptr);
+    auto event = Sized<WQZ_Camera_Event>();
+    const bool service_runs = access("/run/udev/control", F_OK) == 0;
+    EXPECT_EQ(WQZ_Camera_Monitor_Read(monitor, &event, 1500), service_runs ? -ETIMEDOUT : 0);
+    EXPECT_EQ(WQZ_Camera_Monitor_Close(monitor), 0);
+}
+
 // Descriptors that a program started from here would get too.
 std::set<int> Inherited_Descriptors()
 {
