@@ -26,6 +26,20 @@ const data = canvas.getContext("2d").getImageData(0, canvas.height / 3 | 0, canv
 return canvas.width + "x" + canvas.height + ":" + data.join(",");
 """
 
+# Holds the next state that the page asks for until the test lets it go.
+HOLD_STATE = """
+const ask = window.fetch;
+window.fetch = async (...request) => {
+  const answer = await ask(...request);
+  if (request[0].startsWith("/api/state")) {
+    window.fetch = ask;
+    await new Promise((resolve) => { window.letGo = resolve; });
+  }
+  return answer;
+};
+"""
+LET_GO = "const done = arguments[0]; window.letGo(); setTimeout(() => done(document.getElementById('format').value), 100);"
+
 
 class Page(Preview_Test):
     @classmethod
@@ -116,9 +130,12 @@ class Page(Preview_Test):
         chooser.select_by_visible_text("320×240")
         self.wait_for("small picture", lambda: self.pixels().startswith("320x240:"))
         self.assertEqual(self.ask("/api/state")["camera"]["mode"]["width"], 320)
+        self.browser.execute_script(HOLD_STATE)
+        self.wait_for("state", lambda: self.browser.execute_script("return Boolean(window.letGo)"))
         Select(self.browser.find_element(By.ID, "format")).select_by_visible_text("YUYV")
         self.wait_for("YUYV", lambda: self.pixels().startswith("640x480:"))  # it has no other size
         self.assertEqual(self.ask("/api/state")["camera"]["mode"]["format"], "YUYV")
+        self.assertEqual(self.browser.execute_async_script(LET_GO), "YUYV", "a state from before the change is shown")
         Select(self.browser.find_element(By.ID, "format")).select_by_visible_text("MJPEG")
         self.wait_for("Motion-JPEG", lambda: self.ask("/api/state")["camera"]["mode"]["format"] == "MJPG")
         self.wait_for("picture", self.is_live)

@@ -114,7 +114,7 @@ function showNumbers(state) {
   }
 }
 
-function showState(state) {
+function showState(state, changes) {
   if (state.state === "live" && picture.refusal !== "") {
     state = { ...state, state: "failed", problem: picture.refusal }; // the camera serves others
   }
@@ -123,7 +123,7 @@ function showState(state) {
   find("status-text").textContent = STATE_TEXTS[state.state] ?? "No camera";
   if (state.identity) {
     showNumbers(state);
-    modes.update(state.mode);
+    modes.update(state.mode, changes);
     document.title = `${state.name} – Camera preview`;
   }
   for (const form of document.forms) {
@@ -147,6 +147,7 @@ async function loadSettings(state) {
 }
 
 async function refresh() {
+  const changes = modes.changes;
   let answer;
   try {
     answer = await readState(identity);
@@ -161,7 +162,7 @@ async function refresh() {
   } else if (identity === "") {
     choose(state.identity);
   } else if (state.identity === identity) {
-    showState(state);
+    showState(state, changes);
     await loadSettings(state).catch(() => {}); // the next round tries again
   }
 }

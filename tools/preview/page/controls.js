@@ -135,6 +135,7 @@ export class Controls {
     this.rows = [];
     this.waiting = new Map(); // the newest value of each control that is still to be sent
     this.sending = false;
+    this.changes = 0; // changes that began or ended: what was asked for before the last of them is out of date
     resetButton.addEventListener("click", () => this.apply(() => resetControls(this.camera)));
   }
 
@@ -153,9 +154,9 @@ export class Controls {
   }
 
   async refresh() {
-    const camera = this.camera;
+    const { camera, changes } = this;
     const controls = await readControls(camera);
-    if (camera === this.camera && this.waiting.size === 0 && !this.sending) {
+    if (camera === this.camera && changes === this.changes && this.waiting.size === 0 && !this.sending) {
       this.show(controls);
     }
   }
@@ -192,6 +193,7 @@ export class Controls {
   async apply(change) {
     const camera = this.camera;
     const isShown = () => camera === this.camera; // another tab may have been chosen meanwhile
+    this.changes++;
     try {
       const controls = await change();
       if (isShown()) {
@@ -206,5 +208,6 @@ export class Controls {
         await readControls(camera).then((controls) => isShown() && this.show(controls), () => {});
       }
     }
+    this.changes++;
   }
 }

@@ -55,7 +55,8 @@ export class Modes {
     this.report = report;
     this.offers = [];
     this.mode = null;
-    this.busy = false;
+    this.pending = 0; // changes that the server has not answered
+    this.changes = 0; // changes that began or ended: what was asked for before the last of them is out of date
     form.addEventListener("submit", (event) => event.preventDefault());
     for (const select of [this.format, this.size, this.rate]) {
       select.addEventListener("change", () => this.choose(select));
@@ -63,8 +64,10 @@ export class Modes {
   }
 
   async load(camera) {
-    this.camera = camera;
-    this.offers = [];
+    if (camera !== this.camera) {
+      this.camera = camera;
+      this.offers = [];
+    }
     const offers = await readModes(camera);
     if (camera === this.camera) {
       this.offers = offers;
@@ -72,11 +75,14 @@ export class Modes {
     }
   }
 
-  /** Shows the mode that the camera is in. */
-  update(mode) {
+  /** Shows the mode that the camera is in. `changes` is what it was when the mode was asked for. */
+  update(mode, changes) {
+    if (this.pending > 0 || changes !== this.changes) {
+      return;
+    }
     const isNew = JSON.stringify(mode) !== JSON.stringify(this.mode);
     this.mode = mode;
-    if (isNew && !this.busy) {
+    if (isNew) {
       this.show();
     }
   }
@@ -107,14 +113,18 @@ export class Modes {
     const keepRate = changed === this.rate ? this.rate.value : this.mode?.rate;
     this.fillFrom(this.format.value, this.size.value, keepRate);
     const [width, height] = this.size.value.split("x").map(Number);
-    this.busy = true;
+    this.pending++;
+    this.changes++;
     try {
       this.mode = await setMode(this.camera, { format: this.format.value, width, height, rate: this.rate.value });
       this.report("");
     } catch (error) {
       this.report(error.message);
     }
-    this.busy = false;
-    this.show();
+    this.pending--;
+    this.changes++;
+    if (this.pending === 0) {
+      this.show();
+    }
   }
 }
