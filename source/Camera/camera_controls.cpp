@@ -85,7 +85,6 @@ Failure Refusal(const std::string& key, const char* verb, int error)
         case EINVAL:
             return {error, start + "the camera does not take this value."};
         case ENODEV:
-        case ESHUTDOWN:
             return {error, start + "the camera was unplugged. Plug it in again."};
         default:
             return {error, start + strerror(error) + "."};

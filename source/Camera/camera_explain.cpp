@@ -172,7 +172,6 @@ Failure Step_Failure(const std::string& node, const char* step, int error)
             return {error, Busy_Sentence(node)};
         case ENODEV:
         case ENXIO:
-        case ESHUTDOWN:  // while the system is taking it away
             return {error, what + "it was unplugged. Plug it in again."};
         case ENOMEM:
             return {error, what + "memory is missing. Ask for fewer buffers or a smaller mode."};

@@ -35,7 +35,7 @@ int Device_File::Request(unsigned long code, void* argument) const
             return 0;
         }
         if (errno != EINTR) {
-            return -errno;
+            return errno == ESHUTDOWN ? -ENODEV : -errno;  // USB says so while it takes the camera away
         }
     }
     return -EIO;
