@@ -133,8 +133,9 @@ TEST_F(Threads, ACancelEndsExactlyOneOfSeveralWaits)
 // that comes together with a stop takes its wake-up.
 TEST_F(Threads, EveryReadIsWokenByAStopAStopWithACancelAndAClose)
 {
-    constexpr int Rounds_Each = 16;
-    const std::function<void()> ends[] = {
+    constexpr int Rounds_Each = 24;
+    enum End { By_Stop, By_Stop_And_Cancel, By_Close, Ends };
+    const std::function<void()> ends[Ends] = {
         [&] { EXPECT_EQ(WQZ_Camera_Stop(camera), 0); },
         [&] {
             EXPECT_EQ(WQZ_Camera_Stop(camera), 0);
@@ -142,8 +143,8 @@ TEST_F(Threads, EveryReadIsWokenByAStopAStopWithACancelAndAClose)
         },
         [&] { EXPECT_EQ(Close(), 0); },
     };
-    for (const std::function<void()>& end : ends) {
-        int late = 0;
+    int late[Ends] = {};
+    for (const End end : {By_Stop, By_Stop_And_Cancel, By_Close}) {
         for (int round = 0; round < Rounds_Each; ++round) {
             Start_Yuyv();
             std::atomic<int> begun{0};
@@ -157,17 +158,19 @@ TEST_F(Threads, EveryReadIsWokenByAStopAStopWithACancelAndAClose)
             ASSERT_TRUE(Eventually([&] { return begun == 3; }));
             std::this_thread::sleep_for(milliseconds(20));
             const Stopwatch watch;
-            end();
+            ends[end]();
             Join();
-            late += watch.Elapsed() > milliseconds(35) ? 1 : 0;
+            late[end] += watch.Elapsed() > milliseconds(35) ? 1 : 0;
             if (camera == nullptr) {
                 ASSERT_EQ(WQZ_Camera_Open(&camera, Node), 0) << Explanation(nullptr);
             }
             auto frame = Sized<WQZ_Camera_Frame>();
             (void)WQZ_Camera_Read(camera, &frame, 0, 0);  // takes the cancel if no other read has
         }
-        EXPECT_LE(late, Rounds_Each / 3) << "end " << &end - ends;
+        EXPECT_LE(late[end], Rounds_Each / 3) << "end " << end;
     }
+    // The cancel takes the wake-up in some of the rounds only. A busy machine makes reads of all ends late.
+    EXPECT_LE(late[By_Stop_And_Cancel], late[By_Stop] + late[By_Close] + 3);
 }
 
 }  // namespace
