@@ -151,18 +151,28 @@ TEST_F(Frames, TimeIsMonotonicWhateverTheDriverStamps)
     EXPECT_GE(frame.time_ns, before - 1000) << "microseconds are all that the driver gives";
     EXPECT_LE(frame.time_ns, now());
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
-    for (const auto& [kind, seconds] : {std::pair(V4L2_BUF_FLAG_TIMESTAMP_UNKNOWN, time_t{1'700'000'000}),
-                                        {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, std::numeric_limits<time_t>::min()},
-                                        {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, time_t{-1}}}) {
-        Alter(Node, VIDIOC_DQBUF, [kind = kind, seconds = seconds](void* argument) {
+    // With 32 bits, the largest time_t is 68 years, which a clock may show.
+    constexpr time_t Too_Late = sizeof(time_t) > 4 ? std::numeric_limits<time_t>::max() : -2;
+    const struct {
+        uint32_t kind;
+        time_t seconds;
+        suseconds_t microseconds;
+    } stamps[] = {{V4L2_BUF_FLAG_TIMESTAMP_UNKNOWN, 1'700'000'000, 5},
+                  {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, std::numeric_limits<time_t>::min(), 5},
+                  {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, -1, 5},
+                  {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, Too_Late, 5},
+                  {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, 1, -1},
+                  {V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC, 1, 1'000'000}};
+    for (const auto& stamp : stamps) {
+        Alter(Node, VIDIOC_DQBUF, [stamp](void* argument) {
             auto& buffer = *static_cast<v4l2_buffer*>(argument);
-            buffer.flags = (buffer.flags & ~uint32_t{V4L2_BUF_FLAG_TIMESTAMP_MASK}) | static_cast<uint32_t>(kind);
-            buffer.timestamp = {seconds, 5};
+            buffer.flags = (buffer.flags & ~uint32_t{V4L2_BUF_FLAG_TIMESTAMP_MASK}) | stamp.kind;
+            buffer.timestamp = {stamp.seconds, stamp.microseconds};
         });
         before = now();
         frame = Next_Frame();
-        EXPECT_GE(frame.time_ns, before) << seconds;
-        EXPECT_LE(frame.time_ns, now()) << seconds;
+        EXPECT_GE(frame.time_ns, before) << stamp.seconds << " s, " << stamp.microseconds << " us";
+        EXPECT_LE(frame.time_ns, now()) << stamp.seconds << " s, " << stamp.microseconds << " us";
         EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
     }
 }
