@@ -112,6 +112,7 @@ class Pictures(Preview_Test):
             sequence, lost = int(headers["X-Sequence"]), int(headers["X-Lost"])
             self.assertLess(lost, sequence - before)
             if lost > 10:
+                self.assertGreaterEqual(self.ask("/api/state")["camera"]["lost"], lost)
                 return
             before = sequence
         self.fail("no picture says that frames were lost")
