@@ -81,14 +81,6 @@ TEST_F(Waiting, AFrameEndsTheWait)
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
 }
 
-TEST_F(Waiting, CancelEndsARunningWaitOnce)
-{
-    std::thread later = Later([this] { WQZ_Camera_Cancel(camera); });
-    EXPECT_EQ(Read(frame, -1), -ECANCELED);
-    later.join();
-    EXPECT_EQ(Read(frame, 20), -ETIMEDOUT);
-}
-
 TEST_F(Waiting, CancelIsRememberedForTheNextWait)
 {
     EXPECT_EQ(WQZ_Camera_Cancel(camera), 0);
@@ -156,26 +148,6 @@ TEST_F(Waiting, StopEndsEveryWait)
     EXPECT_LT(Requests(VIDIOC_DQBUF), 20) << "the wake-up of the stop must not keep later waits awake";
     frame = Next_Frame();
     EXPECT_EQ(WQZ_Camera_Release(&frame), 0);
-}
-
-TEST_F(Waiting, CloseEndsEveryWaitAndWaitsForIt)
-{
-    Clear_Log();
-    std::atomic<int> ended{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.emplace_back([&, handle = camera] {
-            auto own = Sized<WQZ_Camera_Frame>();
-            EXPECT_EQ(WQZ_Camera_Read(handle, &own, -1, 0), -ECANCELED);
-            ++ended;
-        });
-    }
-    Await_Readers(2);
-    EXPECT_EQ(Close(), 0);
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
-    EXPECT_EQ(ended, 2);
 }
 
 // Drivers that cry wolf -----------------------------------------------------------------------------------------------

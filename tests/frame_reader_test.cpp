@@ -25,15 +25,6 @@ protected:
     Frame_Buffer_Data frame{};
 };
 
-TEST_F(Reader, ReadsAFrameAndLeavesItsMarks)
-{
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), 0);
-    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
-    const std::vector<uint8_t> sent = Frame_Bytes(Node, frame.buffer.sequence);
-    EXPECT_EQ(frame.buff_Length, sent.size() + 256);
-    EXPECT_EQ(std::memcmp(frame.pMem, sent.data(), sent.size()), 0);
-}
-
 TEST_F(Reader, ARefusedRequestIsRepeatedSilentlyEveryElevenMilliseconds)
 {
     Fail_With(VIDIOC_DQBUF, {EIO, EINVAL, ENODEV});
@@ -62,25 +53,6 @@ TEST_F(Reader, ResultsOtherThanMinusOneAreRetriedOnlyOnTransientErrors)
     Captured_Stderr printed;
     EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
     EXPECT_EQ(printed.Text(), "NULL \n");
-}
-
-TEST_F(Reader, AFrameLongerThanItsMappingIsAFailedRead)
-{
-    Alter(Node, VIDIOC_DQBUF, [](void* argument) {
-        auto* buffer = static_cast<v4l2_buffer*>(argument);
-        buffer->bytesused = buffer->length + 1;
-    });
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
-    EXPECT_EQ(Log_Names(), "VIDIOC_DQBUF VIDIOC_QBUF");
-}
-
-TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
-{
-    std::list<Frame_Buffer> aside;
-    aside.swap(session.LC_Buffer_List);
-    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
-    EXPECT_EQ(Log_Names(), "");
-    aside.swap(session.LC_Buffer_List);
 }
 
 }  // namespace

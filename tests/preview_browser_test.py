@@ -152,17 +152,6 @@ class Page(Preview_Test):
             with open(path, "rb") as file:  # the camera's own bytes carry the number of the frame
                 self.assertIn(b"frame 0000" + sequence.encode(), file.read(100))
 
-    def test_five_pages_and_viewers_at_once(self):
-        self.open()
-        viewers = [Stream(self.address) for _ in range(4)]
-        self.wait_for("five viewers", lambda: self.ask("/api/state")["camera"]["viewers"] == 5)
-        for _ in range(10):
-            for viewer in viewers:
-                viewer.next()
-        self.assert_moving()
-        for viewer in viewers:
-            viewer.close()
-
     def test_cameras_by_tab_with_their_names_as_text(self):
         self.open()
         desk, door = self.browser.find_elements(By.CSS_SELECTOR, "[role=tab]")

@@ -239,21 +239,6 @@ TEST_F(Stream, WithoutAConsumerTheLatestFramesAreKept)
     }
 }
 
-TEST_F(Stream, ASlowConsumerNeverBlocksTheLoopAndSeesTheLastFrame)
-{
-    Captured_Stderr printed;
-    Capture(Mjpeg);
-    Deliver(100);
-    EXPECT_TRUE(Eventually([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        Frame_Buffer_Data* frame = Take();
-        const bool is_last = frame != nullptr && frame->index == 99;
-        session.SAVE_FRAME_RES(frame);
-        return is_last;
-    }));
-    EXPECT_EQ(Requests(VIDIOC_DQBUF), 100);
-}
-
 // What the processor has spent on a running thread.
 std::chrono::nanoseconds Processor_Time(std::thread& thread)
 {

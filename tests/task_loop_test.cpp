@@ -212,15 +212,6 @@ TEST_F(Task_Loop, AFailedReadStillReachesItsTask)
     EXPECT_EQ(calls.list[1].length, ~0U);
 }
 
-TEST_F(Task_Loop, TheEndUnmapsThenStopsThenCloses)
-{
-    Start(V4L2_PIX_FMT_GREY);
-    Clear_Log();
-    EXPECT_EQ(device.Video_Exe_End(), 0);
-    EXPECT_EQ(Log_Names(), "munmap munmap munmap munmap VIDIOC_STREAMOFF close");
-    EXPECT_EQ(device.Get_Video_Device_FD(), 0);
-}
-
 TEST_F(Task_Loop, TheEndOfADeviceThatWasNeverOpenedIsHarmless)
 {
     Captured_Stderr printed;

@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "support/capture_node.h"
 
@@ -215,81 +214,6 @@ TEST(Capture_Node, InvalidArgumentsAreRefused)
     EXPECT_EQ(Ask(node.fd, VIDIOC_REQBUFS, many), 0);
     EXPECT_LE(many.count, unsigned(VIDEO_MAX_FRAME));
     EXPECT_GT(many.count, 2U);
-}
-
-TEST(Capture_Node, AModeThatIsMissingBecomesOneThatExists)
-{
-    Node node;
-    std::vector<uint32_t> formats;
-    v4l2_fmtdesc description{};
-    for (description.type = Capture; Ask(node.fd, VIDIOC_ENUM_FMT, description) == 0; description.index++) {
-        formats.push_back(description.pixelformat);
-    }
-    EXPECT_EQ(errno, EINVAL) << "behind the last one";
-    ASSERT_FALSE(formats.empty());
-
-    v4l2_format format{};
-    format.type = Capture;
-    format.fmt.pix.pixelformat = v4l2_fourcc('n', 'o', 'n', 'e');
-    format.fmt.pix.width = 333;
-    format.fmt.pix.height = 77;
-    ASSERT_EQ(Ask(node.fd, VIDIOC_S_FMT, format), 0);
-    const v4l2_pix_format set = format.fmt.pix;
-    EXPECT_EQ(std::count(formats.begin(), formats.end(), set.pixelformat), 1);
-    EXPECT_GE(set.sizeimage, 1U);
-    ASSERT_EQ(Ask(node.fd, VIDIOC_G_FMT, format), 0);
-    EXPECT_EQ(format.fmt.pix.width, set.width);
-    EXPECT_EQ(format.fmt.pix.pixelformat, set.pixelformat);
-    ASSERT_EQ(node.Request_Buffers(2), 0);
-    v4l2_buffer buffer = Node::Buffer(0);
-    ASSERT_EQ(node.Query(buffer), 0);
-    EXPECT_GE(buffer.length, set.sizeimage);
-
-    v4l2_frmivalenum interval{};
-    interval.pixel_format = set.pixelformat;
-    interval.width = set.width;
-    interval.height = set.height;
-    ASSERT_EQ(Ask(node.fd, VIDIOC_ENUM_FRAMEINTERVALS, interval), 0) << "the size exists";
-    v4l2_streamparm parameters{};
-    parameters.type = Capture;
-    parameters.parm.capture.timeperframe = {1, 1000000};
-    ASSERT_EQ(Ask(node.fd, VIDIOC_S_PARM, parameters), 0);
-    const v4l2_fract fastest = parameters.parm.capture.timeperframe;
-    parameters.parm.capture.timeperframe = {1000, 1};
-    ASSERT_EQ(Ask(node.fd, VIDIOC_S_PARM, parameters), 0);
-    const v4l2_fract slowest = parameters.parm.capture.timeperframe;
-    EXPECT_LE(static_cast<double>(fastest.numerator) / fastest.denominator,
-              static_cast<double>(slowest.numerator) / slowest.denominator);
-    EXPECT_LT(static_cast<double>(slowest.numerator) / slowest.denominator, 1000.0);
-}
-
-TEST(Capture_Node, ControlsAreEnumeratedAndKeptInRange)
-{
-    Node node;
-    uint32_t last = 0;
-    v4l2_queryctrl query{};
-    for (query.id = V4L2_CTRL_FLAG_NEXT_CTRL; Ask(node.fd, VIDIOC_QUERYCTRL, query) == 0;
-         query.id = last | V4L2_CTRL_FLAG_NEXT_CTRL) {
-        ASSERT_GT(query.id, last);
-        last = query.id;
-        v4l2_control control{query.id, query.maximum};
-        if (query.flags & V4L2_CTRL_FLAG_INACTIVE && node.Driver() == "uvcvideo") {
-            EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), EACCES) << query.name;
-        }
-    }
-    EXPECT_EQ(errno, EINVAL);
-
-    query.id = V4L2_CID_BRIGHTNESS;
-    ASSERT_EQ(Ask(node.fd, VIDIOC_QUERYCTRL, query), 0);
-    v4l2_control control{V4L2_CID_BRIGHTNESS, query.maximum + 1000};
-    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), 0);
-    EXPECT_EQ(Ask(node.fd, VIDIOC_G_CTRL, control), 0);
-    EXPECT_EQ(control.value, query.maximum);
-    control.value = query.default_value;
-    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), 0);
-    control.id = V4L2_CID_BRIGHTNESS + 0x8000;
-    EXPECT_EQ(Ask(node.fd, VIDIOC_G_CTRL, control), EINVAL);
-    EXPECT_EQ(Ask(node.fd, VIDIOC_S_CTRL, control), EINVAL);
 }
 
 TEST(Capture_Node, CaptureAndMetadataNodesDifferInDeviceCapabilitiesOnly)

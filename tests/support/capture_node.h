@@ -127,13 +127,6 @@ public:
         ASSERT_EQ(Stream(true), 0);
     }
 
-    std::string Driver() const
-    {
-        v4l2_capability capability{};
-        EXPECT_EQ(Ask(fd, VIDIOC_QUERYCAP, capability), 0);
-        return reinterpret_cast<const char*>(capability.driver);
-    }
-
     double Interval() const
     {
         v4l2_streamparm parameters{};
