@@ -1,5 +1,6 @@
 // Whole captures through the flat functions, on virtual cameras.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstring>
@@ -218,6 +219,21 @@ TEST_F(Flat, ACameraThatDoesNotOpenHasAnEmptyFormatList)
     EXPECT_EQ(WQZ_USBCam_Video_DEAL_WITH(handle, {0, 640, 480, 30}), -1);
     static_cast<USBCam*>(handle)->CLEAR_FRAME_BUFF();
     WQZ_USBCam_DELETE_DEVICE_POINT(handle);
+}
+
+TEST(Flat_Discovery, FreesTheTextsOfAllRecords)
+{
+    constexpr int32_t Count = 2;
+    const std::string text(5000, 'x');  // more than the allocator would keep aside
+    auto* cameras = new v4l2_dev_sys_data_t[Count]{};
+    const size_t before = mallinfo2().uordblks;
+    for (int32_t i = 0; i < Count; ++i) {
+        for (char** field : {&cameras[i].device, &cameras[i].name, &cameras[i].driver, &cameras[i].location}) {
+            *field = strdup(text.c_str());
+        }
+    }
+    WQZ_USBCam_DEVICE_FREE(cameras, Count);
+    EXPECT_LE(mallinfo2().uordblks, before);
 }
 
 }  // namespace

@@ -55,4 +55,13 @@ TEST_F(Reader, ResultsOtherThanMinusOneAreRetriedOnlyOnTransientErrors)
     EXPECT_EQ(printed.Text(), "NULL \n");
 }
 
+TEST_F(Reader, WithoutBuffersNoRequestIsIssued)
+{
+    std::list<Frame_Buffer> aside;
+    aside.swap(session.LC_Buffer_List);
+    EXPECT_EQ(session.Read_Frame_BUFF(&frame), -1);
+    EXPECT_EQ(Log_Names(), "");
+    aside.swap(session.LC_Buffer_List);
+}
+
 }  // namespace
