@@ -71,6 +71,16 @@ std::string Open_Failure(const std::string& name, const wqz::Camera_Error& error
     return node.empty() ? error.what() : Cannot_Use(node, error, facts).Text();
 }
 
+// A camera that is leaving does not list its modes, and must not hide why it did not start.
+bool Motion_Jpeg_Might_Help(wqz::Camera& camera, uint32_t fourcc)
+{
+    try {
+        return Motion_Jpeg_Helps(camera.Modes(), fourcc);
+    } catch (const wqz::Camera_Error&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 std::vector<Finding> Check_Computer(const System_Facts& facts, const std::vector<WQZ_Camera_Info>& cameras)
@@ -191,7 +201,7 @@ wqz::Mode Start_Camera(wqz::Camera& camera, const wqz::Request& request)
         }
         const std::string node = camera.Info().node;
         const System_Facts facts = Look_At_System();
-        const bool helps = Motion_Jpeg_Helps(camera.Modes(), request.format.Code());
+        const bool helps = Motion_Jpeg_Might_Help(camera, request.format.Code());
         throw wqz::Camera_Error(error.Code(), Cannot_Start(node, error, facts.Usb_Of(node), helps).Text());
     }
 }
